@@ -1,0 +1,49 @@
+# One INTERFACE target carries the language level, warnings, hardening and sanitizer flags
+# of every target in the tree; third-party headers come in as system includes so that our
+# -Werror never fires on code we do not own.
+
+find_package(RapidJSON QUIET)
+find_path(KALVO_RAPIDJSON_INCLUDE rapidjson/rapidjson.h REQUIRED)
+find_path(KALVO_FMT_INCLUDE fmt/format.h REQUIRED)
+
+# The toolchain part alone (standard library, sanitizers), for third-party code built here.
+add_library(kalvo_toolchain INTERFACE)
+
+add_library(kalvo_settings INTERFACE)
+target_link_libraries(kalvo_settings INTERFACE kalvo_toolchain)
+target_include_directories(kalvo_settings INTERFACE "${PROJECT_SOURCE_DIR}")
+target_include_directories(kalvo_settings SYSTEM INTERFACE "${KALVO_RAPIDJSON_INCLUDE}" "${KALVO_FMT_INCLUDE}")
+target_compile_features(kalvo_settings INTERFACE cxx_std_20)
+
+# {fmt} header-only: the host must not need a libfmt at run time.
+target_compile_definitions(kalvo_settings INTERFACE FMT_HEADER_ONLY=1 RAPIDJSON_HAS_STDSTRING=1)
+
+target_compile_options(kalvo_settings INTERFACE
+  -Wall -Wextra -Werror
+  -fvisibility=hidden -fvisibility-inlines-hidden
+  # Hardening fit for a library loaded into a security agent.
+  -fstack-protector-strong
+  $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>
+)
+
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND KALVO_LIBCXX)
+  target_compile_options(kalvo_toolchain INTERFACE -stdlib=libc++)
+  target_link_options(kalvo_toolchain INTERFACE -stdlib=libc++)
+endif()
+
+if(NOT APPLE)
+  target_link_options(kalvo_settings INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()
+
+if(KALVO_SANITIZE)
+  target_compile_options(kalvo_toolchain INTERFACE -fsanitize=${KALVO_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(kalvo_toolchain INTERFACE -fsanitize=${KALVO_SANITIZE})
+  target_compile_definitions(kalvo_toolchain INTERFACE KALVO_SANITIZED=1)
+endif()
+
+if(APPLE)
+  # The shipped sensor is one universal binary.
+  if(NOT CMAKE_OSX_ARCHITECTURES)
+    set(CMAKE_OSX_ARCHITECTURES "x86_64;arm64" CACHE STRING "" FORCE)
+  endif()
+endif()
