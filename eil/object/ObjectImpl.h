@@ -20,14 +20,8 @@ namespace KALVO::EIL::Object {
 // threads that changed it have been joined.
 class LiveObjects {
 public:
-    static std::int64_t Count() noexcept { return Counter().load(std::memory_order_relaxed); }
-    static void Add(std::int64_t delta) noexcept { Counter().fetch_add(delta, std::memory_order_relaxed); }
-
-private:
-    static std::atomic<std::int64_t>& Counter() noexcept {
-        static std::atomic<std::int64_t> counter{0};
-        return counter;
-    }
+    static std::int64_t Count() noexcept;
+    static void Add(std::int64_t delta) noexcept;
 };
 
 template <class T, template <class> class Deleter = std::default_delete>

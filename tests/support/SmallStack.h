@@ -1,0 +1,47 @@
+// Runs a piece of a test on a thread whose stack is as small as a macOS secondary thread's
+// (512 KiB), where the host calls the sensor. A recursion that would overflow there crashes
+// the test instead of passing unnoticed on the main thread's 8 MiB.
+#pragma once
+
+#include <pthread.h>
+
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <stdexcept>
+
+namespace KALVO::Testing {
+
+inline constexpr std::size_t HostThreadStackSize = 512 * 1024;
+
+// Runs `work` on a new thread with `stackSize` bytes of stack and waits for it; an exception
+// thrown by `work` is rethrown here.
+inline void RunOnSmallStack(const std::function<void()>& work, std::size_t stackSize = HostThreadStackSize) {
+    struct Job {
+        const std::function<void()>* work;
+        std::exception_ptr error;
+    } job{&work, nullptr};
+
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, stackSize);
+    pthread_t thread;
+    const int created = pthread_create(
+        &thread, &attributes,
+        [](void* argument) -> void* {
+            auto* running = static_cast<Job*>(argument);
+            try {
+                (*running->work)();
+            } catch (...) {
+                running->error = std::current_exception();
+            }
+            return nullptr;
+        },
+        &job);
+    pthread_attr_destroy(&attributes);
+    if (created != 0) throw std::runtime_error("cannot start a small-stack thread");
+    pthread_join(thread, nullptr);
+    if (job.error) std::rethrow_exception(job.error);
+}
+
+}  // namespace KALVO::Testing
