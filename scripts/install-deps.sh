@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the build, the tests and the tools need, when any is missing.
+# Runs as root (apt-get update, then apt-get install); does nothing when all are present.
+set -euo pipefail
+
+packages=(
+  cmake ninja-build g++ clang libc++-14-dev libc++abi-14-dev libclang-rt-14-dev
+  rapidjson-dev libfmt-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libsqlite3-dev sqlite3 binutils python3
+  "$@"
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$package")
+  fi
+done
+
+if [ "${#missing[@]}" -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  sudo_cmd=()
+  [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
+  "${sudo_cmd[@]}" apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
