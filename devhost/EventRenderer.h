@@ -1,0 +1,34 @@
+// Shows what the sensor reported the way a person reads it: each event as one JSON object,
+// and each observation's message template with its observables filled in. Values are walked
+// only through IValues/IValue, exactly as a host receives them.
+#pragma once
+
+#include <string>
+
+#include "devhost/EventRecord.h"
+#include "host/IValues.h"
+
+namespace KALVO::DevHost {
+
+// A container as JSON: an object keyed by entry names (unnamed keys as their id in decimal),
+// or an array when every key is unnamed and the ids are 0, 1, 2, ... (lists built with
+// PushBack). Strings (type 2) as JSON strings (bytes that are not UTF-8 shown as U+FFFD),
+// numbers (type 12) as numbers, nested containers (type 1) in place (cut off as "…" past
+// MaxValuesDepth), null values as null, other types as "<type N, M bytes>". Never throws
+// except std::bad_alloc.
+std::string RenderValuesJson(EIL::Values::IValues& values);
+
+// How an observable reads in a sentence: its "path" (a process), else its "command", else its
+// "name", else its compact JSON.
+std::string DescribeObservable(EIL::Values::IValues& observable);
+
+// The message template with each {name} replaced by DescribeObservable of the observable of
+// that name; names with no observable are left as written.
+std::string RenderMessage(const ObservationRecord& observation);
+
+// One event as one line of JSON:
+// {"sequence":N,"observations":[{"severity":0,"type_id":"…","message":"…","text":"…",
+//  "source":{…},"tags":[…],"observables":{"child":{…},…}}]}
+std::string RenderEventJson(const EventRecord& event);
+
+}  // namespace KALVO::DevHost

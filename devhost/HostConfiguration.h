@@ -1,0 +1,56 @@
+// HostConfiguration: the stand-in host's IConfiguration. It serves one JSON text, which a
+// test or tool may replace at any time, and hands out a private copy per GetData so that it
+// can tell which texts the plug-in never gave back.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "devhost/FaultInjector.h"
+#include "eil/object/LookupInterfaceImpl.h"
+#include "host/IConfiguration.h"
+
+namespace KALVO::DevHost {
+
+class HostConfiguration : public KALVO::Configuration::IConfiguration {
+public:
+    static constexpr char const* Kind = "Configuration";
+    using Interfaces = EIL::Object::InterfaceList<KALVO::Configuration::IConfiguration>;
+
+    HostConfiguration(std::shared_ptr<FaultInjector> faults, std::string text);
+
+    // Replaces the text; texts already handed out stay as they were.
+    void SetText(std::string text);
+    std::string Text() const;
+
+    // Texts handed out by GetData and not yet given back.
+    std::size_t OutstandingTexts() const;
+    // Successful GetData calls so far.
+    std::uint64_t TextsHandedOut() const;
+    // ReleaseData calls with a pointer that was not outstanding (never handed out, or given
+    // back twice); such calls are otherwise ignored.
+    std::uint64_t UnknownReleases() const;
+
+    // IConfiguration. Each text is NUL-terminated (beyond `length`) and stays valid until it is
+    // given back with ReleaseData, or until this object is destroyed.
+    void Reserved3() override {}
+    Result::Code GetData(char const*& text, std::uint64_t& length) override;
+    void ReleaseData(char const* text) override;
+
+protected:
+    ~HostConfiguration() = default;
+
+private:
+    std::shared_ptr<FaultInjector> m_faults;
+    mutable std::mutex m_mutex;  // guards everything below
+    std::string m_text;
+    std::unordered_map<char const*, std::unique_ptr<char[]>> m_handedOut;
+    std::uint64_t m_handedOutTotal = 0;
+    std::uint64_t m_unknownReleases = 0;
+};
+
+}  // namespace KALVO::DevHost

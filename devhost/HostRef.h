@@ -1,0 +1,67 @@
+// HostRef<T>: a reference the stand-in host itself holds. Works like ObjectPtr, and when the
+// object is one of the host's own it tells the ledger so, so that Outstanding() counts only
+// what others hold. Objects of anyone else (a plug-in's value containers) are held as they are.
+#pragma once
+
+#include <atomic>
+#include <utility>
+
+#include "devhost/TrackedObject.h"
+#include "host/ObjectPtr.h"
+
+namespace KALVO::DevHost {
+
+template <class T>
+class HostRef {
+public:
+    HostRef() noexcept = default;
+
+    // Takes over the reference `object` owns.
+    explicit HostRef(Agent::Hosting::ObjectPtr<T> object) noexcept : m_object(std::move(object)) {
+        if (IHostObject* host = AsHostObject(m_object.Get())) {
+            m_tracking = &host->Tracking();
+            m_tracking->hostReferences.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+
+    // Shares `object`: adds a reference of its own.
+    static HostRef Share(T* object) noexcept { return HostRef(Agent::Hosting::ObjectPtr<T>(object)); }
+
+    HostRef(HostRef&& other) noexcept
+        : m_object(std::move(other.m_object)), m_tracking(std::exchange(other.m_tracking, nullptr)) {}
+
+    HostRef& operator=(HostRef&& other) noexcept {
+        if (this != &other) {
+            Reset();
+            m_object = std::move(other.m_object);
+            m_tracking = std::exchange(other.m_tracking, nullptr);
+        }
+        return *this;
+    }
+
+    HostRef(const HostRef&) = delete;  // use Share(ref.Get()) to take a second reference
+    HostRef& operator=(const HostRef&) = delete;
+
+    ~HostRef() { Reset(); }
+
+    void Reset() noexcept {
+        if (ObjectTracking* tracking = std::exchange(m_tracking, nullptr)) {
+            tracking->hostReferences.fetch_sub(1, std::memory_order_relaxed);
+        }
+        m_object.Reset();
+    }
+
+    // A new counted reference for someone else (it counts as outstanding while they hold it).
+    Agent::Hosting::ObjectPtr<T> Lend() const noexcept { return m_object; }
+
+    T* Get() const noexcept { return m_object.Get(); }
+    T* operator->() const noexcept { return m_object.Get(); }
+    T& operator*() const noexcept { return *m_object; }
+    explicit operator bool() const noexcept { return static_cast<bool>(m_object); }
+
+private:
+    Agent::Hosting::ObjectPtr<T> m_object;
+    ObjectTracking* m_tracking = nullptr;
+};
+
+}  // namespace KALVO::DevHost

@@ -1,0 +1,115 @@
+// MonitorRegistration: the stand-in host's ESP registration service. Keeps the registered
+// process and shell monitors with their masks, and delivers events to them the way the ESP
+// would: on the caller's thread, from any number of threads at once.
+//
+// The masks are this host's: a monitor receives an event only when its mask has the event's
+// bit (process create 0x2, exists 0x4, terminate 0x8; shell command 0x2). An unregistration
+// returns only when no delivery to that monitor is still running (unless it is called from
+// inside such a delivery, on the same thread), so no event arrives after it returns.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "devhost/EventInfo.h"
+#include "devhost/FaultInjector.h"
+#include "devhost/LogSink.h"
+#include "devhost/ObjectLedger.h"
+#include "host/IMonitorRegistration.h"
+#include "host/IProcessInfo.h"
+#include "host/IProcessMonitor.h"
+#include "host/IShellMonitor.h"
+#include "host/ObjectPtr.h"
+
+namespace KALVO::DevHost {
+
+namespace EventMask {
+inline constexpr std::uint32_t ProcessCreate = 0x2;     // OnProcessCreate and OnProcessCreateInstant
+inline constexpr std::uint32_t ProcessExists = 0x4;     // OnProcessExists
+inline constexpr std::uint32_t ProcessTerminate = 0x8;  // OnProcessTerminate and OnProcessTerminateInstant
+inline constexpr std::uint32_t ShellCommand = 0x2;      // OnShellCommand
+}  // namespace EventMask
+
+class MonitorRegistration : public ESP::v0::IMonitorRegistration {
+public:
+    static constexpr char const* Kind = "MonitorRegistration";
+
+    using ProcessPtr = Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>;
+
+    // `log` receives a line when a monitor lets an exception escape (which a real host would
+    // not survive); borrowed, it must outlive this object.
+    MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger, LogSink* log);
+
+    // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
+    // takes it, and returns how many it reached. Every monitor gets its own counted copies of
+    // the arguments, so one cannot disturb what the next receives.
+    std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent);
+    std::size_t DeliverProcessCreateInstant(const ProcessPtr& process, const ProcessPtr& parent);
+    std::size_t DeliverProcessExists(const ProcessPtr& process);
+    std::size_t DeliverProcessTerminate(const ProcessPtr& process);
+    std::size_t DeliverProcessTerminateInstant(const ProcessPtr& process);
+    // The text is passed as its bytes and length (null when empty), without a terminator
+    // guarantee beyond what std::string_view gives.
+    std::size_t DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine);
+
+    struct Registered {
+        void const* monitor;  // the registered pointer, for identity only
+        std::uint32_t mask;
+    };
+    std::vector<Registered> ProcessMonitors() const;
+    std::vector<Registered> ShellMonitors() const;
+    // Monitor callbacks that let an exception escape.
+    std::uint64_t EscapedExceptions() const noexcept;
+    // Forgets every registration (waiting for deliveries in flight), before unloading a
+    // plug-in that left one behind.
+    void Clear();
+
+    // Only IObject: IMonitorRegistration is found as a service and has no identifier of its own.
+    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
+
+    // IMonitorRegistration. Any thread.
+    // Null monitor, or one already registered: 22.
+    Result::Code RegisterProcessMonitor(ESP::v0::IProcessMonitor* monitor, std::uint32_t eventMask) override;
+    // A monitor not registered: 2.
+    Result::Code UnregisterProcessMonitor(ESP::v0::IProcessMonitor* monitor) override;
+    Result::Code RegisterShellMonitor(ESP::v0::IShellMonitor* monitor, std::uint32_t eventMask) override;
+    Result::Code UnregisterShellMonitor(ESP::v0::IShellMonitor* monitor) override;
+
+protected:
+    ~MonitorRegistration() = default;
+
+private:
+    struct Registration {
+        void* monitor;  // an IProcessMonitor* or an IShellMonitor*
+        std::uint32_t mask;
+        bool active = true;          // guarded by m_mutex
+        std::size_t inFlight = 0;    // deliveries running; guarded by m_mutex
+    };
+    using RegistrationPtr = std::shared_ptr<Registration>;
+    using List = std::vector<RegistrationPtr>;
+
+    Result::Code Register(List& list, void* monitor, std::uint32_t mask);
+    Result::Code Unregister(List& list, void* monitor);
+    // Runs `call` for every active registration in `list` whose mask has `bit`.
+    template <class Call>
+    std::size_t Deliver(List& list, std::uint32_t bit, EventKind kind, Call&& call);
+
+    std::shared_ptr<FaultInjector> m_faults;
+    std::shared_ptr<ObjectLedger> m_ledger;
+    LogSink* m_log;
+    std::atomic<std::uint64_t> m_sequence{0};
+    std::atomic<std::uint64_t> m_escaped{0};
+    mutable std::mutex m_mutex;  // guards both lists and every Registration's state
+    std::condition_variable m_idle;  // signalled when a delivery ends
+    List m_process;
+    List m_shell;
+};
+
+}  // namespace KALVO::DevHost

@@ -1,0 +1,47 @@
+// Plugin: loads a plug-in library, creates its package on a host object and ends it again.
+// Driving the package's lifecycle (Install, Start, Stop, ...) stays with the caller; this only
+// owns the library and the package.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "host/IObject.h"
+#include "host/IPackage.h"
+
+namespace KALVO::DevHost {
+
+// Thrown when a plug-in cannot be loaded; the message names the library and the cause.
+class PluginError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+class Plugin {
+public:
+    // Loads the library at `path`, finds "CreateInstance" and calls it with `host` (borrowed;
+    // the package takes its own reference). Throws PluginError when the file is missing, cannot
+    // be loaded, lacks the symbol, or CreateInstance returns null.
+    Plugin(const std::string& path, Agent::Hosting::IObject* host);
+    // Unload().
+    ~Plugin();
+
+    Plugin(Plugin&& other) noexcept;
+    Plugin& operator=(Plugin&& other) noexcept;
+    Plugin(const Plugin&) = delete;  // owns the library handle
+    Plugin& operator=(const Plugin&) = delete;
+
+    // The package; null after Unload. Borrowed: valid until Unload.
+    Agent::Hosting::IPackage* Package() const noexcept { return m_package; }
+    const std::string& Path() const noexcept { return m_path; }
+
+    // DestroyThis on the package, then closes the library. Idempotent.
+    void Unload() noexcept;
+
+private:
+    std::string m_path;
+    void* m_library = nullptr;
+    Agent::Hosting::IPackage* m_package = nullptr;
+};
+
+}  // namespace KALVO::DevHost
