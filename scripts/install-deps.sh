@@ -7,6 +7,8 @@ packages=(
   cmake ninja-build g++ clang libc++-14-dev libc++abi-14-dev libclang-rt-14-dev
   rapidjson-dev libfmt-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev sqlite3 binutils python3
+  # The arm64 build: cross compiler, user-mode emulator, SQLite's arm64 runtime (multiarch).
+  g++-aarch64-linux-gnu qemu-user libsqlite3-0:arm64
   "$@"
 )
 
@@ -21,6 +23,14 @@ if [ "${#missing[@]}" -gt 0 ]; then
   echo "Installing: ${missing[*]}"
   sudo_cmd=()
   [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
+  # Packages of a foreign architecture need it known to dpkg before the package lists are read.
+  for package in "${missing[@]}"; do
+    arch=${package##*:}
+    [ "$arch" != "$package" ] || continue
+    if [ "$arch" != "$(dpkg --print-architecture)" ] && ! dpkg --print-foreign-architectures | grep -qx "$arch"; then
+      "${sudo_cmd[@]}" dpkg --add-architecture "$arch"
+    fi
+  done
   "${sudo_cmd[@]}" apt-get update -qq
   DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The test command: builds and runs the whole suite with g++/libstdc++, clang++/libc++,
-# AddressSanitizer+UndefinedBehaviorSanitizer and ThreadSanitizer.
+# AddressSanitizer+UndefinedBehaviorSanitizer and ThreadSanitizer, then cross-built for Linux
+# arm64 and run under qemu-aarch64.
 # Usage: scripts/test.sh [preset...]   (default: every preset of the suite)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -8,7 +9,7 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 
 presets=("$@")
-[ "${#presets[@]}" -gt 0 ] || presets=(gcc clang-libcxx asan tsan)
+[ "${#presets[@]}" -gt 0 ] || presets=(gcc clang-libcxx asan tsan aarch64)
 
 jobs=$(nproc)
 failed=()
