@@ -1,0 +1,114 @@
+#include "eil/string/Wildcard.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <regex>
+#include <string>
+
+#include "tests/support/SmallStack.h"
+
+namespace {
+
+using namespace KALVO::EIL::String;
+
+#ifdef KALVO_SANITIZED
+constexpr int RandomRounds = 5'000;
+#else
+constexpr int RandomRounds = 100'000;
+#endif
+
+TEST(WildcardMatchI, Table) {
+    const struct {
+        std::string_view pattern, text;
+        bool match;
+    } cases[] = {
+        {"A*c?", "abcd", true},
+        {"A*c?", "abc", false},
+        {"", "", true},
+        {"***", "", true},
+        {"", "a", false},
+        {"?", "", false},
+        {"*", "anything", true},
+        {"a*b*c", "aXbYbZc", true},
+        {"a*b*c", "aXbYbZ", false},
+        {"*.TXT", "notes.txt", true},
+        {"\\*", "*", true},
+        {"\\*", "a", false},
+        {"\\?", "?", true},
+        {"\\?", "x", false},
+        {"\\\\", "\\", true},
+        {"a\\", "a", true},    // a dangling escape at the end is ignored
+        {"a\\", "ab", false},
+        {"\\", "", true},
+        {"*\\", "abc", true},
+        {"\\\\\\", "\\", true},  // an escaped backslash, then a dangling one
+        {"a\\b", "ab", true},    // an escaped ordinary character is itself
+        {"a\\B", "ab", true},    // ...ignoring case
+        {"\\*", "", false},      // an escaped star is not a trailing star
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(WildcardMatchI(test.pattern, test.text), test.match) << test.pattern << " vs " << test.text;
+    }
+    EXPECT_TRUE(WildcardMatchI(L"/USR/*/b?n", L"/usr/local/bin"));
+    EXPECT_FALSE(WildcardMatchI(L"\u00c9", L"\u00e9"));  // only ASCII letters fold
+}
+
+// The same pattern as an ECMAScript regular expression, an independent reference.
+std::string ToRegex(std::string_view pattern) {
+    std::string regex;
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        char c = pattern[i];
+        if (c == '*') {
+            regex += ".*";
+        } else if (c == '?') {
+            regex += ".";
+        } else {
+            if (c == '\\') {
+                if (i + 1 == pattern.size()) break;  // dangling escape
+                c = pattern[++i];
+            }
+            if (std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos) regex += '\\';
+            regex += c;
+        }
+    }
+    return regex;
+}
+
+TEST(WildcardMatchI, AgreesWithARegularExpressionOnRandomInput) {
+    std::mt19937 random(11);
+    const std::string patternChars = "aAb*?\\", textChars = "aBb*?\\";
+    std::uniform_int_distribution<std::size_t> length(0, 7), patternChar(0, patternChars.size() - 1),
+        textChar(0, textChars.size() - 1);
+    for (int round = 0; round < RandomRounds; ++round) {
+        std::string pattern, text;
+        for (auto n = length(random); n > 0; --n) pattern += patternChars[patternChar(random)];
+        for (auto n = length(random); n > 0; --n) text += textChars[textChar(random)];
+        const std::regex reference(ToRegex(pattern), std::regex::icase);
+        ASSERT_EQ(WildcardMatchI(pattern, text), std::regex_match(text, reference)) << pattern << " vs " << text;
+    }
+}
+
+TEST(WildcardMatchI, LongHostileInputNeedsNoStack) {
+    const std::string text(100'000, 'a');
+    std::string pattern;
+    for (int i = 0; i < 20; ++i) pattern += "*a";
+    KALVO::Testing::RunOnSmallStack([&] {
+        EXPECT_FALSE(WildcardMatchI(pattern + "b", text));
+        EXPECT_TRUE(WildcardMatchI(pattern, text));
+        EXPECT_TRUE(WildcardMatchI(std::string(100'000, '*'), text));
+    });
+}
+
+TEST(WildcardEscape, MakesAnyTextMatchOnlyItself) {
+    const std::string texts[] = {"", "a*b", "?", "\\", "a\\*?\\", "***"};
+    for (const auto& text : texts) {
+        const std::string pattern = WildcardEscape(text);
+        EXPECT_TRUE(WildcardMatchI(pattern, text)) << text;
+        EXPECT_FALSE(WildcardMatchI(pattern, text + "x")) << text;
+    }
+    EXPECT_EQ(WildcardEscape("a*b?c\\"), "a\\*b\\?c\\\\");
+    EXPECT_EQ(WildcardEscape(L"*"), L"\\*");
+}
+
+}  // namespace
