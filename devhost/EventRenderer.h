@@ -18,8 +18,8 @@ namespace KALVO::DevHost {
 // except std::bad_alloc.
 std::string RenderValuesJson(EIL::Values::IValues& values);
 
-// How an observable reads in a sentence: its "path" (a process), else its "command", else its
-// "name", else its compact JSON.
+// How an observable reads in a sentence: its "path" (a process), else its "command" (a shell
+// command), else its "command_line", else its "name", else its compact JSON.
 std::string DescribeObservable(EIL::Values::IValues& observable);
 
 // The message template with each {name} replaced by DescribeObservable of the observable of

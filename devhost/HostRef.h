@@ -18,10 +18,12 @@ public:
 
     // Takes over the reference `object` owns.
     explicit HostRef(Agent::Hosting::ObjectPtr<T> object) noexcept : m_object(std::move(object)) {
-        if (IHostObject* host = AsHostObject(m_object.Get())) {
+        if constexpr (requires(T* object) { object->Tracking(); }) {
+            if (m_object) m_tracking = &m_object->Tracking();  // known to be the host's own
+        } else if (IHostObject* host = AsHostObject(m_object.Get())) {
             m_tracking = &host->Tracking();
-            m_tracking->hostReferences.fetch_add(1, std::memory_order_relaxed);
         }
+        if (m_tracking) m_tracking->hostReferences.fetch_add(1, std::memory_order_relaxed);
     }
 
     // Shares `object`: adds a reference of its own.

@@ -9,16 +9,17 @@
 
 namespace KALVO::DevHost {
 
+// Every member has a default, so records can be written with designated initializers.
 struct ProcessRecord {
     std::uint64_t pid = 0;
     std::uint64_t parentPid = 0;
-    std::optional<std::string> path;         // none: GetPath answers null
-    std::optional<std::string> commandLine;  // none: GetCommandLine answers null
+    std::optional<std::string> path{};         // none: GetPath answers null
+    std::optional<std::string> commandLine{};  // none: GetCommandLine answers null
     // The host's identifier of the process, unique and stable for its life. When empty the
     // host makes one from the pid and the start time ("<pid>-<startTime>").
-    std::string uid;
-    std::optional<std::uint64_t> userId;
-    std::string user;            // the user's name; empty when unknown
+    std::string uid{};
+    std::optional<std::uint64_t> userId{};
+    std::string user{};          // the user's name; empty when unknown
     std::uint64_t startTime = 0; // seconds since the Unix epoch; 0 when unknown
 };
 

@@ -1,0 +1,229 @@
+#include "devhost/EventRenderer.h"
+
+#include <cstddef>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "devhost/ValueReading.h"
+#include "devhost/ValuesSnapshot.h"
+#include "eil/json/RapidJson.h"
+#include "eil/values/Identifier.h"
+
+namespace KALVO::DevHost {
+
+namespace {
+
+namespace RJ = EIL::RJ;
+using Agent::Hosting::ObjectPtr;
+using EIL::Values::IValue;
+using EIL::Values::IValues;
+using EIL::Values::ValueType;
+using Writer = RJ::Writer<RJ::StringBuffer>;
+
+// Reads bytes for RapidJSON's UTF-8 validator; past the end it hands out NULs and keeps
+// counting, so an incomplete sequence shows as a position beyond the end.
+class ByteStream {
+public:
+    using Ch = char;
+    ByteStream(std::string_view bytes, std::size_t position) noexcept : m_bytes(bytes), m_position(position) {}
+    Ch Peek() const noexcept { return m_position < m_bytes.size() ? m_bytes[m_position] : '\0'; }
+    Ch Take() noexcept {
+        const Ch c = Peek();
+        ++m_position;
+        return c;
+    }
+    std::size_t Tell() const noexcept { return m_position; }
+
+private:
+    std::string_view m_bytes;
+    std::size_t m_position;
+};
+
+struct DiscardSink {
+    void Put(char) noexcept {}
+};
+
+// `bytes` with every byte that does not start a valid UTF-8 sequence replaced by U+FFFD.
+std::string ValidUtf8(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    std::size_t position = 0;
+    while (position < bytes.size()) {
+        ByteStream stream(bytes, position);
+        DiscardSink sink;
+        if (RJ::UTF8<>::Validate(stream, sink) && stream.Tell() <= bytes.size()) {
+            text.append(bytes.substr(position, stream.Tell() - position));
+            position = stream.Tell();
+        } else {
+            text.append("\xEF\xBF\xBD");
+            ++position;
+        }
+    }
+    return text;
+}
+
+void WriteString(Writer& writer, std::string_view bytes) {
+    const std::string text = ValidUtf8(bytes);
+    writer.String(text.data(), static_cast<RJ::SizeType>(text.size()));
+}
+
+void WriteContainer(Writer& writer, IValues& values, std::size_t depth);
+
+void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
+    if (!value) {
+        writer.Null();
+        return;
+    }
+    const std::uint32_t type = value->Type();
+    if (type == static_cast<std::uint32_t>(ValueType::Object)) {
+        const ObjectPtr<IValues> inner = OpenContainer(*value);
+        if (!inner) {
+            writer.Null();
+        } else if (depth + 1 >= MaxValuesDepth) {
+            WriteString(writer, "\xE2\x80\xA6");  // "…": nested too deep to show
+        } else {
+            WriteContainer(writer, *inner, depth + 1);
+        }
+        return;
+    }
+    if (type == static_cast<std::uint32_t>(ValueType::UInt64)) {
+        if (const std::optional<std::uint64_t> number = ReadNumber(*value)) {
+            writer.Uint64(*number);
+            return;
+        }
+    }
+    if (type == static_cast<std::uint32_t>(ValueType::String)) {
+        if (const std::optional<std::string> bytes = ReadBytes(*value)) {
+            WriteString(writer, *bytes);
+            return;
+        }
+    }
+    WriteString(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
+}
+
+void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
+    struct Entry {
+        EntryKey key;
+        ObjectPtr<IValue> value;
+    };
+    std::vector<Entry> entries;
+    const std::uint64_t count = values.Count();
+    bool isList = true;
+    for (std::uint64_t index = 0; index < count; ++index) {
+        ObjectPtr<IValue> value;
+        ObjectPtr<IValue> key;
+        if (values.GetByIndex(static_cast<unsigned long>(index), value, &key) != Result::Success) break;
+        std::optional<EntryKey> entryKey = ReadKey(key.Get());
+        if (!entryKey) continue;
+        if (entryKey->name || entryKey->id != entries.size()) isList = false;
+        entries.push_back(Entry{std::move(*entryKey), std::move(value)});
+    }
+    if (isList && !entries.empty()) {
+        writer.StartArray();
+        for (const Entry& entry : entries) WriteValue(writer, entry.value.Get(), depth);
+        writer.EndArray();
+        return;
+    }
+    writer.StartObject();
+    for (const Entry& entry : entries) {
+        WriteString(writer, entry.key.name ? *entry.key.name : std::to_string(entry.key.id));
+        WriteValue(writer, entry.value.Get(), depth);
+    }
+    writer.EndObject();
+}
+
+std::optional<std::string> StringMember(IValues& values, char const* name) {
+    ObjectPtr<IValue> value;
+    if (values.Get(EIL::Values::Identifier(name), value) != Result::Success || !value ||
+        value->Type() != static_cast<std::uint32_t>(ValueType::String)) {
+        return std::nullopt;
+    }
+    return ReadBytes(*value);
+}
+
+void WriteMember(Writer& writer, char const* name, IValues* values) {
+    writer.Key(name);
+    if (values) {
+        WriteContainer(writer, *values, 0);
+    } else {
+        writer.Null();
+    }
+}
+
+}  // namespace
+
+std::string RenderValuesJson(IValues& values) {
+    RJ::StringBuffer buffer;
+    Writer writer(buffer);
+    WriteContainer(writer, values, 0);
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+std::string DescribeObservable(IValues& observable) {
+    for (char const* name : {"path", "command", "command_line", "name"}) {
+        if (std::optional<std::string> text = StringMember(observable, name)) return ValidUtf8(*text);
+    }
+    return RenderValuesJson(observable);
+}
+
+std::string RenderMessage(const ObservationRecord& observation) {
+    const std::string_view message = observation.message;
+    std::string text;
+    std::size_t position = 0;
+    while (position < message.size()) {
+        const std::size_t open = message.find('{', position);
+        const std::size_t close = open == std::string_view::npos ? open : message.find('}', open + 1);
+        if (close == std::string_view::npos) break;
+        text.append(message.substr(position, open - position));
+        const std::string_view name = message.substr(open + 1, close - open - 1);
+        if (IValues* observable = observation.Find(name)) {
+            text.append(DescribeObservable(*observable));
+        } else {
+            text.append(message.substr(open, close - open + 1));
+        }
+        position = close + 1;
+    }
+    text.append(message.substr(position));
+    return ValidUtf8(text);
+}
+
+std::string RenderEventJson(const EventRecord& event) {
+    RJ::StringBuffer buffer;
+    Writer writer(buffer);
+    writer.StartObject();
+    writer.Key("sequence");
+    writer.Uint64(event.sequence);
+    writer.Key("observations");
+    writer.StartArray();
+    for (const ObservationRecord& observation : event.observations) {
+        writer.StartObject();
+        writer.Key("severity");
+        writer.Uint(observation.severity);
+        writer.Key("type_id");
+        WriteString(writer, observation.typeId);
+        writer.Key("message");
+        WriteString(writer, observation.message);
+        writer.Key("text");
+        WriteString(writer, RenderMessage(observation));
+        WriteMember(writer, "source", observation.source.Get());
+        WriteMember(writer, "tags", observation.tags.Get());
+        writer.Key("observables");
+        writer.StartObject();
+        for (const ObservableRecord& observable : observation.observables) {
+            WriteString(writer, observable.name);
+            if (observable.values) {
+                WriteContainer(writer, *observable.values, 0);
+            } else {
+                writer.Null();
+            }
+        }
+        writer.EndObject();
+        writer.EndObject();
+    }
+    writer.EndArray();
+    writer.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace KALVO::DevHost

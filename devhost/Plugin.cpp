@@ -1,0 +1,54 @@
+#include "devhost/Plugin.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <utility>
+
+namespace KALVO::DevHost {
+
+Plugin::Plugin(const std::string& path, Agent::Hosting::IObject* host) : m_path(path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) throw PluginError("plug-in library not found: " + path);
+    m_library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!m_library) {
+        char const* error = ::dlerror();
+        throw PluginError("cannot load plug-in library " + path + ": " + (error ? error : "unknown error"));
+    }
+    auto* create = reinterpret_cast<CreateInstanceFunction*>(::dlsym(m_library, "CreateInstance"));
+    if (!create) {
+        ::dlclose(m_library);
+        m_library = nullptr;
+        throw PluginError("plug-in library " + path + " does not export CreateInstance");
+    }
+    m_package = create(host);
+    if (!m_package) {
+        ::dlclose(m_library);
+        m_library = nullptr;
+        throw PluginError("CreateInstance of " + path + " returned no package");
+    }
+}
+
+Plugin::~Plugin() { Unload(); }
+
+Plugin::Plugin(Plugin&& other) noexcept
+    : m_path(std::move(other.m_path)),
+      m_library(std::exchange(other.m_library, nullptr)),
+      m_package(std::exchange(other.m_package, nullptr)) {}
+
+Plugin& Plugin::operator=(Plugin&& other) noexcept {
+    if (this != &other) {
+        Unload();
+        m_path = std::move(other.m_path);
+        m_library = std::exchange(other.m_library, nullptr);
+        m_package = std::exchange(other.m_package, nullptr);
+    }
+    return *this;
+}
+
+void Plugin::Unload() noexcept {
+    if (Agent::Hosting::IPackage* package = std::exchange(m_package, nullptr)) package->DestroyThis();
+    if (void* library = std::exchange(m_library, nullptr)) ::dlclose(library);
+}
+
+}  // namespace KALVO::DevHost
