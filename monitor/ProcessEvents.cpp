@@ -1,0 +1,123 @@
+// The process callbacks: creation (filtered, counted per normalised parent-to-child step,
+// reported), existence (reported once across restarts) and termination (forgotten).
+#include <stdexcept>
+#include <string>
+
+#include "logging/CatchAll.h"
+#include "logging/Log.h"
+#include "monitor/Normalize.h"
+#include "monitor/Observables.h"
+#include "monitor/SecurityMonitorImpl.h"
+#include "reporting/SecurityEvent.h"
+#include "reporting/Source.h"
+
+namespace KALVO::SecurityMonitor {
+
+using Agent::Hosting::IObject;
+using Agent::Hosting::ObjectPtr;
+using Logging::Severity;
+
+namespace {
+
+constexpr char const* ProcessFilterContext = R"({"sensor":"securitymonitor"})";
+constexpr char const* ProcessCreatedTypeId = "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f";
+constexpr char const* ProcessExistsTypeId = "6e7f8c8a-9213-4020-aeb1-d8d608c63d78";
+
+ESP::v0::IProcessInfo& Require(SecurityMonitorImpl::ProcessPtr& process) {
+    if (!process) throw std::invalid_argument("no process record");
+    return *process;
+}
+
+template <class... Args>
+void LogSkipped(fmt::format_string<Args...> format, Args&&... args) {
+    if (auto logger = Logging::LoggerSingleton::Get()) logger->Log(Severity::Info, format, std::forward<Args>(args)...);
+}
+
+}  // namespace
+
+void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, ProcessPtr& parent) {
+    (void)Logging::CatchAll("unable to process process start event", [&] {
+        ESP::v0::IProcessInfo& child = Require(process);
+        ESP::v0::IProcessInfo& creator = Require(parent);
+        const std::string uid = CopyText(child.GetUid());
+        ObjectPtr<IObject> childIdentity = IdentityOf(child);
+        ObjectPtr<IObject> parentIdentity = IdentityOf(creator);
+
+        if (m_processFilter->FilterEvent(childIdentity, parentIdentity, ProcessFilterContext) == ESP::v0::IEventFilter::Suppress) {
+            LogSkipped("Skipping OnProcessCreate event for process {}", uid);
+            return;
+        }
+        RecordRunning(uid);
+
+        // A limit of 0 reports every creation and spares all the counting work.
+        if (m_reportLimit.load() != 0) {
+            std::string childPath = CopyText(child.GetPath());
+            std::string parentPath = CopyText(creator.GetPath());
+            std::string childCommandLine = CopyText(child.GetCommandLine());
+            std::string parentCommandLine = CopyText(creator.GetCommandLine());
+            NormalizeProcessPath(parentPath);
+            NormalizeProcessPath(childPath);
+            NormalizeCommandline(parentCommandLine);
+            NormalizeCommandline(childCommandLine);
+            {
+                std::shared_lock lock(m_configMutex);
+                if (std::regex_match(childCommandLine, m_collapseRegex)) childCommandLine = "<>";
+                if (std::regex_match(parentCommandLine, m_collapseRegex)) parentCommandLine = "<>";
+            }
+            std::string key;
+            key.reserve(parentPath.size() + childPath.size() + parentCommandLine.size() + childCommandLine.size() + 3);
+            key.append(parentPath).append(1, '|').append(childPath).append(1, '|');
+            key.append(parentCommandLine).append(1, '|').append(childCommandLine);
+            if (!CountWithinLimit(m_processTreeCounts, key)) return;
+        }
+
+        static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
+        Reporting::SecurityEvent event = m_reporter->CreateSecurityEvent();
+        auto observation = event.CreateObservation(Reporting::v0::Severity::Default, sourceInformation,
+                                                   ProcessCreatedTypeId, "{parent} created {child}");
+        auto childValues = ValuesOf(child);
+        auto parentValues = ValuesOf(creator);
+        if (!observation) throw std::runtime_error("unable to create new observation");
+        AttachObservable(*observation, "child", std::move(childValues));
+        AttachObservable(*observation, "parent", std::move(parentValues));
+        m_reporter->ReportSecurityEvent(event);
+    });
+}
+
+void SecurityMonitorImpl::OnProcessCreateInstant(EventPtr&, ProcessPtr&, ProcessPtr&) {}
+
+void SecurityMonitorImpl::OnProcessExists(EventPtr&, ProcessPtr& process) {
+    (void)Logging::CatchAll("unable to process process exists event", [&] {
+        ESP::v0::IProcessInfo& running = Require(process);
+        const std::string uid = CopyText(running.GetUid());
+        ObjectPtr<IObject> identity = IdentityOf(running);
+        if (m_processFilter->FilterEvent(identity, identity, ProcessFilterContext) == ESP::v0::IEventFilter::Suppress) {
+            LogSkipped("Skipping OnProcessExists event for process {}", uid);
+            return;
+        }
+        RecordRunning(uid);
+        // The previous run already reported it; no repeat count here otherwise.
+        if (WasCachedByPreviousRun(uid)) return;
+
+        static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
+        Reporting::SecurityEvent event = m_reporter->CreateSecurityEvent();
+        auto observation = event.CreateObservation(Reporting::v0::Severity::Default, sourceInformation,
+                                                   ProcessExistsTypeId, "{process} exists on the system");
+        auto values = ValuesOf(running);
+        if (!observation) throw std::runtime_error("unable to create new observation");
+        AttachObservable(*observation, "process", std::move(values));
+        m_reporter->ReportSecurityEvent(event);
+    });
+}
+
+void SecurityMonitorImpl::OnProcessTerminate(EventPtr&, ProcessPtr& process) {
+    (void)Logging::CatchAll("unable to process process terminate event", [&] {
+        const std::string uid = CopyText(Require(process).GetUid());
+        std::lock_guard lock(m_uidMutex);
+        m_runningProcessUIDs.erase(uid);
+    });
+}
+
+void SecurityMonitorImpl::OnProcessTerminateInstant(EventPtr&, ProcessPtr&) {}
+
+}  // namespace KALVO::SecurityMonitor

@@ -1,0 +1,96 @@
+// SecurityMonitorImpl: the monitor core. Registered with the host's event provider as process
+// and shell monitor, it filters, counts and reports process creations, running processes and
+// shell commands, re-reads its two configuration keys on demand, and persists the identifiers
+// of the processes it saw alive so that a restart does not report them again.
+//
+// The package builds it in Start and destroys it in Stop, on the host's lifecycle thread; the
+// event handlers run on the host's event threads, concurrently, from the moment of registration.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <regex>
+#include <set>
+#include <shared_mutex>
+#include <string>
+
+#include "eil/core/LRUCache.h"
+#include "host/IEventFilter.h"
+#include "host/IMonitorRegistration.h"
+#include "host/IObject.h"
+#include "host/IOutputStream.h"
+#include "host/IProcessMonitor.h"
+#include "host/IShellMonitor.h"
+#include "host/ObjectPtr.h"
+#include "reporting/Reporter.h"
+
+namespace KALVO::SecurityMonitor {
+
+// The collapse expression used when none is configured; meant to match no process.
+inline constexpr char const* DefaultCollapsePattern = "this_will_not_match//any_process";
+inline constexpr std::int32_t DefaultReportLimit = 3;
+// Longer collapse expressions are refused like invalid ones: compiling a regular expression
+// recurses, and a 10,000-character one overflows a 512 KiB host thread while being compiled.
+inline constexpr std::size_t MaxCollapsePatternLength = 1024;
+
+class SecurityMonitorImpl final : public ESP::v0::IProcessMonitor, public ESP::v0::IShellMonitor {
+public:
+    using EventPtr = Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo>;
+    using ProcessPtr = Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>;
+
+    // Connects to the host: services, registration, persisted identifiers, configuration.
+    // Throws when a service is missing or a registration fails; leaves no registration behind.
+    explicit SecurityMonitorImpl(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject> host);
+    // Unregisters (failures logged) and persists the running identifiers (failures swallowed).
+    ~SecurityMonitorImpl();
+
+    SecurityMonitorImpl(const SecurityMonitorImpl&) = delete;  // registered by address
+    SecurityMonitorImpl& operator=(const SecurityMonitorImpl&) = delete;
+
+    void OnProcessCreate(EventPtr& event, ProcessPtr& process, ProcessPtr& parent) override;
+    void OnProcessCreateInstant(EventPtr& event, ProcessPtr& process, ProcessPtr& parent) override;
+    void OnProcessExists(EventPtr& event, ProcessPtr& process) override;
+    void OnProcessTerminate(EventPtr& event, ProcessPtr& process) override;
+    void OnProcessTerminateInstant(EventPtr& event, ProcessPtr& process) override;
+    void OnShellCommand(EventPtr& event, ProcessPtr& process, char const* commandLine, unsigned long length) override;
+
+    // The host's synchronize context: {"reason":"configuration"} re-reads the configuration.
+    Result::Code OnSynchronize(std::string const& context);
+
+    // Answers the health-check request {"id":"..."}; uses no state of a core, so the package
+    // answers it with or without one.
+    static Result::Code OnHealthCheck(std::string const& payload, EIL::Stream::IOutputStream& output);
+
+private:
+    using Counts = EIL::Core::LRUCache<std::string, unsigned int, 512>;
+    enum class ConfigurationRead { Construction, Synchronize };
+
+    void ReadConfiguration(ConfigurationRead form) noexcept;
+    // Counts one occurrence of `key`; false when the key has now been seen more often than the
+    // report limit allows.
+    bool CountWithinLimit(Counts& counts, std::string const& key);
+    void RecordRunning(std::string const& uid);
+    bool WasCachedByPreviousRun(std::string const& uid);
+    void LoadCachedProcessUIDs() noexcept;
+    void SaveRunningProcessUIDs() noexcept;
+
+    Counts m_shellCommandCounts;
+    Counts m_processTreeCounts;
+    std::regex m_collapseRegex;
+    std::string m_collapsePattern = DefaultCollapsePattern;
+    std::atomic<std::int32_t> m_reportLimit{DefaultReportLimit};
+    std::shared_mutex m_configMutex;  // guards m_collapseRegex and m_collapsePattern
+    Agent::Hosting::ObjectPtr<Agent::Hosting::IObject> m_host;
+    Agent::Hosting::ObjectPtr<ESP::v0::IMonitorRegistration> m_espMonitor;
+    Agent::Hosting::ObjectPtr<ESP::v0::IEventFilter> m_processFilter;
+    std::unique_ptr<Reporting::Reporter> m_reporter;
+    // The host delivers process events on several threads at once; the two identifier sets
+    // are guarded by a lock of our own.
+    std::mutex m_uidMutex;
+    std::set<std::string> m_runningProcessUIDs;
+    std::set<std::string> m_cachedProcessUIDs;
+};
+
+}  // namespace KALVO::SecurityMonitor

@@ -1,0 +1,82 @@
+// The shell callback: a command line a shell received, filtered, counted per shell and
+// command, and reported with the command as an observable of its own.
+#include <stdexcept>
+#include <string>
+
+#include "eil/json/Json.h"
+#include "eil/values/Identifier.h"
+#include "eil/values/MakeValue.h"
+#include "eil/values/Values.h"
+#include "logging/CatchAll.h"
+#include "logging/Log.h"
+#include "monitor/Normalize.h"
+#include "monitor/Observables.h"
+#include "monitor/SecurityMonitorImpl.h"
+#include "reporting/SecurityEvent.h"
+#include "reporting/Source.h"
+
+namespace KALVO::SecurityMonitor {
+
+using Agent::Hosting::IObject;
+using Agent::Hosting::ObjectPtr;
+using EIL::Values::Identifier;
+using Logging::Severity;
+
+namespace {
+
+constexpr char const* ShellCommandTypeId = "79c21e2a-95c3-48b3-9af6-c5327b6b5c73";
+constexpr char const* CommandObservableTypeId = "d2828e56-c9a9-43a0-91b6-96eccca93a5e";
+
+}  // namespace
+
+void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char const* commandLine, unsigned long length) {
+    (void)Logging::CatchAll("unable to process shell command event", [&] {
+        if (!process) throw std::invalid_argument("no process record");
+        ESP::v0::IProcessInfo& shell = *process;
+        const std::string command = commandLine ? std::string(commandLine, length) : std::string();
+        ObjectPtr<IObject> identity = IdentityOf(shell);
+
+        EIL::Json::Json context = EIL::Json::Object();
+        context["sensor"] = EIL::Json::Json(std::string("securitymonitor"));
+        context["command"] = EIL::Json::Json(command);
+        const std::string contextText = EIL::Json::ToStringA(context);
+        if (m_processFilter->FilterEvent(identity, identity, contextText.c_str()) == ESP::v0::IEventFilter::Suppress) {
+            if (auto logger = Logging::LoggerSingleton::Get())
+                logger->Log(Severity::Info, "Skipping OnShellCommand event for process {}", CopyText(shell.GetUid()));
+            return;
+        }
+
+        if (m_reportLimit.load() != 0) {
+            std::string path = CopyText(shell.GetPath());
+            const std::string shellCommandLine = CopyText(shell.GetCommandLine());
+            // Nothing to tell such commands apart by: they are reported every time.
+            if (!path.empty() || !command.empty()) {
+                NormalizeProcessPath(path);
+                std::string key;
+                key.reserve(path.size() + shellCommandLine.size() + command.size() + 2);
+                key.append(path).append(1, '|').append(shellCommandLine).append(1, '|').append(command);
+                if (!CountWithinLimit(m_shellCommandCounts, key)) return;
+            }
+        }
+
+        static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
+        Reporting::SecurityEvent event = m_reporter->CreateSecurityEvent();
+        auto commandValues = EIL::Values::MakeValues();
+        static constexpr char const* TypeKey = "type";
+        static constexpr char const* TypeIdKey = "type_id";
+        static constexpr char const* CommandKey = "command";
+        (void)Identifier::Set(Identifier(TypeKey), commandValues.Get(), "shell_command");
+        (void)Identifier::Set(Identifier(TypeIdKey), commandValues.Get(), CommandObservableTypeId);
+        (void)Identifier::Set(Identifier(CommandKey), commandValues.Get(), command);
+
+        auto observation = event.CreateObservation(Reporting::v0::Severity::Default, sourceInformation, ShellCommandTypeId,
+                                                   "Shell {process} received {command}");
+        auto processValues = ValuesOf(shell);
+        if (!observation) throw std::runtime_error("unable to create new observation");
+        AttachObservable(*observation, "process", std::move(processValues));
+        AttachObservable(*observation, "command", ObjectPtr<EIL::Values::IValues>(std::move(commandValues)));
+        m_reporter->ReportSecurityEvent(event);
+    });
+}
+
+}  // namespace KALVO::SecurityMonitor

@@ -1,0 +1,96 @@
+// Texts any local user controls, and documents a host may pass, on a thread with the stack of
+// a macOS secondary thread (512 KiB): no crash, and every event handled.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/SensorTest.h"
+#include "tests/support/SmallStack.h"
+
+namespace KALVO::Testing {
+namespace {
+
+constexpr std::size_t MiB = 1024 * 1024;
+
+std::vector<std::pair<std::string, std::string>> HostileTexts() {
+    std::string hexWords;
+    while (hexWords.size() < MiB) hexWords += std::string(64, 'a') + " " + std::string(32, 'F') + " ";
+    std::string mixed;
+    for (std::size_t i = 0; mixed.size() < MiB; ++i) mixed += static_cast<char>((i * 131) % 256);
+    return {
+        {"digits", std::string(MiB, '7')},
+        {"tmp run", "/tmp/" + std::string(MiB, 'x')},
+        {"many tmp", [] { std::string s; while (s.size() < MiB) s += "/tmp/a"; return s; }()},
+        {"hex words", hexWords},
+        {"nul bytes", std::string(MiB, '\0')},
+        {"every byte", mixed},
+        {"invalid utf-8", std::string(MiB, '\xc3')},
+        {"proc path", "/proc/" + std::string(MiB, '1') + "/root/bin/sh"},
+    };
+}
+
+TEST_F(SensorTest, HugeHostileTextsOnASmallStack) {
+    StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"(a|aa)*b"}})");
+    RunOnSmallStack([&] {
+        for (const auto& [name, text] : HostileTexts()) {
+            SCOPED_TRACE(name);
+            const auto before = sensor.Reported();
+            auto parent = sensor.Process("p-" + name, text, text);
+            auto child = sensor.Process("c-" + name, text, text);
+            sensor.Created(child, parent);
+            sensor.Host().Monitors().DeliverProcessExists(child);
+            sensor.Host().Monitors().DeliverShellCommand(parent, text);
+            sensor.Host().Monitors().DeliverProcessTerminate(child);
+            // A refused collapse match is logged, not fatal; the other two are always reported.
+            EXPECT_GE(sensor.Reported(), before + 2);
+        }
+    });
+    EXPECT_EQ(sensor.Stop(), Result::Success);
+}
+
+TEST_F(SensorTest, CatastrophicCollapseExpressionDoesNotHang) {
+    StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"(a+)+b"}})");
+    RunOnSmallStack([&] {
+        auto parent = sensor.Process("p", "/bin/sh", std::string(30, 'a'));
+        auto child = sensor.Process("c", "/bin/sh", std::string(100000, 'a'));
+        sensor.Created(child, parent);
+    });
+    EXPECT_EQ(sensor.Host().Monitors().EscapedExceptions(), 0u);
+}
+
+TEST_F(SensorTest, DeeplyNestedDocumentsOnASmallStack) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    std::string arrays = std::string(100000, '[') + std::string(100000, ']');
+    std::string objects;
+    for (int i = 0; i < 100000; ++i) objects += R"({"a":)";
+    objects += "1" + std::string(100000, '}');
+    RunOnSmallStack([&] {
+        for (const std::string* text : {&arrays, &objects}) {
+            std::string answer;
+            EXPECT_EQ(sensor.Host().Router().Execute("securitymonitor!OnHealthCheck", *text, answer), Result::ProtocolError);
+            EXPECT_EQ(sensor.Synchronize(*text), Result::ProtocolError);
+            EXPECT_EQ(sensor.Reconfigure(*text), Result::Success);  // a configuration problem: one warning
+        }
+    });
+    EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), 2u);
+}
+
+TEST_F(SensorTest, OverlongCollapseExpressionsAreRefusedBeforeCompiling) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    const std::string nested = std::string(5000, '(') + "a" + std::string(5000, ')');
+    RunOnSmallStack([&] {
+        EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_collapse_regex":")" + std::string(10000, 'a') + R"("}})"),
+                  Result::Success);
+        EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_collapse_regex":")" + nested + R"("}})"),
+                  Result::Success);
+        // The longest accepted expression, nested as deep as it can be, still compiles here.
+        const std::string deepest = std::string(511, '(') + "ab" + std::string(511, ')');
+        EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_collapse_regex":")" + deepest + R"("}})"),
+                  Result::Success);
+    });
+    EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), 2u);
+}
+
+}  // namespace
+}  // namespace KALVO::Testing

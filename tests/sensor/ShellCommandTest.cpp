@@ -1,0 +1,87 @@
+// Shell commands: filtered with their command as context, counted per shell and command.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "devhost/EventRenderer.h"
+#include "tests/support/SensorTest.h"
+
+namespace KALVO::Testing {
+namespace {
+
+std::vector<bool> Commands(SensorHarness& sensor, const std::string& shellPath, const std::vector<std::string>& commands) {
+    auto shell = sensor.Process("shell", shellPath, "-zsh");
+    std::vector<bool> reported;
+    for (const auto& command : commands) {
+        const auto before = sensor.Reported();
+        sensor.Host().Monitors().DeliverShellCommand(shell, command);
+        reported.push_back(sensor.Reported() > before);
+    }
+    return reported;
+}
+
+TEST_F(SensorTest, ShellCommandIsReportedWithItsCommandObservable) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    ASSERT_EQ(Commands(sensor, "/bin/zsh", {"ls -la"}), std::vector<bool>{true});
+    const auto events = sensor.Host().Reports().Events();
+    const auto& observation = events.at(0)->observations.at(0);
+    EXPECT_EQ(observation.typeId, "79c21e2a-95c3-48b3-9af6-c5327b6b5c73");
+    EXPECT_EQ(observation.message, "Shell {process} received {command}");
+    ASSERT_EQ(observation.observables.size(), 2u);
+    EXPECT_EQ(observation.observables[0].name, "process");
+    EXPECT_EQ(observation.observables[1].name, "command");
+    EXPECT_EQ(DevHost::RenderValuesJson(*observation.observables[1].values),
+              R"({"command":"ls -la","type_id":"d2828e56-c9a9-43a0-91b6-96eccca93a5e","type":"shell_command"})");
+    EXPECT_EQ(sensor.Host().Filter().Contexts().back(), R"({"command":"ls -la","sensor":"securitymonitor"})");
+}
+
+TEST_F(SensorTest, ShellCommandLimit) {
+    struct Case {
+        const char* configuration;
+        std::string shellPath;
+        std::vector<std::string> commands;
+        std::vector<bool> reported;
+    };
+    const Case cases[] = {
+        {"{}", "/bin/zsh", {"ls", "ls", "ls", "ls", "pwd"}, {true, true, true, false, true}},
+        {R"({"securitymonitor":{"process_tree_report_limit":0}})", "/bin/zsh", {"ls", "ls", "ls", "ls"}, {true, true, true, true}},
+        {"{}", "", {"", "", "", ""}, {true, true, true, true}},  // nothing to count by
+        {"{}", "/proc/12/root/bin/zsh", {"id", "id", "id", "id"}, {true, true, true, false}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.configuration + (" " + c.shellPath));
+        StartWith(c.configuration);
+        EXPECT_EQ(Commands(sensor, c.shellPath, c.commands), c.reported);
+        ASSERT_EQ(sensor.Stop(), Result::Success);
+    }
+}
+
+TEST_F(SensorTest, ShellCommandKeepsEveryByteOfTheCommand) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    const std::string command("echo \0\xff\x80 done", 15);
+    ASSERT_EQ(Commands(sensor, "/bin/sh", {command}), std::vector<bool>{true});
+    const auto events = sensor.Host().Reports().Events();
+    EXPECT_NE(DevHost::RenderValuesJson(*events.at(0)->observations.at(0).observables.at(1).values).find("done"),
+              std::string::npos);
+}
+
+TEST_F(SensorTest, NullShellCommandIsReportedAsEmpty) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    auto shell = sensor.Process("s", "/bin/sh", "sh");
+    sensor.Host().Monitors().DeliverShellCommand(shell, std::string_view());  // a null text of length 0
+    ASSERT_EQ(sensor.Reported(), 1u);
+    const auto events = sensor.Host().Reports().Events();
+    EXPECT_EQ(DevHost::RenderValuesJson(*events.at(0)->observations.at(0).observables.at(1).values),
+              R"({"command":"","type_id":"d2828e56-c9a9-43a0-91b6-96eccca93a5e","type":"shell_command"})");
+}
+
+TEST_F(SensorTest, SuppressedShellCommandIsOnlyLogged) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    sensor.Host().Filter().SetAnswer(1);
+    EXPECT_EQ(Commands(sensor, "/bin/sh", {"rm -rf /"}), std::vector<bool>{false});
+    EXPECT_EQ(sensor.Logged(LogLevel::Info, "Skipping OnShellCommand event for process shell"), 1u);
+}
+
+}  // namespace
+}  // namespace KALVO::Testing

@@ -1,0 +1,121 @@
+// Synchronize contexts and the configuration they re-read.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/SensorTest.h"
+
+namespace KALVO::Testing {
+namespace {
+
+// Reports the same creation `times` times and returns how many events the host received.
+std::uint64_t ReportsOfRepeatedCreation(SensorHarness& sensor, int times, const std::string& command = "sleep 1") {
+    const auto before = sensor.Reported();
+    auto parent = sensor.Process("p", "/bin/bash", "bash");
+    for (int i = 0; i < times; ++i) {
+        auto child = sensor.Process("c" + std::to_string(i), "/bin/sleep", command);
+        sensor.Created(child, parent);
+    }
+    return sensor.Reported() - before;
+}
+
+TEST_F(SensorTest, ConfigurationIsReadAtStart) {
+    StartWith(R"({"securitymonitor":{"process_tree_report_limit":1}})");
+    EXPECT_EQ(ReportsOfRepeatedCreation(sensor, 4), 1u);
+}
+
+TEST_F(SensorTest, SynchronizeWithReasonConfigurationRereadsAndResetsAbsentKeys) {
+    StartWith(R"({"securitymonitor":{"process_tree_report_limit":1}})");
+    EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_report_limit":5}})"), Result::Success);
+    EXPECT_EQ(ReportsOfRepeatedCreation(sensor, 7, "a"), 5u);
+    EXPECT_EQ(sensor.Reconfigure("{}"), Result::Success);
+    EXPECT_EQ(ReportsOfRepeatedCreation(sensor, 7, "b"), 3u);  // back to the default limit
+}
+
+TEST_F(SensorTest, SynchronizeContexts) {
+    StartWith(R"({"securitymonitor":{"process_tree_report_limit":1}})");
+    sensor.Host().Config().SetText(R"({"securitymonitor":{"process_tree_report_limit":2}})");
+    struct Case {
+        std::string context;
+        Result::Code code;
+        bool rereads;
+        std::size_t warnings;
+        std::size_t errors;
+    };
+    const Case cases[] = {
+        {R"({"reason":"Configuration"})", 0, false, 0, 0},
+        {R"({"reason":"other"})", 0, false, 0, 0},
+        {R"({})", 0, false, 0, 0},
+        {"null", 0, false, 0, 0},
+        {R"({"reason":5})", 0, false, 0, 0},
+        {"not json", 100, false, 1, 0},
+        {"", 100, false, 1, 0},
+        {"[1]", 0, true, 0, 2},
+        {R"({"reason":"configuration"})", 0, true, 0, 0},
+    };
+    int limit = 1;
+    int round = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.context);
+        sensor.Host().Logs().Clear();
+        EXPECT_EQ(sensor.Synchronize(c.context), c.code);
+        EXPECT_EQ(sensor.Logged(LogLevel::Warn, ""), c.warnings);
+        EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), c.errors);
+        EXPECT_EQ(sensor.Logged(LogLevel::Trace, "SecurityMonitorImpl::OnSynchronize: context = " + c.context), 1u);
+        if (c.rereads) limit = 2;
+        EXPECT_EQ(ReportsOfRepeatedCreation(sensor, 4, "cmd" + std::to_string(round++)), static_cast<std::uint64_t>(limit));
+        // Flip the served value back so that the next re-read is visible.
+        if (c.rereads) {
+            limit = 1;
+            EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_report_limit":1}})"), Result::Success);
+            sensor.Host().Config().SetText(R"({"securitymonitor":{"process_tree_report_limit":2}})");
+        }
+    }
+    EXPECT_EQ(sensor.Synchronize("not json"), Result::ProtocolError);
+    EXPECT_EQ(sensor.Logged(LogLevel::Warn, "cannot determine reason for synchronize"), 1u);
+}
+
+TEST_F(SensorTest, NonObjectContextLogsTheFailureAndRereads) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    EXPECT_EQ(sensor.Synchronize("[1]"), Result::Success);
+    EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: 'incompatible type'"), 1u);
+    EXPECT_EQ(sensor.Logged(LogLevel::Error, "Security monitor failed to synchronize"), 1u);
+}
+
+TEST_F(SensorTest, ConfigurationProblemsGiveOneWarningAndKeepWhatWorked) {
+    StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"sleep.*"}})");
+    struct Case {
+        std::string configuration;
+        std::size_t warnings;
+    };
+    const Case cases[] = {
+        {"not json", 1},
+        {R"({"securitymonitor":{"process_tree_report_limit":"3"}})", 1},
+        {R"({"securitymonitor":{"process_tree_collapse_regex":"("}})", 1},
+        {R"({"securitymonitor":{"process_tree_collapse_regex":"("}})", 0},  // the same invalid text: silent
+        {R"({"securitymonitor":{"process_tree_collapse_regex":")" + std::string(2000, 'a') + R"("}})", 1},
+        {R"({"securitymonitor":{"process_tree_report_limit":1.5}})", 1},
+    };
+    for (const Case& c : cases) {
+        sensor.Host().Logs().Clear();
+        EXPECT_EQ(sensor.Reconfigure(c.configuration), Result::Success) << c.configuration.substr(0, 80);
+        EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), c.warnings)
+            << c.configuration.substr(0, 80);
+    }
+    // The GetData failure is one more configuration problem.
+    sensor.Host().Logs().Clear();
+    sensor.Host().Faults().FailNext(DevHost::Operation::GetData, 89);
+    EXPECT_EQ(sensor.Synchronize(R"({"reason":"configuration"})"), Result::Success);
+    EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), 1u);
+}
+
+#if defined(__GLIBCXX__)
+TEST_F(SensorTest, BackReferencesAreRefusedLikeInvalidExpressions) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_collapse_regex":"(a)\\1"}})"), Result::Success);
+    EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), 1u);
+}
+#endif
+
+}  // namespace
+}  // namespace KALVO::Testing

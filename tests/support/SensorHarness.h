@@ -1,0 +1,73 @@
+// The built plug-in loaded through dlopen into a stand-in host, driven only through the host
+// interfaces, as the agent drives it. Tests build on this instead of reaching into the core.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "devhost/Host.h"
+#include "devhost/Plugin.h"
+#include "host/IPackage.h"
+
+namespace KALVO::Testing {
+
+class SensorHarness {
+public:
+    explicit SensorHarness(DevHost::HostOptions options = {})
+        : m_host(std::make_unique<DevHost::Host>(std::move(options))) {
+        Load();
+    }
+
+    ~SensorHarness() { Unload(); }
+
+    DevHost::Host& Host() { return *m_host; }
+    Agent::Hosting::IPackage& Package() { return *m_plugin->Package(); }
+
+    void Load() { m_plugin = std::make_unique<DevHost::Plugin>(KALVO_PLUGIN_PATH, m_host->Root()); }
+
+    // Drops what the host keeps of the plug-in's (a command handler survives DestroyThis when
+    // the test did not Stop), then DestroyThis and dlclose.
+    void Unload() {
+        if (!m_plugin) return;
+        m_host->Router().Clear();
+        m_plugin.reset();
+        m_host->Monitors().Clear();
+    }
+
+    Result::Code Start() { return Package().Start(nullptr, 0); }
+    Result::Code Stop() { return Package().Stop(nullptr, 0); }
+    Result::Code Synchronize(std::string_view context) {
+        return Package().Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+    }
+    // Replaces the configuration text and tells the sensor, as the host does.
+    Result::Code Reconfigure(std::string text) {
+        m_host->Config().SetText(std::move(text));
+        return Synchronize(R"({"reason":"configuration"})");
+    }
+
+    Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo> Process(std::string uid, std::string path, std::string commandLine) {
+        DevHost::ProcessRecord record;
+        record.uid = std::move(uid);
+        record.path = std::move(path);
+        record.commandLine = std::move(commandLine);
+        return m_host->MakeProcess(std::move(record));
+    }
+
+    std::size_t Created(const Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>& child,
+                        const Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>& parent) {
+        return m_host->Monitors().DeliverProcessCreate(child, parent);
+    }
+    std::uint64_t Reported() const { return m_host->Reports().EventCount(); }
+    std::size_t Logged(std::uint32_t severity, std::string_view text) const {
+        return m_host->Logs().CountContaining(severity, text);
+    }
+
+private:
+    std::unique_ptr<DevHost::Host> m_host;
+    std::unique_ptr<DevHost::Plugin> m_plugin;
+};
+
+}  // namespace KALVO::Testing
