@@ -10,6 +10,23 @@ namespace KALVO::EIL::Values {
 
 using Agent::Hosting::ObjectPtr;
 
+namespace {
+
+// The container's operations answer the host with codes only: running out of memory is 12,
+// any other failure 100.
+template <class Operation>
+Result::Code ReturnCodeOf(Operation&& operation) noexcept {
+    try {
+        return operation();
+    } catch (const std::bad_alloc&) {
+        return Result::OutOfMemory;
+    } catch (...) {
+        return Result::ProtocolError;
+    }
+}
+
+}  // namespace
+
 // Values replaced or erased are released only after the lock is dropped (the locals holding
 // them are declared before the lock): a value may be a host object whose Release calls back
 // into this container, or a nested container whose teardown should not run under our lock.
@@ -28,7 +45,7 @@ Result::Code Values::Get(IIdentifier const& key, ObjectPtr<IValue>& out) const {
 }
 
 Result::Code Values::Set(IIdentifier const& key, ObjectPtr<IValue> const& value) {
-    try {
+    return ReturnCodeOf([&] {
         const std::uint64_t id = key.Id();
         char const* const name = key.Name();
         ObjectPtr<IValue> replaced;
@@ -41,11 +58,7 @@ Result::Code Values::Set(IIdentifier const& key, ObjectPtr<IValue> const& value)
             ForgetCursor();
         }
         return Result::Success;
-    } catch (const std::bad_alloc&) {
-        return Result::OutOfMemory;
-    } catch (...) {
-        return Result::ProtocolError;
-    }
+    });
 }
 
 Result::Code Values::Remove(IIdentifier const& key) {
@@ -73,7 +86,7 @@ std::uint64_t Values::Count() const {
 }
 
 Result::Code Values::GetByIndex(unsigned long index, ObjectPtr<IValue>& value, ObjectPtr<IValue>* key) const {
-    try {
+    return ReturnCodeOf([&] {
         ObjectPtr<IValue> foundValue;
         ObjectPtr<IValue> foundKey;
         {
@@ -90,14 +103,11 @@ Result::Code Values::GetByIndex(unsigned long index, ObjectPtr<IValue>& value, O
                 }
             }
         }
+        // Delivered only once nothing can fail any more.
         value = std::move(foundValue);
         if (key) *key = std::move(foundKey);
         return Result::Success;
-    } catch (const std::bad_alloc&) {
-        return Result::OutOfMemory;
-    } catch (...) {
-        return Result::ProtocolError;
-    }
+    });
 }
 
 void Values::PushBack(ObjectPtr<IValue>&& value) {
