@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <random>
@@ -14,8 +15,10 @@ using namespace KALVO::EIL::String;
 
 #ifdef KALVO_SANITIZED
 constexpr int RandomRounds = 10'000;
+constexpr char32_t ScalarStep = 17;  // a sample of the code points; the boundaries have their own test
 #else
 constexpr int RandomRounds = 100'000;
+constexpr char32_t ScalarStep = 1;
 #endif
 
 std::string Hex(std::string_view bytes) {
@@ -24,10 +27,11 @@ std::string Hex(std::string_view bytes) {
     return out;
 }
 
-// Every scalar value, with U+0000 included: the decoders must not stop at a zero.
+// Every scalar value (a sample under sanitizers), with U+0000 included: the decoders must not
+// stop at a zero.
 std::u32string AllScalarValues() {
     std::u32string all;
-    for (char32_t c = 0; c <= 0x10FFFF; ++c) {
+    for (char32_t c = 0; c <= 0x10FFFF; c += ScalarStep) {
         if (c < 0xD800 || c > 0xDFFF) all += c;
     }
     return all;
@@ -38,7 +42,8 @@ TEST(Convert, EveryScalarValueRoundTripsThroughEveryForm) {
     const std::string utf8 = ToUtf8(all);
     EXPECT_EQ(ToUtf32(utf8), all);
     const std::u16string utf16 = ToUtf16(utf8);
-    EXPECT_EQ(utf16.size(), all.size() + (0x10FFFF - 0xFFFF));  // one extra unit per supplementary character
+    const auto supplementary = std::count_if(all.begin(), all.end(), [](char32_t c) { return c > 0xFFFF; });
+    EXPECT_EQ(utf16.size(), all.size() + static_cast<std::size_t>(supplementary));  // one extra unit each
     EXPECT_EQ(ToUtf8(utf16), utf8);
     const std::wstring wide = v1::ToWide(utf8);
     EXPECT_EQ(std::u32string(wide.begin(), wide.end()), all);
