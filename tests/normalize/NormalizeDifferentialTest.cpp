@@ -1,0 +1,237 @@
+// Differential test: the hand-written scanners against std::regex_replace with the very
+// expressions they replace, over random and mutated inputs biased towards the rules' edges
+// (hash lengths around 32 and 64, digit runs around 4, word boundaries, "/tmp/" next to
+// white space, "<" and placeholders, NUL and bytes >= 0x80). The regex stays here only, as the
+// oracle; inputs are short enough that its recursion fits the main thread's stack.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "monitor/Normalize.h"
+
+namespace KALVO::SecurityMonitor {
+namespace {
+
+#ifdef KALVO_SANITIZED
+constexpr int Iterations = 50'000;
+#else
+constexpr int Iterations = 1'000'000;
+#endif
+constexpr std::size_t MaximumLength = 200;
+
+std::string OracleCommandline(std::string text) {
+    static const std::regex sha256(R"(\b[a-fA-F0-9]{64}\b)");
+    static const std::regex md5(R"(\b[a-fA-F0-9]{32}\b)");
+    static const std::regex number(R"(\d{4,})");
+    static const std::regex tmp(R"(\/tmp\/[^\s<]+)");
+    text = std::regex_replace(text, sha256, "<sha256>");
+    text = std::regex_replace(text, md5, "<md5>");
+    text = std::regex_replace(text, number, "<number>");
+    return std::regex_replace(text, tmp, "<tmp>");
+}
+
+std::string OracleProcessPath(const std::string& path) {
+    static const std::regex procRoot(R"(^/proc/\d+/root)");
+    if (path.size() < 12 || path.compare(0, 6, "/proc/") != 0) return path;
+    return std::regex_replace(path, procRoot, "container:");
+}
+
+// The input as a C++ string literal, so that a failure can be pasted into a table test.
+std::string Literal(std::string_view text) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string literal = "\"";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            literal += '\\';
+            literal += c;
+        } else if (byte >= 0x20 && byte < 0x7f) {
+            literal += c;
+        } else {
+            // Closing the literal keeps a following hex digit out of the escape.
+            literal += "\\x";
+            literal += digits[byte >> 4];
+            literal += digits[byte & 0xf];
+            literal += "\"\"";
+        }
+    }
+    return literal + "\"";
+}
+
+// Makes inputs from a fixed seed. Draws use `% n` rather than the standard distributions, whose
+// results differ between standard libraries, so every build checks the same inputs.
+class InputMaker {
+public:
+    explicit InputMaker(std::uint64_t seed) : m_random(seed) {}
+
+    std::size_t Below(std::size_t n) { return static_cast<std::size_t>(m_random() % n); }
+    bool OneIn(std::size_t n) { return Below(n) == 0; }
+
+    // A command line built from tokens that sit on the rules' edges.
+    std::string CommandLine() {
+        std::string text;
+        const std::size_t target = Below(MaximumLength + 1);
+        while (text.size() < target) AppendToken(text);
+        if (text.size() > MaximumLength) text.resize(MaximumLength);
+        return text;
+    }
+
+    // A variation of one or two earlier inputs.
+    std::string Mutation(const std::vector<std::string>& pool) {
+        std::string text = pool[Below(pool.size())];
+        const std::size_t edits = 1 + Below(4);
+        for (std::size_t i = 0; i < edits; ++i) Mutate(text, pool);
+        if (text.size() > MaximumLength) text.resize(MaximumLength);
+        return text;
+    }
+
+    // A path around "/proc/<digits>/root".
+    std::string ProcessPath() {
+        static const std::vector<std::string> roots = {"/root", "/root/", "/rootfs", "/roo", "/ROOT", "root", "//root"};
+        static const std::vector<std::string> pieces = {
+            "/proc/", "/root", "/", "self", "\n", "/PROC/", "container:", "/usr/bin/sh", "x", " ", std::string(1, '\0'),
+        };
+        std::string path = OneIn(5) ? std::string() : "/proc/";
+        if (!OneIn(4)) path += Digits(1 + Below(8));
+        if (!OneIn(4)) path += roots[Below(roots.size())];
+        const std::size_t count = Below(5);
+        for (std::size_t i = 0; i < count; ++i) {
+            switch (Below(3)) {
+                case 0: path += Digits(1 + Below(6)); break;
+                case 1: path += static_cast<char>(Below(256)); break;
+                default: path += pieces[Below(pieces.size())];
+            }
+        }
+        return path;
+    }
+
+private:
+    std::string Hex(std::size_t length) {
+        static constexpr std::string_view lower = "0123456789abcdef";
+        static constexpr std::string_view upper = "0123456789ABCDEF";
+        static constexpr std::string_view letters = "abcdefABCDEF";
+        const std::size_t style = Below(5);
+        std::string run;
+        for (std::size_t i = 0; i < length; ++i) {
+            switch (style) {
+                case 0: run += lower[Below(16)]; break;
+                case 1: run += upper[Below(16)]; break;
+                case 2: run += letters[Below(letters.size())]; break;
+                case 3: run += static_cast<char>('0' + Below(10)); break;
+                default: run += (OneIn(2) ? lower : upper)[Below(16)];
+            }
+        }
+        return run;
+    }
+
+    std::string Digits(std::size_t length) {
+        std::string run;
+        for (std::size_t i = 0; i < length; ++i) run += static_cast<char>('0' + Below(10));
+        return run;
+    }
+
+    std::size_t HashLength() {
+        static constexpr std::size_t lengths[] = {31, 32, 33, 63, 64, 65};
+        return OneIn(4) ? 1 + Below(70) : lengths[Below(6)];
+    }
+
+    char InterestingByte() {
+        static constexpr char bytes[] = {'0', '9', 'a', 'f', 'A', 'F', 'g', 'G', 'z', '_', '/', '<', '>', ' ', '\t', '\n',
+                                         '\v', '\f', '\r', '\0', '\x80', '\xff', 't', 'm', 'p', '-', '.'};
+        return bytes[Below(sizeof bytes)];
+    }
+
+    void AppendToken(std::string& text) {
+        static const std::vector<std::string> pieces = {
+            "/tmp/", "/tmp/", "/tmp/", "/tmp", "tmp/", "/", "/private/tmp/", "<", ">", "<number>", "<md5>", "<sha256>",
+            "<tmp>", "_", "-", "=", ".", ":", "\"", "--", "x", "id_", "sleep ", "/usr/bin/",
+        };
+        static constexpr char spaces[] = {' ', '\t', '\n', '\v', '\f', '\r'};
+        switch (Below(12)) {
+            case 0:
+            case 1: text += Hex(HashLength()); break;
+            case 2: text += Digits(OneIn(5) ? 9 + Below(30) : 1 + Below(8)); break;
+            case 3:
+            case 4: text += pieces[Below(pieces.size())]; break;
+            case 5:
+            case 6: text += spaces[Below(sizeof spaces)]; break;
+            case 7: text += static_cast<char>(OneIn(3) ? '\0' : 0x80 + Below(128)); break;
+            case 8: text += static_cast<char>(Below(256)); break;
+            case 9: text += static_cast<char>(0x20 + Below(0x5f)); break;
+            case 10: text += static_cast<char>((OneIn(2) ? 'a' : 'A') + Below(26)); break;
+            default: text += InterestingByte();
+        }
+    }
+
+    void Mutate(std::string& text, const std::vector<std::string>& pool) {
+        const std::size_t at = Below(text.size() + 1);
+        switch (Below(7)) {
+            case 0:
+                if (at < text.size()) text[at] = InterestingByte();
+                break;
+            case 1: {
+                std::string token;
+                AppendToken(token);
+                text.insert(at, token);
+                break;
+            }
+            case 2: text.erase(at, 1 + Below(8)); break;
+            case 3: text.insert(at, text.substr(Below(text.size() + 1), 1 + Below(16))); break;
+            case 4:
+                if (at < text.size() && ((text[at] | 0x20) >= 'a' && (text[at] | 0x20) <= 'z')) text[at] ^= 0x20;
+                break;
+            case 5: text.insert(at, "/tmp/"); break;
+            default: {
+                const std::string& other = pool[Below(pool.size())];
+                text = text.substr(0, at) + other.substr(Below(other.size() + 1));
+            }
+        }
+    }
+
+    std::mt19937_64 m_random;
+};
+
+TEST(NormalizeCommandline, MatchesTheRegexReplacementsOnRandomAndMutatedInputs) {
+    InputMaker maker(0x6b616c766f);
+    std::vector<std::string> pool = {"cp /tmp/a.txt /tmp/b.txt", "/tmp/build1234/out",
+                                     "git show da39a3ee5e6b4b0d3255bfef95601890afd80709", "/tmp/"};
+    for (int i = 0; i < Iterations; ++i) {
+        const std::string input = (i % 2 == 0) ? maker.CommandLine() : maker.Mutation(pool);
+        std::string actual = input;
+        NormalizeCommandline(actual);
+        const std::string expected = OracleCommandline(input);
+        if (actual != expected) {
+            FAIL() << "iteration " << i << "\n input:    " << Literal(input) << "\n expected: " << Literal(expected)
+                   << "\n actual:   " << Literal(actual);
+        }
+        // Keep a rolling pool of recent inputs to mutate and splice.
+        if (pool.size() < 256) {
+            pool.push_back(input);
+        } else {
+            pool[maker.Below(pool.size())] = input;
+        }
+    }
+}
+
+TEST(NormalizeProcessPath, MatchesTheRegexReplacementOnRandomInputs) {
+    InputMaker maker(0x70617468);
+    for (int i = 0; i < Iterations; ++i) {
+        const std::string input = maker.ProcessPath();
+        std::string actual = input;
+        NormalizeProcessPath(actual);
+        const std::string expected = OracleProcessPath(input);
+        if (actual != expected) {
+            FAIL() << "iteration " << i << "\n input:    " << Literal(input) << "\n expected: " << Literal(expected)
+                   << "\n actual:   " << Literal(actual);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace KALVO::SecurityMonitor
