@@ -1,0 +1,33 @@
+#include "bench/QuietSensor.h"
+
+#include <stdexcept>
+
+namespace KALVO::Bench {
+
+QuietSensor::QuietSensor(const std::string& pluginPath, std::string configuration) {
+    DevHost::HostOptions options;
+    options.configuration = std::move(configuration);
+    m_host = std::make_unique<DevHost::Host>(std::move(options));
+    m_host->Reports().SetRetention(0);
+    m_host->Logs().SetRetention(0);
+    m_host->Filter().SetRetention(0);
+    m_plugin = std::make_unique<DevHost::Plugin>(pluginPath, m_host->Root());
+    if (m_plugin->Package()->Start(nullptr, 0) != Result::Success) throw std::runtime_error("the sensor did not start");
+}
+
+QuietSensor::~QuietSensor() {
+    (void)m_plugin->Package()->Stop(nullptr, 0);
+    m_host->Router().Clear();
+    m_plugin.reset();
+    m_host->Monitors().Clear();
+}
+
+QuietSensor::ProcessPtr QuietSensor::Process(std::string uid, std::string path, std::string commandLine) const {
+    DevHost::ProcessRecord record;
+    record.uid = std::move(uid);
+    record.path = std::move(path);
+    record.commandLine = std::move(commandLine);
+    return m_host->MakeProcess(std::move(record));
+}
+
+}  // namespace KALVO::Bench
