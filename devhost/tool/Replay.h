@@ -1,0 +1,30 @@
+// Replay: a recorded trace delivered to a sink, on one thread in the trace's order or on
+// several at once (as the agent delivers events on several threads). The trace is streamed, so
+// it may be of any length and may come from a pipe ("-" reads stdin) while it is written.
+// Malformed lines are skipped, each named by its line number; the rest is delivered.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "devhost/tool/EventSink.h"
+#include "devhost/tool/SignalWatcher.h"
+
+namespace KALVO::DevHost::Tool {
+
+struct ReplayOptions {
+    std::string path;  // "-": stdin
+    unsigned threads = 1;
+    bool progress = false;  // show a progress line on stderr (a terminal)
+};
+
+struct ReplayResult {
+    std::uint64_t delivered = 0;
+    std::uint64_t skipped = 0;  // malformed lines
+};
+
+// Delivers the trace until its end or a stop request. Throws std::runtime_error when the trace
+// cannot be opened or read.
+ReplayResult Replay(const ReplayOptions& options, EventSink& sink, SignalWatcher& signals);
+
+}  // namespace KALVO::DevHost::Tool

@@ -1,0 +1,47 @@
+// ToolOptions: the command line of kalvo-devhost, parsed and checked before anything runs, so
+// a mistake costs the user one clear line instead of a half-started sensor.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "devhost/FaultInjector.h"
+
+namespace KALVO::DevHost::Tool {
+
+// A command line that cannot be run; the message is one line for the user.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+enum class Command { Live, Record, Replay, Health, Help };
+
+struct ToolOptions {
+    Command command = Command::Help;
+    std::optional<std::string> plugin;
+    std::optional<std::string> config;
+    std::optional<std::string> stateDir;
+    std::uint32_t logThreshold = 3;  // warn
+    std::vector<FaultRule> faults;
+    std::optional<double> duration;  // seconds
+    std::optional<std::uint64_t> treeRoot;
+    bool poll = false;
+    std::optional<std::string> output;
+    std::string trace;  // replay
+    unsigned threads = 1;
+    std::string payload = R"({"id":"kalvo-devhost"})";
+    // Options given that the command does not use, for a warning.
+    std::vector<std::string> ignored;
+};
+
+// Parses argv[1..]. Throws UsageError.
+ToolOptions ParseToolOptions(int argc, char const* const* argv);
+
+// The --help text; `defaultPlugin` is named in it.
+std::string UsageText(const std::string& defaultPlugin);
+
+}  // namespace KALVO::DevHost::Tool
