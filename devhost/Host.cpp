@@ -26,7 +26,7 @@ Host::Host(HostOptions options)
       m_storage(MakePart<HostStorage>(m_ledger, m_faults, std::move(options.storagePath))),
       m_router(MakePart<MessageRouter>(m_ledger, m_faults, m_ledger)),
       m_reporting(MakePart<ReportingService>(m_ledger, m_faults, m_ledger)),
-      m_monitors(MakePart<MonitorRegistration>(m_ledger, m_faults, m_ledger, m_log.Get())),
+      m_monitors(MakePart<MonitorRegistration>(m_ledger, m_faults, m_ledger, ShareOf(m_log))),
       m_filter(MakePart<EventFilter>(m_ledger, m_faults)) {
     auto services = MakePart<ServiceProvider>(m_ledger, m_faults, ShareOf(m_reporting), ShareOf(m_monitors), ShareOf(m_filter));
     m_root = MakePart<RootObject>(m_ledger, m_faults,

@@ -29,8 +29,8 @@ std::size_t DeliveringOnThisThread(void const* registration) {
 }  // namespace
 
 MonitorRegistration::MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger,
-                                         LogSink* log)
-    : m_faults(std::move(faults)), m_ledger(std::move(ledger)), m_log(log) {}
+                                         HostRef<TrackedObject<LogSink>> log)
+    : m_faults(std::move(faults)), m_ledger(std::move(ledger)), m_log(std::move(log)) {}
 
 template <class Call>
 std::size_t MonitorRegistration::Deliver(List& list, std::uint32_t bit, EventKind kind, Call&& call) {

@@ -20,8 +20,10 @@
 
 #include "devhost/EventInfo.h"
 #include "devhost/FaultInjector.h"
+#include "devhost/HostRef.h"
 #include "devhost/LogSink.h"
 #include "devhost/ObjectLedger.h"
+#include "devhost/TrackedObject.h"
 #include "host/IMonitorRegistration.h"
 #include "host/IProcessInfo.h"
 #include "host/IProcessMonitor.h"
@@ -44,8 +46,9 @@ public:
     using ProcessPtr = Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>;
 
     // `log` receives a line when a monitor lets an exception escape (which a real host would
-    // not survive); borrowed, it must outlive this object.
-    MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger, LogSink* log);
+    // not survive).
+    MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger,
+                        HostRef<TrackedObject<LogSink>> log);
 
     // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
     // takes it, and returns how many it reached. Every monitor gets its own counted copies of
@@ -103,7 +106,7 @@ private:
 
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;
-    LogSink* m_log;
+    const HostRef<TrackedObject<LogSink>> m_log;
     std::atomic<std::uint64_t> m_sequence{0};
     std::atomic<std::uint64_t> m_escaped{0};
     mutable std::mutex m_mutex;  // guards both lists and every Registration's state
