@@ -33,7 +33,7 @@ inline constexpr char const* DefaultCollapsePattern = "this_will_not_match//any_
 inline constexpr std::int32_t DefaultReportLimit = 3;
 // Longer collapse expressions are refused like invalid ones: compiling a regular expression
 // recurses, and a 10,000-character one overflows a 512 KiB host thread while being compiled.
-inline constexpr std::size_t MaxCollapsePatternLength = 1024;
+inline constexpr std::size_t MaxCollapsePatternLength = 256;
 
 class SecurityMonitorImpl final : public ESP::v0::IProcessMonitor, public ESP::v0::IShellMonitor {
 public:
