@@ -59,7 +59,8 @@ TEST_F(SensorTest, ShellCommandLimit) {
 
 TEST_F(SensorTest, ShellCommandKeepsEveryByteOfTheCommand) {
     ASSERT_EQ(sensor.Start(), Result::Success);
-    const std::string command("echo \0\xff\x80 done", 15);
+    static constexpr char bytes[] = "echo \0\xff\x80 done";
+    const std::string command(bytes, sizeof bytes - 1);
     ASSERT_EQ(Commands(sensor, "/bin/sh", {command}), std::vector<bool>{true});
     const auto events = sensor.Host().Reports().Events();
     EXPECT_NE(DevHost::RenderValuesJson(*events.at(0)->observations.at(0).observables.at(1).values).find("done"),
