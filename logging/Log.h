@@ -28,9 +28,15 @@ namespace Detail {
 std::string CurrentExceptionTextAndError(std::error_code& error) noexcept;
 }  // namespace Detail
 
+// Formats and sends a line at `severity` through the process-wide logger, if there is one.
+template <class... Args>
+void Write(Severity severity, fmt::format_string<Args...> format, Args&&... args) noexcept {
+    if (auto logger = LoggerSingleton::Get()) logger->Log(severity, format, std::forward<Args>(args)...);
+}
+
 template <class... Args>
 void Error(fmt::format_string<Args...> format, Args&&... args) noexcept {
-    if (auto logger = LoggerSingleton::Get()) logger->Log(Severity::Error, format, std::forward<Args>(args)...);
+    Write(Severity::Error, format, std::forward<Args>(args)...);
 }
 
 // Sends `text` unformatted at Warn.

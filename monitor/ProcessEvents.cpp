@@ -8,8 +8,6 @@
 #include "monitor/Normalize.h"
 #include "monitor/Observables.h"
 #include "monitor/SecurityMonitorImpl.h"
-#include "reporting/SecurityEvent.h"
-#include "reporting/Source.h"
 
 namespace KALVO::SecurityMonitor {
 
@@ -28,11 +26,6 @@ ESP::v0::IProcessInfo& Require(SecurityMonitorImpl::ProcessPtr& process) {
     return *process;
 }
 
-template <class... Args>
-void LogSkipped(fmt::format_string<Args...> format, Args&&... args) {
-    if (auto logger = Logging::LoggerSingleton::Get()) logger->Log(Severity::Info, format, std::forward<Args>(args)...);
-}
-
 }  // namespace
 
 void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, ProcessPtr& parent) {
@@ -44,7 +37,7 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
         ObjectPtr<IObject> parentIdentity = IdentityOf(creator);
 
         if (m_processFilter->FilterEvent(childIdentity, parentIdentity, ProcessFilterContext) == ESP::v0::IEventFilter::Suppress) {
-            LogSkipped("Skipping OnProcessCreate event for process {}", uid);
+            Logging::Log::Write(Severity::Info, "Skipping OnProcessCreate event for process {}", uid);
             return;
         }
         RecordRunning(uid);
@@ -72,15 +65,13 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
         }
 
         static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
-        Reporting::SecurityEvent event = m_reporter->CreateSecurityEvent();
-        auto observation = event.CreateObservation(Reporting::v0::Severity::Default, sourceInformation,
-                                                   ProcessCreatedTypeId, "{parent} created {child}");
-        auto childValues = ValuesOf(child);
-        auto parentValues = ValuesOf(creator);
-        if (!observation) throw std::runtime_error("unable to create new observation");
-        AttachObservable(*observation, "child", std::move(childValues));
-        AttachObservable(*observation, "parent", std::move(parentValues));
-        m_reporter->ReportSecurityEvent(event);
+        ReportObservation(*m_reporter, sourceInformation, ProcessCreatedTypeId, "{parent} created {child}",
+                          [&](Reporting::IHostObservation& observation) {
+                              auto childValues = ValuesOf(child);
+                              auto parentValues = ValuesOf(creator);
+                              AttachObservable(observation, "child", std::move(childValues));
+                              AttachObservable(observation, "parent", std::move(parentValues));
+                          });
     });
 }
 
@@ -92,7 +83,7 @@ void SecurityMonitorImpl::OnProcessExists(EventPtr&, ProcessPtr& process) {
         const std::string uid = CopyText(running.GetUid());
         ObjectPtr<IObject> identity = IdentityOf(running);
         if (m_processFilter->FilterEvent(identity, identity, ProcessFilterContext) == ESP::v0::IEventFilter::Suppress) {
-            LogSkipped("Skipping OnProcessExists event for process {}", uid);
+            Logging::Log::Write(Severity::Info, "Skipping OnProcessExists event for process {}", uid);
             return;
         }
         RecordRunning(uid);
@@ -100,13 +91,10 @@ void SecurityMonitorImpl::OnProcessExists(EventPtr&, ProcessPtr& process) {
         if (WasCachedByPreviousRun(uid)) return;
 
         static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
-        Reporting::SecurityEvent event = m_reporter->CreateSecurityEvent();
-        auto observation = event.CreateObservation(Reporting::v0::Severity::Default, sourceInformation,
-                                                   ProcessExistsTypeId, "{process} exists on the system");
-        auto values = ValuesOf(running);
-        if (!observation) throw std::runtime_error("unable to create new observation");
-        AttachObservable(*observation, "process", std::move(values));
-        m_reporter->ReportSecurityEvent(event);
+        ReportObservation(*m_reporter, sourceInformation, ProcessExistsTypeId, "{process} exists on the system",
+                          [&](Reporting::IHostObservation& observation) {
+                              AttachObservable(observation, "process", ValuesOf(running));
+                          });
     });
 }
 

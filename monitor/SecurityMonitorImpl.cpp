@@ -33,16 +33,11 @@ constexpr char const* ReportLimitKey = "/securitymonitor/process_tree_report_lim
 constexpr std::uint32_t ProcessEventMask = 14;
 constexpr std::uint32_t ShellEventMask = 2;
 
-template <class... Args>
-void Trace(fmt::format_string<Args...> format, Args&&... args) {
-    if (auto logger = Logging::LoggerSingleton::Get()) logger->Log(Severity::Trace, format, std::forward<Args>(args)...);
-}
-
 }  // namespace
 
 SecurityMonitorImpl::SecurityMonitorImpl(ObjectPtr<IObject> host)
     : m_collapseRegex(CompileCollapseExpression(DefaultCollapsePattern)), m_host(std::move(host)) {
-    Trace("SecurityMonitorImpl");
+    Logging::Log::Write(Severity::Trace, "SecurityMonitorImpl");
     if (!m_host) throw std::system_error(Result::ProtocolError, std::generic_category(), "service provider not available");
 
     ObjectPtr<Agent::Hosting::IServiceProvider> services;
@@ -136,7 +131,7 @@ void SecurityMonitorImpl::ReadConfiguration(ConfigurationRead form) noexcept {
 }
 
 Result::Code SecurityMonitorImpl::OnSynchronize(std::string const& context) {
-    Trace("SecurityMonitorImpl::OnSynchronize: context = {}", context);
+    Logging::Log::Write(Severity::Trace, "SecurityMonitorImpl::OnSynchronize: context = {}", context);
     EIL::Json::Json document;
     try {
         document = EIL::Json::FromString(context);

@@ -12,8 +12,6 @@
 #include "monitor/Normalize.h"
 #include "monitor/Observables.h"
 #include "monitor/SecurityMonitorImpl.h"
-#include "reporting/SecurityEvent.h"
-#include "reporting/Source.h"
 
 namespace KALVO::SecurityMonitor {
 
@@ -41,8 +39,7 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
         context["command"] = EIL::Json::Json(command);
         const std::string contextText = EIL::Json::ToStringA(context);
         if (m_processFilter->FilterEvent(identity, identity, contextText.c_str()) == ESP::v0::IEventFilter::Suppress) {
-            if (auto logger = Logging::LoggerSingleton::Get())
-                logger->Log(Severity::Info, "Skipping OnShellCommand event for process {}", CopyText(shell.GetUid()));
+            Logging::Log::Write(Severity::Info, "Skipping OnShellCommand event for process {}", CopyText(shell.GetUid()));
             return;
         }
 
@@ -60,7 +57,6 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
         }
 
         static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
-        Reporting::SecurityEvent event = m_reporter->CreateSecurityEvent();
         auto commandValues = EIL::Values::MakeValues();
         static constexpr char const* TypeKey = "type";
         static constexpr char const* TypeIdKey = "type_id";
@@ -69,13 +65,11 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
         (void)Identifier::Set(Identifier(TypeIdKey), commandValues.Get(), CommandObservableTypeId);
         (void)Identifier::Set(Identifier(CommandKey), commandValues.Get(), command);
 
-        auto observation = event.CreateObservation(Reporting::v0::Severity::Default, sourceInformation, ShellCommandTypeId,
-                                                   "Shell {process} received {command}");
-        auto processValues = ValuesOf(shell);
-        if (!observation) throw std::runtime_error("unable to create new observation");
-        AttachObservable(*observation, "process", std::move(processValues));
-        AttachObservable(*observation, "command", ObjectPtr<EIL::Values::IValues>(std::move(commandValues)));
-        m_reporter->ReportSecurityEvent(event);
+        ReportObservation(*m_reporter, sourceInformation, ShellCommandTypeId, "Shell {process} received {command}",
+                          [&](Reporting::IHostObservation& observation) {
+                              AttachObservable(observation, "process", ValuesOf(shell));
+                              AttachObservable(observation, "command", ObjectPtr<EIL::Values::IValues>(std::move(commandValues)));
+                          });
     });
 }
 
