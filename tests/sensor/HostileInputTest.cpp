@@ -49,6 +49,21 @@ TEST_F(SensorTest, HugeHostileTextsOnASmallStack) {
     EXPECT_EQ(sensor.Stop(), Result::Success);
 }
 
+TEST_F(SensorTest, CollapseExpressionMatchingAWholeMegabyteOnASmallStack) {
+    // Matching walks the whole text here; neither library may recurse per character.
+    StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"(\\w+\\s?)*|[^z]*"}})");
+    RunOnSmallStack([&] {
+        for (const auto& [name, text] : HostileTexts()) {
+            SCOPED_TRACE(name);
+            auto parent = sensor.Process("p-" + name, "/bin/sh", "sh");
+            auto child = sensor.Process("c-" + name, "/bin/x", text);
+            sensor.Created(child, parent);
+        }
+    });
+    EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
+    EXPECT_EQ(sensor.Reported(), 3u);  // every child command line collapsed into one key
+}
+
 TEST_F(SensorTest, CatastrophicCollapseExpressionDoesNotHang) {
     StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"(a+)+b"}})");
     RunOnSmallStack([&] {
