@@ -19,12 +19,15 @@ protected:
     ~IServiceProvider() = default;
 };
 
-// Asks `provider` for service I (I::ServiceId). On success `out` owns the new reference.
+// Asks `provider` for service I (I::ServiceId). On success `out` owns the new reference; a
+// success without an object is answered 100, as by QueryInterface.
 template <class I, class Ptr>
 Result::Code QueryService(IServiceProvider* provider, Ptr& out) noexcept {
     IObject* raw = nullptr;
     const Result::Code code = provider->GetService(I::ServiceId, raw);
-    if (code == Result::Success) out = Ptr::Adopt(static_cast<I*>(raw));
+    if (code != Result::Success) return code;
+    if (raw == nullptr) return Result::ProtocolError;
+    out = Ptr::Adopt(static_cast<I*>(raw));
     return code;
 }
 

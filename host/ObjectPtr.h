@@ -67,12 +67,15 @@ private:
 };
 
 // Asks `object` for interface I. On success `out` owns the new reference; on failure `out`
-// is left as it was and the host's code is returned.
+// is left as it was and the host's code is returned. A host that answers success without an
+// object has failed too (100): nothing after a successful lookup tests for null.
 template <class I, class From>
 Result::Code QueryInterface(From* object, ObjectPtr<I>& out) noexcept {
     IObject* raw = nullptr;
     const Result::Code code = object->GetInterface(I::Id, raw);
-    if (code == Result::Success) out = ObjectPtr<I>::Adopt(static_cast<I*>(raw));
+    if (code != Result::Success) return code;
+    if (raw == nullptr) return Result::ProtocolError;
+    out = ObjectPtr<I>::Adopt(static_cast<I*>(raw));
     return code;
 }
 

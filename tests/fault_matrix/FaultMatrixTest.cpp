@@ -1,0 +1,257 @@
+// Every host operation, made to fail in turn with each code it can meaningfully return, during
+// every phase of the sensor's life (Start, each kind of event, a health check, Synchronize,
+// Stop). Whatever fails: nothing crashes, no exception reaches the host, the failure is logged
+// with the line the sensor promises for it (and is never silent when it changes an outcome),
+// the sensor gives back every reference it took, and once the fault is lifted it works again:
+// a fresh event is reported.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tests/support/SensorTest.h"
+
+namespace KALVO::Testing {
+namespace {
+
+using DevHost::Operation;
+
+enum class Phase { Start, ProcessCreate, ProcessExists, ProcessTerminate, ShellCommand, HealthCheck, Synchronize, Stop };
+
+constexpr Phase AllPhases[] = {Phase::Start,       Phase::ProcessCreate, Phase::ProcessExists, Phase::ProcessTerminate,
+                               Phase::ShellCommand, Phase::HealthCheck,  Phase::Synchronize,   Phase::Stop};
+
+const char* PhaseName(Phase phase) {
+    switch (phase) {
+    case Phase::Start: return "Start";
+    case Phase::ProcessCreate: return "ProcessCreate";
+    case Phase::ProcessExists: return "ProcessExists";
+    case Phase::ProcessTerminate: return "ProcessTerminate";
+    case Phase::ShellCommand: return "ShellCommand";
+    case Phase::HealthCheck: return "HealthCheck";
+    case Phase::Synchronize: return "Synchronize";
+    case Phase::Stop: return "Stop";
+    }
+    return "?";
+}
+
+bool IsLookup(Operation operation) {
+    const std::string_view name = DevHost::OperationName(operation);
+    return name.find("GetInterface:") != std::string_view::npos || name.find("GetService:") != std::string_view::npos;
+}
+
+// Codes a host operation can meaningfully fail with; the filter's "code" is its answer, and 1
+// is the one answer that suppresses. A lookup can also answer 0 without handing out an object
+// (the injected fault does nothing else), which must count as a failure, not be followed.
+std::vector<Result::Code> CodesFor(Operation operation) {
+    std::vector<Result::Code> codes = {2, 12, 22, 43, 89, 100};
+    if (operation == Operation::Filter) codes.insert(codes.begin(), 1);
+    if (IsLookup(operation)) codes.insert(codes.begin(), 0);
+    return codes;
+}
+
+constexpr char const* Configuration = R"({"securitymonitor":{"process_tree_report_limit":5}})";
+constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
+
+struct Expected {
+    std::uint32_t severity;
+    std::string text;
+};
+
+bool In(Operation operation, std::initializer_list<Operation> set) {
+    return std::find(set.begin(), set.end(), operation) != set.end();
+}
+
+// What a failing host call in the event handlers turns into: the handler's Error line.
+bool BreaksReporting(Operation operation) {
+    return In(operation, {Operation::ProcessGetInterfaceObject, Operation::ProcessGetInterfaceValues,
+                          Operation::GetInterfaceServiceProvider, Operation::GetServiceReporting, Operation::CreateSecurityEvent,
+                          Operation::CreateObservation, Operation::AddObservable, Operation::ReportSecurityEvent});
+}
+
+// The line the sensor writes for this fault, if it promises one.
+std::optional<Expected> ExpectedLine(Operation operation, Phase phase, Result::Code code) {
+    const std::string number = std::to_string(code);
+    switch (phase) {
+    case Phase::Start:
+        if (operation == Operation::RegisterProcessMonitor) return Expected{LogLevel::Error, "Registering process monitor from ESP failed: " + number};
+        if (operation == Operation::RegisterShellMonitor) return Expected{LogLevel::Error, "Registering shell monitor from ESP failed: " + number};
+        if (In(operation, {Operation::GetInterfaceConfiguration, Operation::GetData}))
+            return Expected{LogLevel::Warn, "Failed to get configuration for process tree collapsing"};
+        if (In(operation, {Operation::GetInterfaceServiceProvider, Operation::GetInterfaceObject, Operation::GetServiceMonitorRegistration,
+                           Operation::GetServiceEventFilter, Operation::GetInterfaceMessageRouter, Operation::RegisterCommandHandler}))
+            return Expected{LogLevel::Error, "unable to create our interface"};
+        return std::nullopt;
+    case Phase::ProcessCreate:
+        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping OnProcessCreate event for process"};
+        if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process process start event"};
+        return std::nullopt;
+    case Phase::ProcessExists:
+        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping OnProcessExists event for process"};
+        if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process process exists event"};
+        return std::nullopt;
+    case Phase::ShellCommand:
+        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping OnShellCommand event for process"};
+        if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process shell command event"};
+        return std::nullopt;
+    case Phase::Synchronize:
+        if (In(operation, {Operation::GetInterfaceConfiguration, Operation::GetData}))
+            return Expected{LogLevel::Warn, "Failed to get configuration for process tree collapsing"};
+        return std::nullopt;
+    case Phase::Stop:
+        if (operation == Operation::UnregisterProcessMonitor) return Expected{LogLevel::Error, "Unregistering process monitor from ESP failed: " + number};
+        if (operation == Operation::UnregisterShellMonitor) return Expected{LogLevel::Error, "Unregistering shell monitor from ESP failed: " + number};
+        return std::nullopt;
+    case Phase::ProcessTerminate:
+    case Phase::HealthCheck:
+        return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+class FaultMatrix : public SensorTest, public ::testing::WithParamInterface<Operation> {
+protected:
+    DevHost::Host& Host() { return sensor.Host(); }
+
+    std::string Fresh() { return "n" + std::to_string(++m_serial); }
+
+    // A new parent-to-child step that has never been counted; true when it was reported.
+    bool CreateFresh() {
+        const std::string id = Fresh();
+        auto parent = sensor.Process("parent-" + id, "/bin/zsh", "-zsh");
+        auto child = sensor.Process("child-" + id, "/usr/bin/env", "env " + id);
+        const auto before = sensor.Reported();
+        sensor.Created(child, parent);
+        return sensor.Reported() == before + 1;
+    }
+
+    bool ExistsFresh() {
+        const std::string id = Fresh();
+        const auto before = sensor.Reported();
+        Host().Monitors().DeliverProcessExists(sensor.Process("exists-" + id, "/usr/sbin/daemon", "daemon " + id));
+        return sensor.Reported() == before + 1;
+    }
+
+    bool ShellFresh() {
+        const std::string id = Fresh();
+        const auto before = sensor.Reported();
+        Host().Monitors().DeliverShellCommand(sensor.Process("shell-" + id, "/bin/zsh", "-zsh"), "echo " + id);
+        return sensor.Reported() == before + 1;
+    }
+
+    // Runs `phase` with `operation` failing with `code`; returns whether its outcome was the
+    // normal one (Start/Synchronize/Stop/health check answered 0, the event reported).
+    bool RunPhase(Phase phase, Operation operation, Result::Code code) {
+        auto& faults = Host().Faults();
+        faults.FailAlways(operation, code);
+        bool normal = true;
+        switch (phase) {
+        case Phase::Start: normal = sensor.Start() == Result::Success; break;
+        case Phase::ProcessCreate: normal = CreateFresh(); break;
+        case Phase::ProcessExists: normal = ExistsFresh(); break;
+        case Phase::ShellCommand: normal = ShellFresh(); break;
+        case Phase::ProcessTerminate:
+            Host().Monitors().DeliverProcessTerminate(sensor.Process("exists-n1", "/usr/sbin/daemon", "daemon"));
+            break;
+        case Phase::HealthCheck: {
+            std::string answer;
+            normal = Host().Router().Execute(HealthCheckKey, R"({"id":"7"})", answer) == Result::Success &&
+                     answer == R"({"id":"7","status":"ok"})";
+            break;
+        }
+        case Phase::Synchronize: normal = sensor.Synchronize(R"({"reason":"configuration"})") == Result::Success; break;
+        case Phase::Stop: normal = sensor.Stop() == Result::Success; break;
+        }
+        faults.ClearAll();
+        return normal;
+    }
+
+    std::size_t LinesAtOrAbove(std::uint32_t severity) {
+        std::size_t count = 0;
+        for (const auto& line : sensor.Host().Logs().Lines()) count += line.severity <= severity ? 1 : 0;
+        return count;
+    }
+
+    // After the fault is lifted: started again if the phase stopped it (or Start failed), a
+    // fresh event is reported, and Stop leaves the host's accounting where it was.
+    void CheckRecovery(Phase phase, bool startedBefore) {
+        if (phase == Phase::Stop || !startedBefore) {
+            // A host whose unregistration failed still holds the destroyed monitor; it has to
+            // drop it before anything is delivered again.
+            Host().Monitors().Clear();
+        }
+        if (phase == Phase::Stop || phase == Phase::Start) {
+            ASSERT_EQ(sensor.Start(), Result::Success) << "Start once the fault is lifted";
+        }
+        EXPECT_TRUE(CreateFresh()) << "a fresh event once the fault is lifted";
+        EXPECT_EQ(sensor.Stop(), Result::Success);
+        EXPECT_TRUE(Host().Monitors().ProcessMonitors().empty());
+        EXPECT_TRUE(Host().Monitors().ShellMonitors().empty());
+        EXPECT_FALSE(Host().Router().HasHandler(HealthCheckKey));
+        EXPECT_EQ(Host().OutstandingReferences(), m_stoppedReferences) << Host().DescribeOutstandingReferences();
+        EXPECT_EQ(Host().Config().OutstandingTexts(), 0u);
+    }
+
+    void RunCase(Operation operation, Result::Code code, Phase phase) {
+        SCOPED_TRACE(std::string(DevHost::OperationName(operation)) + "=" + std::to_string(code) + " during " + PhaseName(phase));
+        Host().Config().SetText(Configuration);
+        if (phase != Phase::Start) {
+            ASSERT_EQ(sensor.Start(), Result::Success);
+        }
+        Host().Logs().Clear();
+        const bool normal = RunPhase(phase, operation, code);
+
+        EXPECT_EQ(Host().Monitors().EscapedExceptions(), 0u);
+        if (operation != Operation::Log) {  // a failing log sink drops the lines
+            const auto expected = ExpectedLine(operation, phase, code);
+            if (expected) {
+                EXPECT_GE(sensor.Logged(expected->severity, expected->text), 1u) << "expected line: " << expected->text;
+            }
+            if (!normal) {
+                EXPECT_GE(LinesAtOrAbove(LogLevel::Info), 1u) << "a failure that changed the outcome is logged";
+            }
+            if (expected && expected->severity == LogLevel::Error && phase != Phase::Start && phase != Phase::Stop) {
+                EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: '"), 1u) << "the exception's own text first";
+            }
+        }
+        if (phase == Phase::Start && !normal) {
+            EXPECT_TRUE(Host().Monitors().ProcessMonitors().empty()) << "a failed Start leaves no registration";
+            EXPECT_TRUE(Host().Monitors().ShellMonitors().empty()) << "a failed Start leaves no registration";
+        }
+        CheckRecovery(phase, phase != Phase::Start || normal);
+    }
+
+    // What the loaded, stopped package holds (the host object, the log sink).
+    void SetUp() override { m_stoppedReferences = Host().OutstandingReferences(); }
+
+    std::uint64_t m_stoppedReferences = 0;
+    unsigned m_serial = 0;
+};
+
+TEST_P(FaultMatrix, EveryPhaseSurvivesTheFaultAndRecovers) {
+    const Operation operation = GetParam();
+    for (const Result::Code code : CodesFor(operation)) {
+        for (const Phase phase : AllPhases) {
+            RunCase(operation, code, phase);
+            if (HasFatalFailure()) return;
+        }
+    }
+}
+
+std::string ParamName(const ::testing::TestParamInfo<Operation>& info) {
+    std::string name(DevHost::OperationName(info.param));
+    for (char& c : name) {
+        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+    }
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(HostOperations, FaultMatrix, ::testing::ValuesIn(DevHost::AllOperations().begin(), DevHost::AllOperations().end()),
+                         ParamName);
+
+}  // namespace
+}  // namespace KALVO::Testing
