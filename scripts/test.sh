@@ -13,6 +13,17 @@ presets=("$@")
 
 jobs=$(nproc)
 failed=()
+
+# The fuzz smoke (its own block below) is no ctest preset: it runs with the default presets,
+# or alone as `scripts/test.sh fuzz`, and stays out of the preset loop.
+run_fuzz=0
+[ "$#" -gt 0 ] || run_fuzz=1
+kept=()
+for preset in "${presets[@]}"; do
+  if [ "$preset" = fuzz ]; then run_fuzz=1; else kept+=("$preset"); fi
+done
+presets=("${kept[@]}")
+
 for preset in "${presets[@]}"; do
   echo "=== $preset: build"
   start=$SECONDS
@@ -24,6 +35,23 @@ for preset in "${presets[@]}"; do
   fi
   echo "=== $preset: $((SECONDS - start)) s"
 done
+
+# ---------------------------------------------------------------------------------------------
+# Fuzz smoke: every libFuzzer harness (fuzz preset: clang, ASan+UBSan) runs for a few seconds
+# (KALVO_FUZZ_SMOKE_SECONDS, default 10) over its checked-in corpus. Longer runs: scripts/fuzz.sh.
+if [ "$run_fuzz" = 1 ]; then
+  echo "=== fuzz: build"
+  start=$SECONDS
+  cmake --preset fuzz -DKALVO_FUZZ_SMOKE_SECONDS="${KALVO_FUZZ_SMOKE_SECONDS:-10}" >/dev/null
+  cmake --build --preset fuzz --target kalvo_fuzzers -j "$jobs"
+  echo "=== fuzz: smoke"
+  if ! ctest --test-dir build/fuzz/fuzz -R '^fuzz_.*_smoke$' -j "$jobs" --output-on-failure; then
+    failed+=(fuzz)
+  fi
+  echo "=== fuzz: $((SECONDS - start)) s"
+  presets+=(fuzz)
+fi
+# ---------------------------------------------------------------------------------------------
 
 if [ "${#failed[@]}" -gt 0 ]; then
   echo "FAILED presets: ${failed[*]}"
