@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "devhost/ValueReading.h"
+#include "devhost/ValidUtf8.h"
 #include "devhost/ValuesSnapshot.h"
 #include "eil/json/RapidJson.h"
 #include "eil/values/Identifier.h"
@@ -20,48 +21,6 @@ using EIL::Values::IValue;
 using EIL::Values::IValues;
 using EIL::Values::ValueType;
 using Writer = RJ::Writer<RJ::StringBuffer>;
-
-// Reads bytes for RapidJSON's UTF-8 validator; past the end it hands out NULs and keeps
-// counting, so an incomplete sequence shows as a position beyond the end.
-class ByteStream {
-public:
-    using Ch = char;
-    ByteStream(std::string_view bytes, std::size_t position) noexcept : m_bytes(bytes), m_position(position) {}
-    Ch Peek() const noexcept { return m_position < m_bytes.size() ? m_bytes[m_position] : '\0'; }
-    Ch Take() noexcept {
-        const Ch c = Peek();
-        ++m_position;
-        return c;
-    }
-    std::size_t Tell() const noexcept { return m_position; }
-
-private:
-    std::string_view m_bytes;
-    std::size_t m_position;
-};
-
-struct DiscardSink {
-    void Put(char) noexcept {}
-};
-
-// `bytes` with every byte that does not start a valid UTF-8 sequence replaced by U+FFFD.
-std::string ValidUtf8(std::string_view bytes) {
-    std::string text;
-    text.reserve(bytes.size());
-    std::size_t position = 0;
-    while (position < bytes.size()) {
-        ByteStream stream(bytes, position);
-        DiscardSink sink;
-        if (RJ::UTF8<>::Validate(stream, sink) && stream.Tell() <= bytes.size()) {
-            text.append(bytes.substr(position, stream.Tell() - position));
-            position = stream.Tell();
-        } else {
-            text.append("\xEF\xBF\xBD");
-            ++position;
-        }
-    }
-    return text;
-}
 
 void WriteString(Writer& writer, std::string_view bytes) {
     const std::string text = ValidUtf8(bytes);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "devhost/ValidUtf8.h"
 #include "eil/json/RapidJson.h"
 
 namespace KALVO::DevHost::Tool {
@@ -13,44 +14,8 @@ namespace {
 namespace RJ = EIL::RJ;
 using Writer = RJ::Writer<RJ::StringBuffer>;
 
-// Reads bytes for RapidJSON's UTF-8 validator; past the end it hands out NULs and keeps
-// counting, so a truncated sequence ends beyond the text.
-class ByteStream {
-public:
-    using Ch = char;
-    ByteStream(std::string_view bytes, std::size_t position) noexcept : m_bytes(bytes), m_position(position) {}
-    Ch Peek() const noexcept { return m_position < m_bytes.size() ? m_bytes[m_position] : '\0'; }
-    Ch Take() noexcept {
-        const Ch c = Peek();
-        ++m_position;
-        return c;
-    }
-    std::size_t Tell() const noexcept { return m_position; }
-
-private:
-    std::string_view m_bytes;
-    std::size_t m_position;
-};
-
-struct DiscardSink {
-    void Put(char) noexcept {}
-};
-
 void WriteText(Writer& writer, std::string_view bytes) {
-    std::string text;
-    text.reserve(bytes.size());
-    std::size_t position = 0;
-    while (position < bytes.size()) {
-        ByteStream stream(bytes, position);
-        DiscardSink sink;
-        if (RJ::UTF8<>::Validate(stream, sink) && stream.Tell() <= bytes.size()) {
-            text.append(bytes.substr(position, stream.Tell() - position));
-            position = stream.Tell();
-        } else {
-            text.append("\xEF\xBF\xBD");
-            ++position;
-        }
-    }
+    const std::string text = ValidUtf8(bytes);
     writer.String(text.data(), static_cast<RJ::SizeType>(text.size()));
 }
 
