@@ -40,7 +40,7 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
             Logging::Log::Write(Severity::Info, "Skipping OnProcessCreate event for process {}", uid);
             return;
         }
-        RecordRunning(uid);
+        m_runningProcessUIDs.Insert(uid);
 
         // A limit of 0 reports every creation and spares all the counting work.
         if (m_reportLimit.load() != 0) {
@@ -54,8 +54,8 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
             NormalizeCommandline(childCommandLine);
             {
                 std::shared_lock lock(m_configMutex);
-                if (std::regex_match(childCommandLine, m_collapseRegex)) childCommandLine = "<>";
-                if (std::regex_match(parentCommandLine, m_collapseRegex)) parentCommandLine = "<>";
+                if (m_collapseRegex.MatchesWhole(childCommandLine)) childCommandLine = "<>";
+                if (m_collapseRegex.MatchesWhole(parentCommandLine)) parentCommandLine = "<>";
             }
             std::string key;
             key.reserve(parentPath.size() + childPath.size() + parentCommandLine.size() + childCommandLine.size() + 3);
@@ -86,7 +86,7 @@ void SecurityMonitorImpl::OnProcessExists(EventPtr&, ProcessPtr& process) {
             Logging::Log::Write(Severity::Info, "Skipping OnProcessExists event for process {}", uid);
             return;
         }
-        RecordRunning(uid);
+        m_runningProcessUIDs.Insert(uid);
         // The previous run already reported it; no repeat count here otherwise.
         if (WasCachedByPreviousRun(uid)) return;
 
@@ -100,9 +100,7 @@ void SecurityMonitorImpl::OnProcessExists(EventPtr&, ProcessPtr& process) {
 
 void SecurityMonitorImpl::OnProcessTerminate(EventPtr&, ProcessPtr& process) {
     (void)Logging::CatchAll("unable to process process terminate event", [&] {
-        const std::string uid = CopyText(Require(process).GetUid());
-        std::lock_guard lock(m_uidMutex);
-        m_runningProcessUIDs.erase(uid);
+        m_runningProcessUIDs.Erase(CopyText(Require(process).GetUid()));
     });
 }
 

@@ -12,7 +12,6 @@
 #include "eil/string/StrSplit.h"
 #include "host/IServiceProvider.h"
 #include "logging/Log.h"
-#include "monitor/CollapseExpression.h"
 #include "storage/Storage.h"
 
 namespace KALVO::SecurityMonitor {
@@ -36,7 +35,7 @@ constexpr std::uint32_t ShellEventMask = 2;
 }  // namespace
 
 SecurityMonitorImpl::SecurityMonitorImpl(ObjectPtr<IObject> host)
-    : m_collapseRegex(CompileCollapseExpression(DefaultCollapsePattern)), m_host(std::move(host)) {
+    : m_collapseRegex(DefaultCollapsePattern), m_host(std::move(host)) {
     Logging::Log::Write(Severity::Trace, "SecurityMonitorImpl");
     if (!m_host) throw std::system_error(Result::ProtocolError, std::generic_category(), "service provider not available");
 
@@ -79,7 +78,6 @@ void SecurityMonitorImpl::LoadCachedProcessUIDs() noexcept {
     try {
         const Storage::Storage storage(m_host.Get(), StorageScope);
         const std::string stored = storage.GetString(CachedProcessUIDsKey);
-        std::lock_guard lock(m_uidMutex);
         for (auto& uid : EIL::String::StrSplit(stored, ",", false)) m_cachedProcessUIDs.insert(std::string(uid));
     } catch (...) {
     }
@@ -88,12 +86,9 @@ void SecurityMonitorImpl::LoadCachedProcessUIDs() noexcept {
 void SecurityMonitorImpl::SaveRunningProcessUIDs() noexcept {
     try {
         std::string value;
-        {
-            std::lock_guard lock(m_uidMutex);
-            for (const auto& uid : m_runningProcessUIDs) {
-                value += uid;
-                value += ',';
-            }
+        for (const auto& uid : m_runningProcessUIDs.Sorted()) {
+            value += uid;
+            value += ',';
         }
         const Storage::Storage storage(m_host.Get(), StorageScope);
         storage.SetBuffer(CachedProcessUIDsKey, value.data(), value.size());
@@ -113,11 +108,11 @@ void SecurityMonitorImpl::ReadConfiguration(ConfigurationRead form) noexcept {
                 // while the previous compiled expression stays in force, so repeating the same
                 // invalid value is silent.
                 m_collapsePattern = std::move(pattern);
-                m_collapseRegex = CompileCollapseExpression(m_collapsePattern);
+                m_collapseRegex = CollapseExpression(m_collapsePattern);
             }
         } else if (form == ConfigurationRead::Synchronize) {
             m_collapsePattern = DefaultCollapsePattern;
-            m_collapseRegex = CompileCollapseExpression(m_collapsePattern);
+            m_collapseRegex = CollapseExpression(m_collapsePattern);
         }
         if (configuration.Exists(ReportLimitKey)) {
             const std::int32_t limit = configuration.GetInt32(ReportLimitKey);
@@ -167,13 +162,7 @@ bool SecurityMonitorImpl::CountWithinLimit(Counts& counts, std::string const& ke
     return true;
 }
 
-void SecurityMonitorImpl::RecordRunning(std::string const& uid) {
-    std::lock_guard lock(m_uidMutex);
-    m_runningProcessUIDs.insert(uid);
-}
-
-bool SecurityMonitorImpl::WasCachedByPreviousRun(std::string const& uid) {
-    std::lock_guard lock(m_uidMutex);
+bool SecurityMonitorImpl::WasCachedByPreviousRun(std::string const& uid) const {
     return m_cachedProcessUIDs.count(uid) != 0;
 }
 

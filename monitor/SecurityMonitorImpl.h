@@ -10,8 +10,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <regex>
 #include <set>
 #include <shared_mutex>
 #include <string>
@@ -24,6 +22,8 @@
 #include "host/IProcessMonitor.h"
 #include "host/IShellMonitor.h"
 #include "host/ObjectPtr.h"
+#include "monitor/CollapseExpression.h"
+#include "monitor/RunningProcessSet.h"
 #include "reporting/Reporter.h"
 
 namespace KALVO::SecurityMonitor {
@@ -31,9 +31,6 @@ namespace KALVO::SecurityMonitor {
 // The collapse expression used when none is configured; meant to match no process.
 inline constexpr char const* DefaultCollapsePattern = "this_will_not_match//any_process";
 inline constexpr std::int32_t DefaultReportLimit = 3;
-// Longer collapse expressions are refused like invalid ones: compiling a regular expression
-// recurses, and a 10,000-character one overflows a 512 KiB host thread while being compiled.
-inline constexpr std::size_t MaxCollapsePatternLength = 256;
 
 class SecurityMonitorImpl final : public ESP::v0::IProcessMonitor, public ESP::v0::IShellMonitor {
 public:
@@ -71,14 +68,13 @@ private:
     // Counts one occurrence of `key`; false when the key has now been seen more often than the
     // report limit allows.
     bool CountWithinLimit(Counts& counts, std::string const& key);
-    void RecordRunning(std::string const& uid);
-    bool WasCachedByPreviousRun(std::string const& uid);
+    bool WasCachedByPreviousRun(std::string const& uid) const;
     void LoadCachedProcessUIDs() noexcept;
     void SaveRunningProcessUIDs() noexcept;
 
     Counts m_shellCommandCounts;
     Counts m_processTreeCounts;
-    std::regex m_collapseRegex;
+    CollapseExpression m_collapseRegex;
     std::string m_collapsePattern = DefaultCollapsePattern;
     std::atomic<std::int32_t> m_reportLimit{DefaultReportLimit};
     std::shared_mutex m_configMutex;  // guards m_collapseRegex and m_collapsePattern
@@ -86,11 +82,10 @@ private:
     Agent::Hosting::ObjectPtr<ESP::v0::IMonitorRegistration> m_espMonitor;
     Agent::Hosting::ObjectPtr<ESP::v0::IEventFilter> m_processFilter;
     std::unique_ptr<Reporting::Reporter> m_reporter;
-    // The host delivers process events on several threads at once; the two identifier sets
-    // are guarded by a lock of our own.
-    std::mutex m_uidMutex;
-    std::set<std::string> m_runningProcessUIDs;
-    std::set<std::string> m_cachedProcessUIDs;
+    // The host delivers process events on several threads at once: the running set locks
+    // itself; the set read from storage is filled before registration and only read after it.
+    RunningProcessSet m_runningProcessUIDs;
+    std::set<std::string, std::less<>> m_cachedProcessUIDs;
 };
 
 }  // namespace KALVO::SecurityMonitor
