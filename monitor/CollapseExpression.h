@@ -25,9 +25,11 @@ namespace KALVO::SecurityMonitor {
 // and a 10,000-character one overflows a 512 KiB host thread while being compiled.
 inline constexpr std::size_t MaxCollapsePatternLength = 256;
 
-// Refused above this many unrolled atoms: the polynomial executor's cost per matched
-// character grows with them, and `(.*.*.*){5000}` would cost seconds per command line.
-inline constexpr std::size_t MaxCollapseExpressionAtoms = 2048;
+// Refused above this many unrolled atoms: the matcher's cost per character grows with them.
+// 512 is twice what the longest expression without counted repetitions can have; with g++ 12
+// such an expression already costs about 16 ms on a 1,000-character command line, and
+// `(.*.*.*){5000}`, short as it is, would cost seconds.
+inline constexpr std::size_t MaxCollapseExpressionAtoms = 512;
 
 class CollapseExpression {
 public:

@@ -73,13 +73,13 @@ TEST(CollapseExpression, CountsUnrolledAtoms) {
 
 TEST(CollapseExpression, RefusesExpressionsTooCostlyToMatch) {
     const std::vector<std::string> refused = {
-        "(.*.*.*){5000}", "a{3000}", "(a{50}){50}", "x{99999999999999999999999}", "((((a{9}){9}){9}){9})",
+        "(.*.*.*){5000}", "(.*.*.*){100}", "a{600}", "(a{50}){50}", "x{99999999999999999999999}", "((((a{9}){9}){9}){9})",
         std::string(MaxCollapsePatternLength + 1, 'a'), "(" + std::string(MaxCollapsePatternLength, 'a') + ")",
         "("};
     for (const auto& pattern : refused) EXPECT_THROW(CollapseExpression{pattern}, std::regex_error) << pattern;
 
     const std::vector<std::string> accepted = {
-        "python.*", "(.*.*.*){100}", "a{2000}", std::string(MaxCollapsePatternLength, 'a'), "[0-9]{1,64}", "(a+)+b"};
+        "python.*", "(.*.*.*){50}", "a{500}", std::string(MaxCollapsePatternLength, 'a'), "[0-9]{1,64}", "(a+)+b"};
     for (const auto& pattern : accepted) EXPECT_NO_THROW(CollapseExpression{pattern}) << pattern;
 }
 
