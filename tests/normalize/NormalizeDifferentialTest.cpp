@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "monitor/CharBlock.h"
 #include "monitor/Normalize.h"
 
 namespace KALVO::SecurityMonitor {
@@ -216,6 +217,78 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsOnRandomAndMutatedInputs) 
         } else {
             pool[maker.Below(pool.size())] = input;
         }
+    }
+}
+
+// The scanners work on blocks of eight characters and carry run lengths from block to block:
+// every piece a rule looks at is placed at every offset within a block, between fillers of each
+// kind (word characters hex or not, digits, NUL, bytes >= 0x80, "/", "<", white space), so that
+// its boundaries fall on every place of a block and on the blocks' seams.
+TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFalls) {
+    const std::string hex64 = "9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08";
+    const std::string letters32 = "abcdefABCDEFabcdefABCDEFabcdefAB";
+    const std::string pieces[] = {
+        hex64, letters32 + letters32, hex64.substr(0, 32), letters32, hex64.substr(1), hex64 + "a",
+        letters32.substr(1), letters32 + "f", "1234", "123", "12345678901234567", "/tmp/x", "/tmp/12345",
+        "/tmp/" + letters32, "/tm", "a1234b",
+    };
+#ifdef KALVO_SANITIZED
+    const char fillers[] = {' ', 'g', '7', '\0', '\x80'};
+#else
+    const char fillers[] = {' ', 'a', 'g', '_', '7', '\0', '\x80', '\xff', '/', '<', '\t'};
+#endif
+    for (const std::string& piece : pieces) {
+        for (const char left : fillers) {
+            for (const char right : fillers) {
+                for (std::size_t leftLength = 0; leftLength <= 2 * CharBlock::Size; ++leftLength) {
+                    for (const std::size_t rightLength : {0, 1, 8, 9}) {
+                        const std::string input = std::string(leftLength, left) + piece + std::string(rightLength, right);
+                        std::string actual = input;
+                        NormalizeCommandline(actual);
+                        ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << Literal(input);
+                    }
+                }
+            }
+        }
+    }
+    // Every length up to 40 on both sides of a hash, so that a run carried over several blocks
+    // ends everywhere.
+    for (const std::string& hash : {hex64, letters32, hex64.substr(0, 31), letters32 + letters32 + "b"}) {
+        for (const char filler : {' ', 'c', '9'}) {
+            for (std::size_t leftLength = 0; leftLength <= 40; ++leftLength) {
+                for (std::size_t rightLength = 0; rightLength <= 40; ++rightLength) {
+                    const std::string input = std::string(leftLength, filler) + hash + " " + std::string(rightLength, filler);
+                    std::string actual = input;
+                    NormalizeCommandline(actual);
+                    ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << Literal(input);
+                }
+            }
+        }
+    }
+}
+
+// Rules never match across white space, so a text of many lines normalises to its lines
+// normalised one by one: long texts whose results outgrow every buffer on the stack, checked
+// against the regex line by line.
+TEST(NormalizeCommandline, MatchesTheRegexReplacementsLineByLineOnLongTexts) {
+    InputMaker maker(0x6c696e6573);
+#ifdef KALVO_SANITIZED
+    constexpr int Texts = 4;
+#else
+    constexpr int Texts = 40;
+#endif
+    for (int i = 0; i < Texts; ++i) {
+        std::string input, expected;
+        const std::size_t lines = 1 + maker.Below(i % 2 == 0 ? 40 : 400);
+        for (std::size_t line = 0; line < lines; ++line) {
+            const std::string text = maker.CommandLine();
+            const char separator = " \n\t"[maker.Below(3)];
+            input += text + separator;
+            expected += OracleCommandline(text) + separator;
+        }
+        std::string actual = input;
+        NormalizeCommandline(actual);
+        ASSERT_EQ(actual, expected) << " text " << i << " of " << input.size() << " bytes";
     }
 }
 

@@ -45,26 +45,32 @@ private:
 };
 
 TEST(NormalizeCommandline, LeavesTheTextAndLogsWhenMemoryRunsOut) {
-    auto sink = EIL::Object::ObjectImpl<RecordingSink>::Make();
-    auto [logger, created] = Logging::LoggerSingleton::CreateEx(std::string(Logging::SensorLoggerName), sink.Get());
-    ASSERT_TRUE(created);
+    // Results that must allocate: one longer than the text's own string can hold (short numbers
+    // grow into "<number>"), and one too long to be built on the stack.
+    const std::string originals[] = {
+        "1234 1234 1234 1234 1234 1234 1234 1234",
+        "sleep 12345 /tmp/a-file-name " + std::string(3000, 'x'),
+    };
+    for (const std::string& original : originals) {
+        auto sink = EIL::Object::ObjectImpl<RecordingSink>::Make();
+        auto [logger, created] = Logging::LoggerSingleton::CreateEx(std::string(Logging::SensorLoggerName), sink.Get());
+        ASSERT_TRUE(created);
 
-    // Longer than any small-string buffer, so that building the result must allocate.
-    const std::string original = "sleep 12345 /tmp/a-file-name-of-some-length";
-    std::string commandLine = original;
-    Testing::FailNextAllocation(true);
-    NormalizeCommandline(commandLine);
-    Testing::FailNextAllocation(false);
-    Logging::LoggerSingleton::Detach();
+        std::string commandLine = original;
+        Testing::FailNextAllocation(true);
+        NormalizeCommandline(commandLine);
+        Testing::FailNextAllocation(false);
+        Logging::LoggerSingleton::Detach();
 
-    EXPECT_EQ(commandLine, original);
-    const std::vector<LogLine> lines = sink->Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0].severity, 2u);
-    EXPECT_EQ(lines[0].text, "Unexpected Exception: '" + std::string(std::bad_alloc().what()) + "'");
-    EXPECT_EQ(lines[1].severity, 2u);
-    EXPECT_EQ(lines[1].text, "unable to normalize command line");
-    EXPECT_EQ(lines[1].logger, Logging::SensorLoggerName);
+        EXPECT_EQ(commandLine, original);
+        const std::vector<LogLine> lines = sink->Lines();
+        ASSERT_EQ(lines.size(), 2u) << " input: " << original.substr(0, 40);
+        EXPECT_EQ(lines[0].severity, 2u);
+        EXPECT_EQ(lines[0].text, "Unexpected Exception: '" + std::string(std::bad_alloc().what()) + "'");
+        EXPECT_EQ(lines[1].severity, 2u);
+        EXPECT_EQ(lines[1].text, "unable to normalize command line");
+        EXPECT_EQ(lines[1].logger, Logging::SensorLoggerName);
+    }
 }
 
 }  // namespace
