@@ -18,34 +18,34 @@ const ProcessRecord* RecordOf(Agent::Hosting::IObject* object) noexcept {
 
 EventFilter::EventFilter(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
 
-void EventFilter::SetAnswer(std::uint32_t answer) {
-    std::lock_guard lock(m_mutex);
-    m_answer = answer;
-}
+void EventFilter::UpdateConsult() { m_consult.store(!m_queue.empty() || m_rule, std::memory_order_relaxed); }
+
+void EventFilter::SetAnswer(std::uint32_t answer) { m_answer.store(answer, std::memory_order_relaxed); }
 
 void EventFilter::QueueAnswers(std::vector<std::uint32_t> answers) {
     std::lock_guard lock(m_mutex);
     m_queue.insert(m_queue.end(), answers.begin(), answers.end());
+    UpdateConsult();
 }
 
 void EventFilter::SetRule(Rule rule) {
     auto shared = rule ? std::make_shared<const Rule>(std::move(rule)) : nullptr;
     std::lock_guard lock(m_mutex);
     m_rule = std::move(shared);
+    UpdateConsult();
 }
 
 std::vector<std::string> EventFilter::Contexts() const { return m_contexts.Snapshot(); }
 
 void EventFilter::SetRetention(std::size_t limit) { m_contexts.SetLimit(limit); }
 
-std::uint64_t EventFilter::Calls() const noexcept { return m_calls.load(std::memory_order_relaxed); }
+std::uint64_t EventFilter::Calls() const noexcept { return m_counts.Read(CallCount); }
 
-std::uint64_t EventFilter::Suppressed() const noexcept { return m_suppressed.load(std::memory_order_relaxed); }
+std::uint64_t EventFilter::Suppressed() const noexcept { return m_counts.Read(SuppressedCount); }
 
 void EventFilter::ClearRecords() {
     m_contexts.Clear();
-    m_calls.store(0, std::memory_order_relaxed);
-    m_suppressed.store(0, std::memory_order_relaxed);
+    m_counts.Reset();
 }
 
 Result::Code EventFilter::LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
@@ -54,13 +54,15 @@ Result::Code EventFilter::LookupInterface(Agent::Hosting::InterfaceId id, Agent:
 
 std::uint32_t EventFilter::FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& actor,
                                        Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& target, char const* context) {
-    m_calls.fetch_add(1, std::memory_order_relaxed);
+    m_counts.Add(CallCount);
     std::uint32_t answer = 0;
     try {
         const std::string_view contextText = context ? std::string_view(context) : std::string_view();
-        m_contexts.Add(std::string(contextText));
+        m_contexts.Emplace(contextText);
         if (const auto failure = m_faults->Check(Operation::Filter)) {
             answer = *failure;
+        } else if (!m_consult.load(std::memory_order_relaxed)) {
+            answer = m_answer.load(std::memory_order_relaxed);
         } else {
             std::shared_ptr<const Rule> rule;
             bool queued = false;
@@ -70,8 +72,9 @@ std::uint32_t EventFilter::FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting:
                     answer = m_queue.front();
                     m_queue.pop_front();
                     queued = true;
+                    UpdateConsult();
                 } else {
-                    answer = m_answer;
+                    answer = m_answer.load(std::memory_order_relaxed);
                     rule = m_rule;
                 }
             }
@@ -84,7 +87,7 @@ std::uint32_t EventFilter::FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting:
     } catch (...) {
         answer = 0;  // let the event through, as a filter that failed would
     }
-    if (answer == IEventFilter::Suppress) m_suppressed.fetch_add(1, std::memory_order_relaxed);
+    if (answer == IEventFilter::Suppress) m_counts.Add(SuppressedCount);
     return answer;
 }
 

@@ -1,6 +1,7 @@
 // EventFilter: the stand-in host's IEventFilter. Answers from a script (a queue of answers,
 // then a fixed answer) or from a rule that sees the actor, the target and the context; records
-// the contexts it receives and counts the events it suppressed (answered 1).
+// the contexts it receives and counts the events it suppressed (answered 1). With neither a
+// queue nor a rule, and no contexts retained, an answer reads only what the setters write.
 #pragma once
 
 #include <atomic>
@@ -17,6 +18,7 @@
 #include "devhost/FaultInjector.h"
 #include "devhost/ProcessRecord.h"
 #include "devhost/RetainedList.h"
+#include "devhost/ShardedCounters.h"
 #include "host/IEventFilter.h"
 #include "host/IObject.h"
 
@@ -73,12 +75,19 @@ protected:
     ~EventFilter() = default;
 
 private:
+    enum Count : std::size_t { CallCount, SuppressedCount, CountKinds };
+
+    // Whether an answer must look at the queue or the rule, under m_mutex. Written under it.
+    void UpdateConsult();
+
     std::shared_ptr<FaultInjector> m_faults;
     RetainedList<std::string> m_contexts;
-    std::atomic<std::uint64_t> m_calls{0};
-    std::atomic<std::uint64_t> m_suppressed{0};
-    mutable std::mutex m_mutex;  // guards the answers and the rule
-    std::uint32_t m_answer = 0;
+    ShardedCounters<CountKinds> m_counts;
+    // Relaxed loads: each is a setting on its own, and FilterEvent rechecks under m_mutex
+    // when m_consult is set.
+    std::atomic<std::uint32_t> m_answer{0};
+    std::atomic<bool> m_consult{false};  // the queue is not empty or a rule is set
+    mutable std::mutex m_mutex;          // guards the queue and the rule
     std::deque<std::uint32_t> m_queue;
     std::shared_ptr<const Rule> m_rule;
 };

@@ -150,9 +150,8 @@ void FaultInjector::ClearAll() noexcept {
     for (Slot& slot : m_slots) slot.remaining.store(0, std::memory_order_release);
 }
 
-std::optional<Result::Code> FaultInjector::Check(Operation operation) noexcept {
+std::optional<Result::Code> FaultInjector::CheckArmed(Operation operation) noexcept {
     Slot& slot = SlotOf(operation);
-    slot.calls.fetch_add(1, std::memory_order_relaxed);
     std::int64_t remaining = slot.remaining.load(std::memory_order_acquire);
     while (remaining != 0) {
         if (remaining < 0 ||
@@ -165,7 +164,7 @@ std::optional<Result::Code> FaultInjector::Check(Operation operation) noexcept {
 }
 
 std::uint64_t FaultInjector::Calls(Operation operation) const noexcept {
-    return SlotOf(operation).calls.load(std::memory_order_relaxed);
+    return m_calls.Read(static_cast<std::size_t>(operation));
 }
 
 std::uint64_t FaultInjector::Failures(Operation operation) const noexcept {
@@ -173,10 +172,8 @@ std::uint64_t FaultInjector::Failures(Operation operation) const noexcept {
 }
 
 void FaultInjector::ResetCounts() noexcept {
-    for (Slot& slot : m_slots) {
-        slot.calls.store(0, std::memory_order_relaxed);
-        slot.failures.store(0, std::memory_order_relaxed);
-    }
+    m_calls.Reset();
+    for (Slot& slot : m_slots) slot.failures.store(0, std::memory_order_relaxed);
 }
 
 }  // namespace KALVO::DevHost

@@ -3,7 +3,9 @@
 // Tests (and the command-line tools, through "Operation=code[xN]" rules) use it to drive the
 // sensor down its failure paths against a real host instead of per-test mocks. Every host
 // operation that can fail asks Check() first; a failing call returns the chosen code and does
-// nothing else. Thread-safe and lock-free: Check() runs on every host call.
+// nothing else. Thread-safe and lock-free: Check() runs on every host call, so the call counts
+// are per thread (ShardedCounters) and what it reads of the faults is written only when one is
+// armed or used.
 #pragma once
 
 #include <array>
@@ -15,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "devhost/ShardedCounters.h"
 #include "host/ResultCode.h"
 
 namespace KALVO::DevHost {
@@ -89,28 +92,38 @@ public:
     // Called by the host at the start of `operation`: counts the call and returns the code to
     // fail with, or nothing when the call is to proceed. The code may be 0 (for Filter, an
     // answer that lets the event through).
-    std::optional<Result::Code> Check(Operation operation) noexcept;
+    std::optional<Result::Code> Check(Operation operation) noexcept {
+        m_calls.Add(static_cast<std::size_t>(operation));
+        // acquire: a call that sees a failure count sees the code stored before it.
+        if (SlotOf(operation).remaining.load(std::memory_order_acquire) == 0) return std::nullopt;
+        return CheckArmed(operation);
+    }
 
-    // Calls of `operation` since construction or ResetCounts, failed ones included.
+    // Calls of `operation` since construction or ResetCounts, failed ones included. Exact when
+    // no call is running.
     std::uint64_t Calls(Operation operation) const noexcept;
     // Calls of `operation` that were made to fail.
     std::uint64_t Failures(Operation operation) const noexcept;
+    // Only while no host call is running.
     void ResetCounts() noexcept;
 
 private:
     // A failure count of -1 means "every call". The code is stored before the count (release)
     // and read after it (acquire), so a call that sees the count sees its code.
     struct Slot {
-        std::atomic<std::uint64_t> calls{0};
         std::atomic<std::uint64_t> failures{0};
         std::atomic<std::int64_t> remaining{0};
         std::atomic<Result::Code> code{0};
     };
 
+    // Check's path when a failure is set for `operation`.
+    std::optional<Result::Code> CheckArmed(Operation operation) noexcept;
+
     Slot& SlotOf(Operation operation) noexcept { return m_slots[static_cast<std::size_t>(operation)]; }
     const Slot& SlotOf(Operation operation) const noexcept { return m_slots[static_cast<std::size_t>(operation)]; }
 
     std::array<Slot, OperationCount> m_slots;
+    ShardedCounters<OperationCount> m_calls;
 };
 
 }  // namespace KALVO::DevHost

@@ -6,10 +6,14 @@
 // bit (process create 0x2, exists 0x4, terminate 0x8; shell command 0x2). An unregistration
 // returns only when no delivery to that monitor is still running (unless it is called from
 // inside such a delivery, on the same thread), so no event arrives after it returns.
+//
+// Deliveries from several threads write no cache line in common: each list of monitors (one
+// for process monitors, one for shell monitors) is an immutable snapshot that a registration
+// replaces, read inside a ReaderGate section, and an unregistration waits for every delivery
+// to that list that was running when it published the new one.
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -23,6 +27,7 @@
 #include "devhost/HostRef.h"
 #include "devhost/LogSink.h"
 #include "devhost/ObjectLedger.h"
+#include "devhost/ReaderGate.h"
 #include "devhost/TrackedObject.h"
 #include "host/IMonitorRegistration.h"
 #include "host/IProcessInfo.h"
@@ -52,7 +57,9 @@ public:
 
     // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
     // takes it, and returns how many it reached. Every monitor gets its own counted copies of
-    // the arguments, so one cannot disturb what the next receives.
+    // the arguments, so one cannot disturb what the next receives. The EventInfo enters the
+    // object ledger only if a monitor still holds it when the delivery ends. Its sequence
+    // number is unique in this registration service and increases on each thread.
     std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessCreateInstant(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessExists(const ProcessPtr& process);
@@ -70,8 +77,8 @@ public:
     std::vector<Registered> ShellMonitors() const;
     // Monitor callbacks that let an exception escape.
     std::uint64_t EscapedExceptions() const noexcept;
-    // Forgets every registration (waiting for deliveries in flight), before unloading a
-    // plug-in that left one behind.
+    // Forgets every registration (waiting for deliveries in flight on other threads), before
+    // unloading a plug-in that left one behind.
     void Clear();
 
     // Only IObject: IMonitorRegistration is found as a service and has no identifier of its own.
@@ -90,29 +97,47 @@ protected:
 
 private:
     struct Registration {
-        void* monitor;  // an IProcessMonitor* or an IShellMonitor*
-        std::uint32_t mask;
-        bool active = true;          // guarded by m_mutex
-        std::size_t inFlight = 0;    // deliveries running; guarded by m_mutex
-    };
-    using RegistrationPtr = std::shared_ptr<Registration>;
-    using List = std::vector<RegistrationPtr>;
+        Registration(void* monitor, std::uint32_t mask) noexcept : monitor(monitor), mask(mask) {}
 
-    Result::Code Register(List& list, void* monitor, std::uint32_t mask);
-    Result::Code Unregister(List& list, void* monitor);
-    // Runs `call` for every active registration in `list` whose mask has `bit`.
+        void* const monitor;  // an IProcessMonitor* or an IShellMonitor*
+        const std::uint32_t mask;
+        // Cleared by the unregistration before it waits, so that a delivery on the unregistering
+        // thread itself (a monitor unregistering from its callback) calls it no more.
+        std::atomic<bool> active{true};
+    };
+    using Snapshot = std::vector<std::shared_ptr<Registration>>;
+
+    // One list of monitors. Deliveries read `current` inside a section of `gate`; writers
+    // replace it under m_mutex and keep what they replaced until no section can still use it.
+    struct Board {
+        ReaderGate gate;
+        std::atomic<const Snapshot*> current{nullptr};
+        std::shared_ptr<const Snapshot> owner;                  // what `current` points to; guarded by m_mutex
+        std::vector<std::shared_ptr<const Snapshot>> retired;  // replaced, possibly still read; guarded by m_mutex
+    };
+
+    Result::Code Register(Board& board, void* monitor, std::uint32_t mask);
+    Result::Code Unregister(Board& board, void* monitor);
+    // Publishes `next` in place of the board's list (under m_mutex, which `lock` holds), then
+    // waits for the deliveries that may still read the old list and frees what no delivery
+    // can read any more.
+    void Replace(Board& board, std::unique_lock<std::mutex>& lock, std::shared_ptr<const Snapshot> next);
+    static std::vector<Registered> Describe(const Snapshot& snapshot);
+    // Runs `call` for every active registration on `board` whose mask has `bit`.
     template <class Call>
-    std::size_t Deliver(List& list, std::uint32_t bit, EventKind kind, Call&& call);
+    std::size_t Deliver(Board& board, std::uint32_t bit, EventKind kind, Call&& call);
+    std::uint64_t NextSequence() noexcept;
 
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;
     const HostRef<TrackedObject<LogSink>> m_log;
+    const std::uint64_t m_id;  // unique among all instances, for the threads' sequence blocks
+    // Handed out in blocks to the delivering threads, so it is written once per block.
     std::atomic<std::uint64_t> m_sequence{0};
     std::atomic<std::uint64_t> m_escaped{0};
-    mutable std::mutex m_mutex;  // guards both lists and every Registration's state
-    std::condition_variable m_idle;  // signalled when a delivery ends
-    List m_process;
-    List m_shell;
+    mutable std::mutex m_mutex;  // serialises writers; guards the boards' owners and retired lists
+    Board m_process;
+    Board m_shell;
 };
 
 }  // namespace KALVO::DevHost

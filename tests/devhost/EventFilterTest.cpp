@@ -51,6 +51,23 @@ TEST(EventFilter, AnswersFromQueueThenRuleThenFixedAnswer) {
     EXPECT_EQ(filter.Calls(), 6u);
 }
 
+TEST(EventFilter, KeepingNoContextsStillCountsAndAnswers) {
+    Host host;
+    auto actor = IdentityOf(host.MakeProcess({.pid = 1}));
+    EventFilter& filter = host.Filter();
+    filter.SetRetention(0);
+    filter.SetAnswer(1);
+    filter.QueueAnswers({0});
+    std::vector<std::uint32_t> answers;
+    for (char const* context : {"a", "b", "c"}) answers.push_back(filter.FilterEvent(actor, actor, context));
+    EXPECT_EQ(answers, (std::vector<std::uint32_t>{0, 1, 1})) << "the queue first, then the fixed answer";
+    EXPECT_TRUE(filter.Contexts().empty());
+    EXPECT_EQ(filter.Calls(), 3u);
+    EXPECT_EQ(filter.Suppressed(), 2u);
+    filter.ClearRecords();
+    EXPECT_EQ(filter.Calls(), 0u);
+}
+
 TEST(LogSink, RecordsEveryLineAndEchoesUpToTheThreshold) {
     Host host;
     std::ostringstream echo;

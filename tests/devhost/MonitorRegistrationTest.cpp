@@ -123,6 +123,85 @@ TEST(MonitorRegistration, MonitorMayUnregisterItselfDuringDelivery) {
     EXPECT_EQ(host.Monitors().DeliverProcessExists(process), 0u);
 }
 
+TEST(MonitorRegistration, MonitorMayChangeTheRegistrationsDuringDelivery) {
+    // A callback that unregisters a monitor later in the same delivery (which must then not be
+    // called, and must not wait for this very delivery), and registers a new one (which takes
+    // effect from the next event).
+    Host host;
+    auto& monitors = host.Monitors();
+    CountingMonitor first, second, added;
+    ASSERT_EQ(monitors.RegisterProcessMonitor(&first, 14), Result::Success);
+    ASSERT_EQ(monitors.RegisterProcessMonitor(&second, 14), Result::Success);
+    first.hook = [&] {
+        EXPECT_EQ(monitors.UnregisterProcessMonitor(&second), Result::Success);
+        EXPECT_EQ(monitors.RegisterProcessMonitor(&added, 14), Result::Success);
+        first.hook = nullptr;
+    };
+    auto process = host.MakeProcess({.pid = 6});
+    EXPECT_EQ(monitors.DeliverProcessExists(process), 1u);
+    EXPECT_EQ(second.exists, 0);
+    EXPECT_EQ(added.exists, 0);
+    EXPECT_EQ(monitors.DeliverProcessExists(process), 2u);
+    EXPECT_EQ(added.exists, 1);
+    EXPECT_EQ(monitors.ProcessMonitors().size(), 2u);
+    monitors.Clear();
+}
+
+TEST(MonitorRegistration, EventKeptByAMonitorIsAccountedFor) {
+    struct Keeper : CountingMonitor {
+        void OnProcessCreate(ObjectPtr<IEventInfo>& event, ObjectPtr<IProcessInfo>&, ObjectPtr<IProcessInfo>&) override {
+            if (keep) kept = event;
+        }
+        bool keep = false;
+        ObjectPtr<IEventInfo> kept;
+    } keeper;
+    Host host;
+    ASSERT_EQ(host.Monitors().RegisterProcessMonitor(&keeper, EventMask::ProcessCreate), Result::Success);
+    auto process = host.MakeProcess({.pid = 7});
+    host.Monitors().DeliverProcessCreate(process, process);
+    EXPECT_EQ(host.OutstandingReferences(), 1u) << "only the test's process: " << host.DescribeOutstandingReferences();
+
+    keeper.keep = true;
+    host.Monitors().DeliverProcessCreate(process, process);
+    ASSERT_TRUE(keeper.kept);
+    EXPECT_EQ(host.OutstandingReferences(), 2u) << host.DescribeOutstandingReferences();
+    EXPECT_NE(host.DescribeOutstandingReferences().find("EventInfo x1"), std::string::npos);
+    std::thread([&] { keeper.kept.Reset(); }).join();  // given back on another thread
+    process.Reset();
+    EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences();
+    host.Monitors().Clear();
+}
+
+TEST(MonitorRegistration, ConcurrentDeliveriesAndRegistrationsKeepEveryCount) {
+#ifdef KALVO_SANITIZED
+    constexpr int Events = 2000;
+#else
+    constexpr int Events = 20000;
+#endif
+    Host host;
+    auto& monitors = host.Monitors();
+    CountingMonitor steady, churned;
+    ASSERT_EQ(monitors.RegisterProcessMonitor(&steady, 14), Result::Success);
+    std::atomic<std::size_t> reached{0};
+    std::vector<std::thread> senders;
+    for (int t = 0; t < 3; ++t) {
+        senders.emplace_back([&, t] {
+            auto process = host.MakeProcess({.pid = 100u + static_cast<std::uint64_t>(t)});
+            for (int i = 0; i < Events; ++i) reached += monitors.DeliverProcessExists(process);
+        });
+    }
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_EQ(monitors.RegisterProcessMonitor(&churned, 14), Result::Success);
+        std::this_thread::yield();
+        ASSERT_EQ(monitors.UnregisterProcessMonitor(&churned), Result::Success);
+    }
+    for (auto& sender : senders) sender.join();
+    EXPECT_EQ(steady.exists.load(), 3 * Events);
+    EXPECT_EQ(reached.load(), static_cast<std::size_t>(steady.exists.load() + churned.exists.load()));
+    monitors.Clear();
+    EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences();
+}
+
 TEST(MonitorRegistration, EscapingExceptionIsCountedAndLogged) {
     Host host;
     CountingMonitor monitor;
