@@ -13,9 +13,9 @@ namespace {
 using namespace KALVO::EIL::String;
 
 #ifdef KALVO_SANITIZED
-constexpr int RandomRounds = 5'000;
+constexpr int WildcardRandomRounds = 5'000;
 #else
-constexpr int RandomRounds = 100'000;
+constexpr int WildcardRandomRounds = 100'000;
 #endif
 
 TEST(WildcardMatchI, Table) {
@@ -80,7 +80,7 @@ TEST(WildcardMatchI, AgreesWithARegularExpressionOnRandomInput) {
     const std::string patternChars = "aAb*?\\", textChars = "aBb*?\\";
     std::uniform_int_distribution<std::size_t> length(0, 7), patternChar(0, patternChars.size() - 1),
         textChar(0, textChars.size() - 1);
-    for (int round = 0; round < RandomRounds; ++round) {
+    for (int round = 0; round < WildcardRandomRounds; ++round) {
         std::string pattern, text;
         for (auto n = length(random); n > 0; --n) pattern += patternChars[patternChar(random)];
         for (auto n = length(random); n > 0; --n) text += textChars[textChar(random)];
