@@ -6,6 +6,7 @@
 // character and overflow a host thread's 512 KiB stack on a long digit run or /tmp path.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 namespace KALVO::SecurityMonitor {
@@ -14,6 +15,9 @@ namespace KALVO::SecurityMonitor {
 // becomes "container:/usr/bin/curl"; anything else is left as it is. Any thread; never throws:
 // a failure is logged and leaves `path` unchanged.
 void NormalizeProcessPath(std::string& path) noexcept;
+// The same for the part of `text` from offset `from` on; the characters before it are kept.
+// Lets a key be normalised while it is built, without a string of its own per part.
+void NormalizeProcessPath(std::string& text, std::size_t from) noexcept;
 
 // Rewrites `commandLine` as these replacements applied one after the other, each on the result
 // of the one before, every non-overlapping match from left to right:
@@ -27,5 +31,7 @@ void NormalizeProcessPath(std::string& path) noexcept;
 // the classic locale. Any thread; linear time; allocates only when something is replaced;
 // never throws: a failure is logged and leaves `commandLine` unchanged.
 void NormalizeCommandline(std::string& commandLine) noexcept;
+// The same for the part of `text` from offset `from` on; the characters before it are kept.
+void NormalizeCommandline(std::string& text, std::size_t from) noexcept;
 
 }  // namespace KALVO::SecurityMonitor

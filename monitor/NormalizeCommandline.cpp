@@ -66,9 +66,10 @@ class CommandLineScanner {
 public:
     explicit CommandLineScanner(std::string_view text) noexcept : m_text(text) {}
 
-    // True when something was replaced; the new text is then in `result`, which may be the
-    // text's own string (the text is no longer read then).
-    bool Run(std::string& result) {
+    // True when something was replaced; the new text then replaces what follows the first
+    // `keep` characters of `result`, which may be the string the text is part of (the text is
+    // no longer read then).
+    bool Run(std::string& result, std::size_t keep) {
         std::size_t at = 0;
         while (at < m_text.size()) {
             const Event event = NextEvent(at);
@@ -79,10 +80,11 @@ public:
         }
         if (!m_changed) return false;
         Append(m_text.substr(m_copied));
-        if (m_spilled) {
+        if (m_spilled && keep == 0) {
             result = std::move(m_heap);
         } else {
-            result.assign(m_stack, m_length);
+            // replace, not resize and append: on failure it leaves the text as it was.
+            result.replace(keep, std::string::npos, m_spilled ? std::string_view(m_heap) : std::string_view(m_stack, m_length));
         }
         return true;
     }
@@ -315,10 +317,12 @@ private:
 
 }  // namespace
 
-void NormalizeCommandline(std::string& commandLine) noexcept {
-    if (commandLine.empty()) return;
+void NormalizeCommandline(std::string& commandLine) noexcept { NormalizeCommandline(commandLine, 0); }
+
+void NormalizeCommandline(std::string& text, std::size_t from) noexcept {
+    if (from >= text.size()) return;
     try {
-        CommandLineScanner(commandLine).Run(commandLine);
+        CommandLineScanner(std::string_view(text).substr(from)).Run(text, from);
     } catch (...) {
         Logging::Log::CurrentException(Severity::Error, "unable to normalize command line");
     }

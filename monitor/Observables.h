@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "host/IHostObservation.h"
 #include "host/IProcessInfo.h"
@@ -40,5 +41,8 @@ void ReportObservation(const Reporting::Reporter& reporter, const Reporting::Sou
 
 // A host text that may be null, copied at once.
 inline std::string CopyText(char const* text) { return text ? std::string(text) : std::string(); }
+
+// A host text that may be null, seen in place: valid while the record that gave it is held.
+inline std::string_view ViewText(char const* text) { return text ? std::string_view(text) : std::string_view(); }
 
 }  // namespace KALVO::SecurityMonitor

@@ -2,6 +2,7 @@
 // reported), existence (reported once across restarts) and termination (forgotten).
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "logging/CatchAll.h"
 #include "logging/Log.h"
@@ -44,23 +45,38 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
 
         // A limit of 0 reports every creation and spares all the counting work.
         if (m_reportLimit.load() != 0) {
-            std::string childPath = CopyText(child.GetPath());
-            std::string parentPath = CopyText(creator.GetPath());
-            std::string childCommandLine = CopyText(child.GetCommandLine());
-            std::string parentCommandLine = CopyText(creator.GetCommandLine());
-            NormalizeProcessPath(parentPath);
-            NormalizeProcessPath(childPath);
-            NormalizeCommandline(parentCommandLine);
-            NormalizeCommandline(childCommandLine);
-            {
-                std::shared_lock lock(m_configMutex);
-                if (m_collapseRegex.MatchesWhole(childCommandLine)) childCommandLine = "<>";
-                if (m_collapseRegex.MatchesWhole(parentCommandLine)) parentCommandLine = "<>";
-            }
+            // The key is built in one string and each part normalised where it lands, so the
+            // host's texts are copied once and no part needs a string of its own.
+            const std::string_view childPath = ViewText(child.GetPath());
+            const std::string_view parentPath = ViewText(creator.GetPath());
+            const std::string_view childCommandLine = ViewText(child.GetCommandLine());
+            const std::string_view parentCommandLine = ViewText(creator.GetCommandLine());
             std::string key;
             key.reserve(parentPath.size() + childPath.size() + parentCommandLine.size() + childCommandLine.size() + 3);
-            key.append(parentPath).append(1, '|').append(childPath).append(1, '|');
-            key.append(parentCommandLine).append(1, '|').append(childCommandLine);
+            key.append(parentPath);
+            NormalizeProcessPath(key, 0);
+            key.append(1, '|');
+            const std::size_t childPathStart = key.size();
+            key.append(childPath);
+            NormalizeProcessPath(key, childPathStart);
+            key.append(1, '|');
+            const std::size_t parentCommandLineStart = key.size();
+            key.append(parentCommandLine);
+            NormalizeCommandline(key, parentCommandLineStart);
+            const std::size_t parentCommandLineEnd = key.size();
+            key.append(1, '|');
+            const std::size_t childCommandLineStart = key.size();
+            key.append(childCommandLine);
+            NormalizeCommandline(key, childCommandLineStart);
+            {
+                std::shared_lock lock(m_configMutex);
+                const std::string_view keyText = key;
+                const bool collapseChild = m_collapseRegex.MatchesWhole(keyText.substr(childCommandLineStart));
+                const bool collapseParent = m_collapseRegex.MatchesWhole(
+                    keyText.substr(parentCommandLineStart, parentCommandLineEnd - parentCommandLineStart));
+                if (collapseChild) key.replace(childCommandLineStart, std::string::npos, "<>");
+                if (collapseParent) key.replace(parentCommandLineStart, parentCommandLineEnd - parentCommandLineStart, "<>");
+            }
             if (!CountWithinLimit(m_processTreeCounts, key)) return;
         }
 

@@ -2,6 +2,7 @@
 // command, and reported with the command as an observable of its own.
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "eil/json/Json.h"
 #include "eil/values/Identifier.h"
@@ -44,14 +45,15 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
         }
 
         if (m_reportLimit.load() != 0) {
-            std::string path = CopyText(shell.GetPath());
-            const std::string shellCommandLine = CopyText(shell.GetCommandLine());
+            const std::string_view path = ViewText(shell.GetPath());
+            const std::string_view shellCommandLine = ViewText(shell.GetCommandLine());
             // Nothing to tell such commands apart by: they are reported every time.
             if (!path.empty() || !command.empty()) {
-                NormalizeProcessPath(path);
                 std::string key;
                 key.reserve(path.size() + shellCommandLine.size() + command.size() + 2);
-                key.append(path).append(1, '|').append(shellCommandLine).append(1, '|').append(command);
+                key.append(path);
+                NormalizeProcessPath(key, 0);
+                key.append(1, '|').append(shellCommandLine).append(1, '|').append(command);
                 if (!CountWithinLimit(m_shellCommandCounts, key)) return;
             }
         }

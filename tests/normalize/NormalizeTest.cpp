@@ -20,6 +20,10 @@ const std::string Md5 = "D41D8CD98F00B204E9800998ECF8427E";
 const std::string LetterMd5 = "abcdefABCDEFabcdefABCDEFabcdefAB";
 const std::string LetterSha256 = LetterMd5 + LetterMd5;
 
+// Normalising the end of a key: this part, which both normalisations would rewrite, stays as it
+// is, and the part after it is normalised as a text of its own (it ends in a word character).
+const std::string KeyPrefix = "/proc/1/root /tmp/x 12345 " + Md5 + " ab";
+
 TEST(NormalizeProcessPath, RewritesOnlyALeadingProcRoot) {
     const Case cases[] = {
         {"/proc/1/root", "container:"},
@@ -39,6 +43,9 @@ TEST(NormalizeProcessPath, RewritesOnlyALeadingProcRoot) {
         std::string path = c.input;
         NormalizeProcessPath(path);
         EXPECT_EQ(path, c.expected) << " input: " << c.input;
+        std::string key = KeyPrefix + c.input;
+        NormalizeProcessPath(key, KeyPrefix.size());
+        EXPECT_EQ(key, KeyPrefix + c.expected) << " input at the end of a key: " << c.input;
     }
 }
 
@@ -77,6 +84,9 @@ TEST(NormalizeCommandline, ReplacesHashesNumbersAndTemporaryPaths) {
         std::string commandLine = c.input;
         NormalizeCommandline(commandLine);
         EXPECT_EQ(commandLine, c.expected) << " input: " << c.input;
+        std::string key = KeyPrefix + c.input;
+        NormalizeCommandline(key, KeyPrefix.size());
+        EXPECT_EQ(key, KeyPrefix + c.expected) << " input at the end of a key: " << c.input;
     }
 }
 
