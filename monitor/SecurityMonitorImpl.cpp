@@ -157,7 +157,8 @@ bool SecurityMonitorImpl::CountWithinLimit(Counts& counts, std::string const& ke
     }
     // Get and insert are two critical sections on purpose: two simultaneous first occurrences
     // of a key may both be reported, which is cheaper than a compound lock on every event.
-    std::lock_guard<std::shared_mutex> lock(counts.Mutex());
+    EIL::Core::LockSpinningFirst(counts.Mutex());
+    std::lock_guard<std::shared_mutex> lock(counts.Mutex(), std::adopt_lock);
     counts.InsertData(lock, key, 1, nullptr);
     return true;
 }

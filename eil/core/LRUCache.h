@@ -14,6 +14,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "eil/core/LockSpinningFirst.h"
+
 namespace KALVO::EIL::Core {
 
 // Lets tests inspect the slot ring; defined only by tests.
@@ -50,7 +52,8 @@ public:
     // On a hit copies the value into `value`, makes the key the most recently used and returns
     // true; on a miss returns false and leaves `value` alone.
     bool Get(const Key& key, Value& value) {
-        const std::lock_guard<std::shared_mutex> lock(m_mutex);
+        LockSpinningFirst(m_mutex);
+        const std::lock_guard<std::shared_mutex> lock(m_mutex, std::adopt_lock);
         const auto found = m_index.find(key);
         if (found == m_index.end()) return false;
         value = m_slots[found->second].value;
@@ -61,7 +64,8 @@ public:
     // Stores `value` under `key` and makes it the most recently used, inserting it (and evicting
     // the least recently used entry when full) if absent. Returns the key's slot index.
     std::size_t Update(const Key& key, const Value& value) {
-        const std::lock_guard<std::shared_mutex> lock(m_mutex);
+        LockSpinningFirst(m_mutex);
+        const std::lock_guard<std::shared_mutex> lock(m_mutex, std::adopt_lock);
         const auto found = m_index.find(key);
         if (found == m_index.end()) return InsertData(lock, key, value, nullptr);
         Slot& slot = m_slots[found->second];

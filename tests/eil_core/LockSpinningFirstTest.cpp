@@ -1,0 +1,54 @@
+#include "eil/core/LockSpinningFirst.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+namespace KALVO::EIL::Core {
+namespace {
+
+// A holder that keeps the lock far longer than the spin lasts: the waiter must block, not
+// return without the lock, and get it once the holder lets go.
+TEST(LockSpinningFirst, WaitsForAHolderBeyondTheSpinAndThenHoldsTheLock) {
+    std::shared_mutex mutex;
+    mutex.lock();
+    std::atomic<bool> released{false};
+    std::atomic<bool> acquired{false};
+    std::thread waiter([&] {
+        LockSpinningFirst(mutex);
+        EXPECT_TRUE(released.load());
+        acquired = true;
+        EXPECT_FALSE(mutex.try_lock_shared());  // still held exclusively, by this thread
+        mutex.unlock();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(acquired.load());
+    released = true;
+    mutex.unlock();
+    waiter.join();
+    EXPECT_TRUE(acquired.load());
+    EXPECT_TRUE(mutex.try_lock());
+    mutex.unlock();
+}
+
+TEST(LockSpinningFirst, SerialisesThreadsLikeLock) {
+    std::shared_mutex mutex;
+    long counter = 0;
+    auto work = [&] {
+        for (int i = 0; i < 20000; ++i) {
+            LockSpinningFirst(mutex);
+            const std::lock_guard<std::shared_mutex> lock(mutex, std::adopt_lock);
+            ++counter;
+        }
+    };
+    std::thread a(work), b(work);
+    a.join();
+    b.join();
+    EXPECT_EQ(counter, 40000);
+}
+
+}  // namespace
+}  // namespace KALVO::EIL::Core
