@@ -26,11 +26,22 @@ public:
     CharBlock(std::string_view text, std::size_t at) noexcept {
         if (at < text.size() && text.size() - at >= Size) {
             Set(text.data() + at);
-        } else {
-            char bytes[Size] = {};
-            for (std::size_t i = 0; at + i < text.size(); ++i) bytes[i] = text[at + i];
-            Set(bytes);
+            return;
         }
+        // Assembled in a register: bytes stored to memory and read back as one word would stall
+        // the load (no store forwarding), and every text ends in such a block.
+        std::uint64_t value = 0;
+        if (at < text.size()) {
+            const std::size_t remaining = text.size() - at;
+            if (std::endian::native == std::endian::little && text.size() >= Size) {
+                // The text's last eight characters, shifted so that those before `at` drop out.
+                std::memcpy(&value, text.data() + text.size() - Size, Size);
+                value >>= 8 * (Size - remaining);
+            } else {
+                for (std::size_t i = 0; i < remaining; ++i) value |= std::uint64_t{static_cast<unsigned char>(text[at + i])} << (8 * i);
+            }
+        }
+        SetValue(value);
     }
 
     // The eight characters from `characters`, which must all be readable.
@@ -75,6 +86,11 @@ private:
         } else {
             for (std::size_t i = 0; i < Size; ++i) value |= std::uint64_t{static_cast<unsigned char>(characters[i])} << (8 * i);
         }
+        SetValue(value);
+    }
+
+    // Byte i of `value` is character i.
+    void SetValue(std::uint64_t value) noexcept {
         m_ascii = value & ~High;
         m_isAscii = ~value & High;
     }
