@@ -4,13 +4,13 @@
 #include <benchmark/benchmark.h>
 
 #include <iostream>
-#include <regex>
 #include <string>
 #include <vector>
 
 #include "bench/CommandLineCorpus.h"
 #include "bench/RatioTarget.h"
 #include "monitor/Normalize.h"
+#include "tests/support/RegexNormalizer.h"
 
 namespace KALVO::Bench {
 namespace {
@@ -29,27 +29,7 @@ const CommandLineCorpus& Corpus() {
     return corpus;
 }
 
-struct RegexReference {
-    std::regex sha256{R"(\b[a-fA-F0-9]{64}\b)"};
-    std::regex md5{R"(\b[a-fA-F0-9]{32}\b)"};
-    std::regex number{R"(\d{4,})"};
-    std::regex tmp{R"(\/tmp\/[^\s<]+)"};
-    std::regex container{R"(^/proc/\d+/root)"};
-
-    void CommandLine(std::string& text) const {
-        if (text.empty()) return;
-        text = std::regex_replace(text, sha256, "<sha256>");
-        text = std::regex_replace(text, md5, "<md5>");
-        text = std::regex_replace(text, number, "<number>");
-        text = std::regex_replace(text, tmp, "<tmp>");
-    }
-    void Path(std::string& text) const { text = std::regex_replace(text, container, "container:"); }
-};
-
-const RegexReference& Reference() {
-    static const RegexReference reference;
-    return reference;
-}
+const Testing::RegexNormalizer& Reference() { return Testing::RegexNormalizer::Instance(); }
 
 // Empty when both agree on every text; otherwise the first text they differ on.
 template <class Ours, class Theirs>
@@ -69,7 +49,7 @@ bool SameOutput(benchmark::State& state, bool commandLines) {
         commandLines ? FirstDifference(texts, [](std::string& t) { NormalizeCommandline(t); },
                                        [](std::string& t) { Reference().CommandLine(t); })
                      : FirstDifference(texts, [](std::string& t) { NormalizeProcessPath(t); },
-                                       [](std::string& t) { Reference().Path(t); });
+                                       [](std::string& t) { Reference().ProcessPath(t); });
     if (differing.empty()) return true;
     state.SkipWithError(("output differs from std::regex_replace for: " + differing).c_str());
     return false;
@@ -128,7 +108,7 @@ void BM_Normalize_ProcessPath(benchmark::State& state, const std::string& part) 
 
 void BM_Normalize_ProcessPathRegex(benchmark::State& state, const std::string& part) {
     if (!SameOutput(state, false)) return;
-    RunOverCorpus(state, Part(part, false), [](std::string& t) { Reference().Path(t); });
+    RunOverCorpus(state, Part(part, false), [](std::string& t) { Reference().ProcessPath(t); });
 }
 
 void BM_Normalize_ProcessPathCopy(benchmark::State& state, const std::string& part) {
