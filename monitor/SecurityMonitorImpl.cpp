@@ -157,8 +157,7 @@ bool SecurityMonitorImpl::CountWithinLimit(Counts& counts, std::string const& ke
     }
     // Get and insert are two critical sections on purpose: two simultaneous first occurrences
     // of a key may both be reported, which is cheaper than a compound lock on every event.
-    EIL::Core::LockSpinningFirst(counts.Mutex());
-    std::lock_guard<std::shared_mutex> lock(counts.Mutex(), std::adopt_lock);
+    const auto lock = EIL::Core::LockSpinningFirst(counts.Mutex());
     counts.InsertData(lock, key, 1, nullptr);
     return true;
 }

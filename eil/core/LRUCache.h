@@ -52,8 +52,7 @@ public:
     // On a hit copies the value into `value`, makes the key the most recently used and returns
     // true; on a miss returns false and leaves `value` alone.
     bool Get(const Key& key, Value& value) {
-        LockSpinningFirst(m_mutex);
-        const std::lock_guard<std::shared_mutex> lock(m_mutex, std::adopt_lock);
+        const auto lock = LockSpinningFirst(m_mutex);
         const auto found = m_index.find(key);
         if (found == m_index.end()) return false;
         value = m_slots[found->second].value;
@@ -64,8 +63,7 @@ public:
     // Stores `value` under `key` and makes it the most recently used, inserting it (and evicting
     // the least recently used entry when full) if absent. Returns the key's slot index.
     std::size_t Update(const Key& key, const Value& value) {
-        LockSpinningFirst(m_mutex);
-        const std::lock_guard<std::shared_mutex> lock(m_mutex, std::adopt_lock);
+        const auto lock = LockSpinningFirst(m_mutex);
         const auto found = m_index.find(key);
         if (found == m_index.end()) return InsertData(lock, key, value, nullptr);
         Slot& slot = m_slots[found->second];

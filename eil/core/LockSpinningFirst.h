@@ -4,6 +4,7 @@
 // unlock), which costs many times the section itself; a short spin usually finds it free.
 #pragma once
 
+#include <mutex>
 #include <shared_mutex>
 
 namespace KALVO::EIL::Core {
@@ -21,15 +22,15 @@ inline void CpuRelax() noexcept {
 
 }  // namespace Detail
 
-// Returns with `mutex` held exclusively; release it as usual (e.g. std::lock_guard with
-// std::adopt_lock). Bounded: after SpinAttempts failed tries it blocks like lock().
-inline void LockSpinningFirst(std::shared_mutex& mutex) {
+// Holds `mutex` exclusively for the life of the returned guard. Bounded: after SpinAttempts
+// failed tries it blocks like lock().
+[[nodiscard]] inline std::lock_guard<std::shared_mutex> LockSpinningFirst(std::shared_mutex& mutex) {
     constexpr int SpinAttempts = 64;
     for (int attempt = 0; attempt < SpinAttempts; ++attempt) {
-        if (mutex.try_lock()) return;
+        if (mutex.try_lock()) return std::lock_guard<std::shared_mutex>(mutex, std::adopt_lock);
         Detail::CpuRelax();
     }
-    mutex.lock();
+    return std::lock_guard<std::shared_mutex>(mutex);
 }
 
 }  // namespace KALVO::EIL::Core

@@ -18,11 +18,12 @@ TEST(LockSpinningFirst, WaitsForAHolderBeyondTheSpinAndThenHoldsTheLock) {
     std::atomic<bool> released{false};
     std::atomic<bool> acquired{false};
     std::thread waiter([&] {
-        LockSpinningFirst(mutex);
-        EXPECT_TRUE(released.load());
-        acquired = true;
-        EXPECT_FALSE(mutex.try_lock_shared());  // still held exclusively, by this thread
-        mutex.unlock();
+        {
+            const auto lock = LockSpinningFirst(mutex);
+            EXPECT_TRUE(released.load());
+            acquired = true;
+            EXPECT_FALSE(mutex.try_lock_shared());  // held exclusively, by this thread
+        }
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(acquired.load());
@@ -39,8 +40,7 @@ TEST(LockSpinningFirst, SerialisesThreadsLikeLock) {
     long counter = 0;
     auto work = [&] {
         for (int i = 0; i < 20000; ++i) {
-            LockSpinningFirst(mutex);
-            const std::lock_guard<std::shared_mutex> lock(mutex, std::adopt_lock);
+            const auto lock = LockSpinningFirst(mutex);
             ++counter;
         }
     };
