@@ -14,7 +14,8 @@ packages=(
 
 missing=()
 for package in "${packages[@]}"; do
-  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
+  status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+  if [ "$status" != "install ok installed" ]; then
     missing+=("$package")
   fi
 done
@@ -27,7 +28,8 @@ if [ "${#missing[@]}" -gt 0 ]; then
   for package in "${missing[@]}"; do
     arch=${package##*:}
     [ "$arch" != "$package" ] || continue
-    if [ "$arch" != "$(dpkg --print-architecture)" ] && ! dpkg --print-foreign-architectures | grep -qx "$arch"; then
+    foreign=$(dpkg --print-foreign-architectures)
+    if [ "$arch" != "$(dpkg --print-architecture)" ] && ! grep -x "$arch" <<<"$foreign" >/dev/null; then
       "${sudo_cmd[@]}" dpkg --add-architecture "$arch"
     fi
   done

@@ -10,6 +10,13 @@ library=$1 nm=$2 readelf=$3 sanitized=$4
 status=0
 fail() { echo "FAIL: $*"; status=1; }
 
+# Each tool's output is captured whole before it is searched: a reader that stops at its first
+# match (grep -q) would kill the tool with SIGPIPE and fail the pipeline at random.
+dynamic=$("$readelf" -d "$library")
+segments=$("$readelf" -lW "$library")
+undefined=$("$nm" -D --undefined-only "$library" | awk '{print $NF}')
+has() { grep -E "$2" <<<"$1" >/dev/null; }
+
 defined=$("$nm" -D --defined-only "$library" | awk '{print $NF}' | sed 's/@.*//' | sort -u)
 if [ "$sanitized" = 0 ]; then
   [ "$defined" = "CreateInstance" ] || fail "exported symbols are not exactly CreateInstance: $(echo $defined)"
@@ -17,22 +24,21 @@ else
   # Sanitizer runtimes add interceptors of their own; ours must still be CreateInstance alone.
   ours=$(echo "$defined" | grep -i -E 'kalvo|KALVO|Json|Values|Logger' || true)
   [ -z "$ours" ] || fail "internal symbols exported: $ours"
-  echo "$defined" | grep -qx CreateInstance || fail "CreateInstance is not exported"
+  has "$defined" '^CreateInstance$' || fail "CreateInstance is not exported"
 fi
 
 allowed='^(libc\.so\.6|libunwind\.so\.1|libm\.so\.6|libstdc\+\+\.so\.6|libgcc_s\.so\.1|libc\+\+\.so\.1|libc\+\+abi\.so\.1|ld-linux.*|libasan\.so\..*|libubsan\.so\..*|libtsan\.so\..*)$'
 while read -r needed; do
   [[ "$needed" =~ $allowed ]] || fail "needs a shared library beyond the runtimes: $needed"
-done < <("$readelf" -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+done < <(sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic")
 
-"$readelf" -d "$library" | grep -q -E 'BIND_NOW|FLAGS.*NOW' || fail "not linked with -z now (full RELRO)"
-"$readelf" -lW "$library" | grep -q 'GNU_RELRO' || fail "no RELRO segment"
-stack=$("$readelf" -lW "$library" | grep GNU_STACK || true)
-[ -n "$stack" ] && ! echo "$stack" | grep -q 'RWE' || fail "executable or unmarked stack: $stack"
-undefined=$("$nm" -D --undefined-only "$library" | awk '{print $NF}')
-echo "$undefined" | grep -q '__stack_chk_fail' || fail "no stack protector"
+has "$dynamic" 'BIND_NOW|FLAGS.*NOW' || fail "not linked with -z now (full RELRO)"
+has "$segments" 'GNU_RELRO' || fail "no RELRO segment"
+stack=$(grep GNU_STACK <<<"$segments" || true)
+[ -n "$stack" ] && ! has "$stack" 'RWE' || fail "executable or unmarked stack: $stack"
+has "$undefined" '__stack_chk_fail' || fail "no stack protector"
 if [ "$sanitized" = 0 ]; then
-  echo "$undefined" | grep -q -E '__[a-z]+_chk' || fail "no fortified libc calls"
+  has "$undefined" '__[a-z]+_chk' || fail "no fortified libc calls"
 fi
 
 [ "$status" = 0 ] && echo "binary checks passed: $library"
