@@ -6,7 +6,7 @@
 
 #include "logging/CatchAll.h"
 #include "logging/Log.h"
-#include "monitor/Normalize.h"
+#include "monitor/RepeatKeys.h"
 #include "monitor/Observables.h"
 #include "monitor/SecurityMonitorImpl.h"
 
@@ -45,37 +45,11 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
 
         // A limit of 0 reports every creation and spares all the counting work.
         if (m_reportLimit.load() != 0) {
-            // The key is built in one string and each part normalised where it lands, so the
-            // host's texts are copied once and no part needs a string of its own.
-            const std::string_view childPath = ViewText(child.GetPath());
-            const std::string_view parentPath = ViewText(creator.GetPath());
-            const std::string_view childCommandLine = ViewText(child.GetCommandLine());
-            const std::string_view parentCommandLine = ViewText(creator.GetCommandLine());
             std::string key;
-            key.reserve(parentPath.size() + childPath.size() + parentCommandLine.size() + childCommandLine.size() + 3);
-            key.append(parentPath);
-            NormalizeProcessPath(key, 0);
-            key.append(1, '|');
-            const std::size_t childPathStart = key.size();
-            key.append(childPath);
-            NormalizeProcessPath(key, childPathStart);
-            key.append(1, '|');
-            const std::size_t parentCommandLineStart = key.size();
-            key.append(parentCommandLine);
-            NormalizeCommandline(key, parentCommandLineStart);
-            const std::size_t parentCommandLineEnd = key.size();
-            key.append(1, '|');
-            const std::size_t childCommandLineStart = key.size();
-            key.append(childCommandLine);
-            NormalizeCommandline(key, childCommandLineStart);
             {
                 std::shared_lock lock(m_configMutex);
-                const std::string_view keyText = key;
-                const bool collapseChild = m_collapseRegex.MatchesWhole(keyText.substr(childCommandLineStart));
-                const bool collapseParent = m_collapseRegex.MatchesWhole(
-                    keyText.substr(parentCommandLineStart, parentCommandLineEnd - parentCommandLineStart));
-                if (collapseChild) key.replace(childCommandLineStart, std::string::npos, "<>");
-                if (collapseParent) key.replace(parentCommandLineStart, parentCommandLineEnd - parentCommandLineStart, "<>");
+                key = ProcessTreeKey(ViewText(creator.GetPath()), ViewText(child.GetPath()),
+                                     ViewText(creator.GetCommandLine()), ViewText(child.GetCommandLine()), m_collapseRegex);
             }
             if (!CountWithinLimit(m_processTreeCounts, key)) return;
         }

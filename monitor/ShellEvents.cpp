@@ -10,7 +10,7 @@
 #include "eil/values/Values.h"
 #include "logging/CatchAll.h"
 #include "logging/Log.h"
-#include "monitor/Normalize.h"
+#include "monitor/RepeatKeys.h"
 #include "monitor/Observables.h"
 #include "monitor/SecurityMonitorImpl.h"
 
@@ -45,17 +45,8 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
         }
 
         if (m_reportLimit.load() != 0) {
-            const std::string_view path = ViewText(shell.GetPath());
-            const std::string_view shellCommandLine = ViewText(shell.GetCommandLine());
-            // Nothing to tell such commands apart by: they are reported every time.
-            if (!path.empty() || !command.empty()) {
-                std::string key;
-                key.reserve(path.size() + shellCommandLine.size() + command.size() + 2);
-                key.append(path);
-                NormalizeProcessPath(key, 0);
-                key.append(1, '|').append(shellCommandLine).append(1, '|').append(command);
-                if (!CountWithinLimit(m_shellCommandCounts, key)) return;
-            }
+            const std::string key = ShellCommandKey(ViewText(shell.GetPath()), ViewText(shell.GetCommandLine()), command);
+            if (!key.empty() && !CountWithinLimit(m_shellCommandCounts, key)) return;
         }
 
         static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
