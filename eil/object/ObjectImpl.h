@@ -15,23 +15,11 @@
 
 namespace KALVO::EIL::Object {
 
-// Counts the live objects made with ObjectImpl in this module, so tests can assert that
-// everything they made was released. Relaxed: only the final value is ever read, after the
-// threads that changed it have been joined.
-class LiveObjects {
-public:
-    static std::int64_t Count() noexcept;
-    static void Add(std::int64_t delta) noexcept;
-};
-
 template <class T, template <class> class Deleter = std::default_delete>
 class ObjectImpl final : public LookupInterfaceImpl<T> {
 public:
     template <class... Args>
-    explicit ObjectImpl(Args&&... args) : LookupInterfaceImpl<T>(std::forward<Args>(args)...) {
-        LiveObjects::Add(1);
-    }
-    ~ObjectImpl() { LiveObjects::Add(-1); }
+    explicit ObjectImpl(Args&&... args) : LookupInterfaceImpl<T>(std::forward<Args>(args)...) {}
 
     ObjectImpl(const ObjectImpl&) = delete;  // objects are shared by reference, never copied
     ObjectImpl& operator=(const ObjectImpl&) = delete;

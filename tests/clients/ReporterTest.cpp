@@ -1,5 +1,6 @@
 // The reporting client against the stand-in host: the shape of what crosses to the host
-// (source record, tags), and every host call failing in turn with nothing left held.
+// (source record, tags), and every host call failing in turn with nothing left held: the host's
+// references by its ledger, the plug-in's own objects by the leak checker of the ASan build.
 #include "reporting/Reporter.h"
 
 #include <gtest/gtest.h>
@@ -25,7 +26,6 @@ using KALVO::Agent::Hosting::IObject;
 using KALVO::Agent::Hosting::ObjectPtr;
 using KALVO::DevHost::Host;
 using KALVO::DevHost::Operation;
-using KALVO::EIL::Object::LiveObjects;
 using KALVO::EIL::Values::IValue;
 using KALVO::EIL::Values::IValues;
 using KALVO::EIL::Values::Identifier;
@@ -87,7 +87,6 @@ void ExpectSourceShape(IValues& source, const std::string& type, const std::stri
 }
 
 TEST(Source, ToValuesPutsTheVersionInsideInfo) {
-    const std::int64_t start = LiveObjects::Count();
     {
         Source source("SecurityMonitor", "1.0.28");
         ExpectSourceShape(*source.ToValues(), "SecurityMonitor", "1.0.28", {});
@@ -95,7 +94,6 @@ TEST(Source, ToValuesPutsTheVersionInsideInfo) {
         source.info = {{"a", "1"}, {"version", "overridden"}, {"z", ""}};
         ExpectSourceShape(*source.ToValues(), "SecurityMonitor", "1.0.28", {{"a", "1"}, {"version", "x"}, {"z", ""}});
     }
-    EXPECT_EQ(LiveObjects::Count(), start);
 }
 
 TEST(SecurityEvent, TagsBecomeAListInAscendingOrder) {
@@ -141,7 +139,6 @@ TEST(Reporter, ConstructionLogsOnceUnderItsOwnName) {
 }
 
 TEST(Reporter, ReportedEventCarriesTheShapedSourceAndTags) {
-    const std::int64_t start = LiveObjects::Count();
     {
         Host host;
         {
@@ -166,7 +163,6 @@ TEST(Reporter, ReportedEventCarriesTheShapedSourceAndTags) {
         ASSERT_TRUE(recorded.tags);
         EXPECT_EQ(ListOf(*recorded.tags), (std::vector<std::pair<std::uint64_t, std::string>>{{0, "a"}, {1, "b"}}));
     }
-    EXPECT_EQ(LiveObjects::Count(), start);
 }
 
 // One host call made to fail, and what the caller sees.
@@ -182,7 +178,6 @@ void ExpectFailureLeavesNothing(const FailureRow& row,
                                 const std::function<void(const Reporter&, const std::function<void()>& arm)>& body) {
     const std::string context =
         std::string(KALVO::DevHost::OperationName(row.operation)) + "=" + std::to_string(row.code);
-    const std::int64_t start = LiveObjects::Count();
     {
         Host host;
         {
@@ -203,7 +198,6 @@ void ExpectFailureLeavesNothing(const FailureRow& row,
         }
         EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences() << " " << context;
     }
-    EXPECT_EQ(LiveObjects::Count(), start) << context;
 }
 
 TEST(Reporter, CreateSecurityEventFailuresReleaseEverything) {
@@ -255,7 +249,6 @@ TEST(SecurityEvent, RefusedObservationReleasesItsContainers) {
 }
 
 TEST(SecurityEvent, HostSuccessWithoutObservationYieldsNull) {
-    const std::int64_t start = LiveObjects::Count();
     {
         Host host;
         const Reporter reporter(RootOf(host));
@@ -265,7 +258,6 @@ TEST(SecurityEvent, HostSuccessWithoutObservationYieldsNull) {
         EXPECT_FALSE(event.CreateObservation(Severity::Default, Source("SecurityMonitor", "1.0.28"), CreationType,
                                              CreationMessage));
     }
-    EXPECT_EQ(LiveObjects::Count(), start);
 }
 
 }  // namespace

