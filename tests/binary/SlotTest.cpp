@@ -4,18 +4,31 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "devhost/Host.h"
+#include "host/ICommandHandler.h"
 #include "host/IConfiguration.h"
 #include "host/IEventFilter.h"
+#include "host/IHostObservation.h"
+#include "host/IHostSecurityEvent.h"
+#include "host/IIdentifier.h"
 #include "host/ILogSink.h"
 #include "host/IMessageRouter.h"
 #include "host/IMonitorRegistration.h"
+#include "host/IOutputStream.h"
+#include "host/IPackage.h"
+#include "host/IProcessInfo.h"
+#include "host/IProcessMonitor.h"
 #include "host/IReportingService.h"
 #include "host/IServiceProvider.h"
+#include "host/IShellMonitor.h"
 #include "host/IStorage.h"
+#include "host/IValue.h"
+#include "host/IValues.h"
 #include "eil/object/ObjectImpl.h"
 #include "eil/values/MakeValue.h"
 #include "eil/values/Values.h"
@@ -120,6 +133,72 @@ TEST(ObjectSlots, ObjectValueHandsOutItsWrappedContainer) {
     ASSERT_EQ(CallSlot<std::uint32_t>(value.Get(), 2, std::uint64_t{0xb76fca7ea41306d2}, &out), 0u);
     EXPECT_EQ(out, static_cast<Agent::Hosting::IObject*>(value.Get()));
     EXPECT_EQ(CallSlot<std::uint64_t>(out, 1), 1u);
+}
+
+// The slot of every operation of every interface that crosses the boundary, as the compiler
+// numbers it from host/. Both sides of the boundary compile against those headers, so a moved
+// operation would pass every other test while a host built elsewhere calls the wrong function.
+// In the Itanium C++ ABI (x86-64 and arm64, macOS included) a pointer to a virtual member
+// function holds 1 plus the operation's byte offset in its interface's vtable.
+template <class Member>
+std::ptrdiff_t SlotOf(Member member) {
+    static_assert(sizeof(Member) == 2 * sizeof(std::ptrdiff_t));
+    std::ptrdiff_t words[2];
+    std::memcpy(words, &member, sizeof words);
+    return (words[0] - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+}
+
+TEST(InterfaceSlots, EveryOperationKeepsItsNumber) {
+    using namespace KALVO;
+    using Agent::Hosting::IObject;
+    struct Row {
+        std::ptrdiff_t slot;
+        std::ptrdiff_t expected;
+        char const* name;
+    };
+#define KALVO_SLOT(member, number) Row{SlotOf(&member), number, #member}
+    const Row rows[] = {
+        KALVO_SLOT(IObject::AddRef, 0), KALVO_SLOT(IObject::Release, 1), KALVO_SLOT(IObject::GetInterface, 2),
+        // IPackage has a virtual destructor: two slots (complete and deleting) come first.
+        KALVO_SLOT(Agent::Hosting::IPackage::DestroyThis, 2), KALVO_SLOT(Agent::Hosting::IPackage::Version, 3),
+        KALVO_SLOT(Agent::Hosting::IPackage::Install, 4), KALVO_SLOT(Agent::Hosting::IPackage::Uninstall, 5),
+        KALVO_SLOT(Agent::Hosting::IPackage::Start, 6), KALVO_SLOT(Agent::Hosting::IPackage::Stop, 7),
+        KALVO_SLOT(Agent::Hosting::IPackage::Synchronize, 8),
+        KALVO_SLOT(Agent::Hosting::IServiceProvider::GetService, 5),
+        KALVO_SLOT(Messaging::ICommandHandler::Execute, 3),
+        KALVO_SLOT(Messaging::IMessageRouter::RegisterCommandHandler, 3),
+        KALVO_SLOT(Messaging::IMessageRouter::UnregisterCommandHandler, 4),
+        KALVO_SLOT(EIL::Stream::IOutputStream::Write, 3),
+        KALVO_SLOT(Logging::ILogSink::Log, 3),
+        KALVO_SLOT(Configuration::IConfiguration::GetData, 4), KALVO_SLOT(Configuration::IConfiguration::ReleaseData, 5),
+        KALVO_SLOT(Storage::IStorage::GetValue, 6), KALVO_SLOT(Storage::IStorage::SetValue, 8),
+        KALVO_SLOT(Reporting::IReportingService::CreateSecurityEvent, 3),
+        KALVO_SLOT(Reporting::IReportingService::ReportSecurityEvent, 4),
+        KALVO_SLOT(Reporting::IHostSecurityEvent::CreateObservation, 9),
+        KALVO_SLOT(Reporting::IHostObservation::AddObservable, 9),
+        KALVO_SLOT(ESP::v0::IMonitorRegistration::RegisterProcessMonitor, 3),
+        KALVO_SLOT(ESP::v0::IMonitorRegistration::UnregisterProcessMonitor, 4),
+        KALVO_SLOT(ESP::v0::IMonitorRegistration::RegisterShellMonitor, 5),
+        KALVO_SLOT(ESP::v0::IMonitorRegistration::UnregisterShellMonitor, 6),
+        KALVO_SLOT(ESP::v0::IEventFilter::FilterEvent, 8),
+        KALVO_SLOT(ESP::v0::IProcessInfo::GetPath, 5), KALVO_SLOT(ESP::v0::IProcessInfo::GetCommandLine, 6),
+        KALVO_SLOT(ESP::v0::IProcessInfo::GetUid, 7),
+        // The monitors are no IObject: their operations start at slot 0.
+        KALVO_SLOT(ESP::v0::IProcessMonitor::OnProcessCreate, 0),
+        KALVO_SLOT(ESP::v0::IProcessMonitor::OnProcessCreateInstant, 1),
+        KALVO_SLOT(ESP::v0::IProcessMonitor::OnProcessExists, 2),
+        KALVO_SLOT(ESP::v0::IProcessMonitor::OnProcessTerminate, 3),
+        KALVO_SLOT(ESP::v0::IProcessMonitor::OnProcessTerminateInstant, 4),
+        KALVO_SLOT(ESP::v0::IShellMonitor::OnShellCommand, 0),
+        KALVO_SLOT(EIL::Values::IIdentifier::Name, 0), KALVO_SLOT(EIL::Values::IIdentifier::Id, 1),
+        KALVO_SLOT(EIL::Values::IValue::Type, 3), KALVO_SLOT(EIL::Values::IValue::GetSize, 4),
+        KALVO_SLOT(EIL::Values::IValue::GetData, 5),
+        KALVO_SLOT(EIL::Values::IValues::Get, 3), KALVO_SLOT(EIL::Values::IValues::Set, 4),
+        KALVO_SLOT(EIL::Values::IValues::Remove, 5), KALVO_SLOT(EIL::Values::IValues::Clear, 6),
+        KALVO_SLOT(EIL::Values::IValues::Count, 7), KALVO_SLOT(EIL::Values::IValues::GetByIndex, 8),
+    };
+#undef KALVO_SLOT
+    for (const Row& row : rows) EXPECT_EQ(row.slot, row.expected) << row.name;
 }
 
 TEST(InterfaceIds, AreDistinct) {
