@@ -44,12 +44,12 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
         m_runningProcessUIDs.Insert(uid);
 
         // A limit of 0 reports every creation and spares all the counting work.
-        if (m_reportLimit.load() != 0) {
+        if (m_settings.reportLimit.load() != 0) {
             std::string key;
             {
                 std::shared_lock lock(m_configMutex);
                 key = ProcessTreeKey(ViewText(creator.GetPath()), ViewText(child.GetPath()),
-                                     ViewText(creator.GetCommandLine()), ViewText(child.GetCommandLine()), m_collapseRegex);
+                                     ViewText(creator.GetCommandLine()), ViewText(child.GetCommandLine()), m_settings.collapse);
             }
             if (!CountWithinLimit(m_processTreeCounts, key)) return;
         }

@@ -27,15 +27,13 @@ namespace {
 
 constexpr char const* StorageScope = "securitymonitor";
 constexpr char const* CachedProcessUIDsKey = "CachedProcessUIDs";
-constexpr char const* CollapsePatternKey = "/securitymonitor/process_tree_collapse_regex";
-constexpr char const* ReportLimitKey = "/securitymonitor/process_tree_report_limit";
 constexpr std::uint32_t ProcessEventMask = 14;
 constexpr std::uint32_t ShellEventMask = 2;
 
 }  // namespace
 
 SecurityMonitorImpl::SecurityMonitorImpl(ObjectPtr<IObject> host)
-    : m_collapseRegex(DefaultCollapsePattern), m_host(std::move(host)) {
+    : m_host(std::move(host)) {
     Logging::Log::Write(Severity::Trace, "SecurityMonitorImpl");
     if (!m_host) throw std::system_error(Result::ProtocolError, std::generic_category(), "service provider not available");
 
@@ -62,7 +60,7 @@ SecurityMonitorImpl::SecurityMonitorImpl(ObjectPtr<IObject> host)
         throw std::runtime_error(fmt::format("Registering shell monitor ESP failed: {}", undo));
     }
 
-    ReadConfiguration(ConfigurationRead::Construction);
+    ReadConfiguration(RepeatSettings::Read::Construction);
 }
 
 SecurityMonitorImpl::~SecurityMonitorImpl() {
@@ -97,29 +95,11 @@ void SecurityMonitorImpl::SaveRunningProcessUIDs() noexcept {
     }
 }
 
-void SecurityMonitorImpl::ReadConfiguration(ConfigurationRead form) noexcept {
+void SecurityMonitorImpl::ReadConfiguration(RepeatSettings::Read form) noexcept {
     try {
         const Configuration::Configuration configuration(m_host.Get());
         std::unique_lock lock(m_configMutex);
-        if (configuration.Exists(CollapsePatternKey)) {
-            std::string pattern = configuration.GetString(CollapsePatternKey);
-            if (pattern != m_collapsePattern) {
-                // Assigned before it is compiled: an invalid expression stays as the pattern
-                // while the previous compiled expression stays in force, so repeating the same
-                // invalid value is silent.
-                m_collapsePattern = std::move(pattern);
-                m_collapseRegex = CollapseExpression(m_collapsePattern);
-            }
-        } else if (form == ConfigurationRead::Synchronize) {
-            m_collapsePattern = DefaultCollapsePattern;
-            m_collapseRegex = CollapseExpression(m_collapsePattern);
-        }
-        if (configuration.Exists(ReportLimitKey)) {
-            const std::int32_t limit = configuration.GetInt32(ReportLimitKey);
-            if (limit != m_reportLimit.load()) m_reportLimit.exchange(limit);
-        } else if (form == ConfigurationRead::Synchronize) {
-            m_reportLimit.exchange(DefaultReportLimit);
-        }
+        m_settings.ReadFrom(configuration, form);
     } catch (...) {
         Logging::Log::Warn("Failed to get configuration for process tree collapsing");
     }
@@ -143,7 +123,7 @@ Result::Code SecurityMonitorImpl::OnSynchronize(std::string const& context) {
         Logging::Log::CurrentException(Severity::Error, "Security monitor failed to synchronize");
         reread = true;
     }
-    if (reread) ReadConfiguration(ConfigurationRead::Synchronize);
+    if (reread) ReadConfiguration(RepeatSettings::Read::Synchronize);
     return Result::Success;
 }
 
@@ -153,7 +133,7 @@ bool SecurityMonitorImpl::CountWithinLimit(Counts& counts, std::string const& ke
         ++count;
         counts.Update(key, count);
         // Compared as unsigned: a negative limit never suppresses anything.
-        return count <= static_cast<std::uint32_t>(m_reportLimit.load());
+        return count <= static_cast<std::uint32_t>(m_settings.reportLimit.load());
     }
     // Get and insert are two critical sections on purpose: two simultaneous first occurrences
     // of a key may both be reported, which is cheaper than a compound lock on every event.

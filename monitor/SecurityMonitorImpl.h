@@ -22,15 +22,11 @@
 #include "host/IProcessMonitor.h"
 #include "host/IShellMonitor.h"
 #include "host/ObjectPtr.h"
-#include "monitor/CollapseExpression.h"
+#include "monitor/RepeatSettings.h"
 #include "monitor/RunningProcessSet.h"
 #include "reporting/Reporter.h"
 
 namespace KALVO::SecurityMonitor {
-
-// The collapse expression used when none is configured; meant to match no process.
-inline constexpr char const* DefaultCollapsePattern = "this_will_not_match//any_process";
-inline constexpr std::int32_t DefaultReportLimit = 3;
 
 class SecurityMonitorImpl final : public ESP::v0::IProcessMonitor, public ESP::v0::IShellMonitor {
 public:
@@ -62,9 +58,7 @@ public:
 
 private:
     using Counts = EIL::Core::LRUCache<std::string, unsigned int, 512>;
-    enum class ConfigurationRead { Construction, Synchronize };
-
-    void ReadConfiguration(ConfigurationRead form) noexcept;
+    void ReadConfiguration(RepeatSettings::Read form) noexcept;
     // Counts one occurrence of `key`; false when the key has now been seen more often than the
     // report limit allows.
     bool CountWithinLimit(Counts& counts, std::string const& key);
@@ -74,10 +68,8 @@ private:
 
     Counts m_shellCommandCounts;
     Counts m_processTreeCounts;
-    CollapseExpression m_collapseRegex;
-    std::string m_collapsePattern = DefaultCollapsePattern;
-    std::atomic<std::int32_t> m_reportLimit{DefaultReportLimit};
-    std::shared_mutex m_configMutex;  // guards m_collapseRegex and m_collapsePattern
+    RepeatSettings m_settings;
+    std::shared_mutex m_configMutex;  // guards the settings' collapse pattern and expression
     Agent::Hosting::ObjectPtr<Agent::Hosting::IObject> m_host;
     Agent::Hosting::ObjectPtr<ESP::v0::IMonitorRegistration> m_espMonitor;
     Agent::Hosting::ObjectPtr<ESP::v0::IEventFilter> m_processFilter;

@@ -44,7 +44,7 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
             return;
         }
 
-        if (m_reportLimit.load() != 0) {
+        if (m_settings.reportLimit.load() != 0) {
             const std::string key = ShellCommandKey(ViewText(shell.GetPath()), ViewText(shell.GetCommandLine()), command);
             if (!key.empty() && !CountWithinLimit(m_shellCommandCounts, key)) return;
         }
