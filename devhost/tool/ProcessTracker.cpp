@@ -1,6 +1,7 @@
 #include "devhost/tool/ProcessTracker.h"
 
 #include <algorithm>
+#include <chrono>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -130,6 +131,8 @@ void ProcessTracker::Announce(EventKind kind, const ProcessRecord& process, std:
     event.kind = kind;
     event.process = process;
     event.parent = std::move(parent);
+    event.time = static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch()).count());
     m_sink.Deliver(event);
 }
 

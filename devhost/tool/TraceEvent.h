@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,6 +26,7 @@ struct TraceEvent {
     ProcessRecord process;                // the process created, found, ended, or the shell
     std::optional<ProcessRecord> parent;  // the creator; present exactly for Create
     std::string command;                  // the command a shell received; Shell only
+    std::optional<std::uint64_t> time;    // when it happened, in nanoseconds since the epoch
 };
 
 }  // namespace KALVO::DevHost::Tool

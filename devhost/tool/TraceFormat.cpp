@@ -120,6 +120,10 @@ std::string FormatTraceLine(const TraceEvent& event) {
         writer.Key("command");
         WriteText(writer, event.command);
     }
+    if (event.time) {
+        writer.Key("time");
+        writer.Uint64(*event.time);
+    }
     writer.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize());
 }
@@ -149,6 +153,7 @@ TraceEvent ParseTraceLine(std::string_view line) {
         if (!command->IsString()) throw TraceFormatError("\"command\" is not a string");
         event.command = Text(*command);
     }
+    event.time = Number(document, {}, "time");
     return event;
 }
 

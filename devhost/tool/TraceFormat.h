@@ -5,6 +5,8 @@
 //   {"kind":"exists","process":{…}}            {"kind":"terminate","process":{…}}
 //   {"kind":"shell","process":{…},"command":"ls -la"}
 //
+// Any event may carry "time", when it happened in nanoseconds since the epoch (recorded traces
+// always do), from which a forecast scales a trace's volume to a day.
 // A process is {"pid":N,"ppid":N,"path":"…","command_line":"…","uid":"…","user_id":N,
 // "user":"…","start_time":N} with the names of the host's process view; every member may be
 // left out (path or command_line null or absent: the host answers null). Unknown members are
