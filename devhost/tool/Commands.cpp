@@ -14,6 +14,7 @@
 
 #include "devhost/tool/ConfigWatcher.h"
 #include "devhost/tool/Console.h"
+#include "devhost/tool/KeyForecast.h"
 #include "devhost/tool/LiveSource.h"
 #include "devhost/tool/PluginLocation.h"
 #include "devhost/tool/Replay.h"
@@ -80,10 +81,13 @@ std::unique_ptr<SensorSession> OpenSession(SessionOptions session, LineOutput& e
 // Serves the configuration again on file changes and on SIGHUP while it lives.
 class Reconfiguration {
 public:
-    Reconfiguration(const ToolOptions& options, SensorSession& session, SignalWatcher& signals)
+    // `forecast`, when given, reads the settings again after the sensor did.
+    Reconfiguration(const std::optional<std::string>& config, SensorSession& session, SignalWatcher& signals,
+                    KeyForecast* forecast = nullptr)
         : m_signals(signals),
-          m_watcher(options.config, [&session, path = options.config](const std::optional<std::string>& text) {
+          m_watcher(config, [&session, forecast, path = config](const std::optional<std::string>& text) {
               const Result::Code code = session.Reconfigure(text);
+              if (forecast) forecast->Reconfigured();
               Note("configuration " + (path ? *path : std::string("(none)")) +
                    " served again; Synchronize answered " + std::to_string(code));
           }) {
@@ -123,6 +127,22 @@ void PrintSummary(const SensorFeed& feed, const SensorSession& session, Host& ho
          std::to_string(session.Reported(ReportKind::Shell)) + ")");
 }
 
+constexpr std::size_t DefaultKeyRows = 20;
+
+void ShowForecast(const ToolOptions& options, ForecastReport report) {
+    if (options.keysJson) {
+        const std::string json = ForecastJson(report);
+        const int fd = ::open(options.keysJson->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        const bool written = fd >= 0 && ::write(fd, json.data(), json.size()) == static_cast<ssize_t>(json.size());
+        if (fd >= 0) ::close(fd);
+        if (!written) throw std::runtime_error("cannot write " + *options.keysJson + ": " + std::strerror(errno));
+    }
+    if (options.keys) {
+        report.busiest.resize(std::min(report.busiest.size(), *options.keys));
+        PrintForecast(report);
+    }
+}
+
 void NoteLiveStatistics(const LiveSource& source) {
     const LiveStatistics statistics = source.Statistics();
     if (statistics.missed != 0)
@@ -143,13 +163,16 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     session->Start();
     SensorFeed feed(session->GetHost());
     {
-        Reconfiguration reconfiguration(options, *session, signals);
-        WatchedSink sink(feed, events, signals);
+        std::optional<KeyForecast> forecast;
+        if (options.keys || options.keysJson) forecast.emplace(feed, *session);
+        Reconfiguration reconfiguration(options.config, *session, signals, forecast ? &*forecast : nullptr);
+        WatchedSink sink(forecast ? static_cast<EventSink&>(*forecast) : feed, events, signals);
         source.Run(sink, signals, DeadlineOf(options));
+        session->Stop();
+        NoteLiveStatistics(source);
+        PrintSummary(feed, *session, session->GetHost());
+        if (forecast) ShowForecast(options, forecast->Report(options.keys.value_or(DefaultKeyRows)));
     }
-    session->Stop();
-    NoteLiveStatistics(source);
-    PrintSummary(feed, *session, session->GetHost());
     return 0;
 }
 
@@ -185,19 +208,47 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
 }
 
 int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
-    LineOutput events(STDOUT_FILENO);
-    auto session = OpenSession(SessionOptionsFor(options, false), events);
-    session->Start();
-    SensorFeed feed(session->GetHost());
-    ReplayResult result;
-    {
-        Reconfiguration reconfiguration(options, *session, signals);
-        WatchedSink sink(feed, events, signals);
-        result = Replay(ReplayOptions{options.trace, options.threads, ::isatty(STDERR_FILENO) == 1}, sink, signals);
+    if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
+    const bool forecasting = options.keys || options.keysJson || options.compare;
+    const std::size_t rows = options.keys.value_or(DefaultKeyRows);
+    // Both runs of a comparison show their forecasts only; their reports would interleave.
+    const int eventsFd = options.compare ? ::open("/dev/null", O_WRONLY | O_CLOEXEC) : STDOUT_FILENO;
+    struct Closer {
+        int fd;
+        ~Closer() {
+            if (fd != STDOUT_FILENO && fd >= 0) ::close(fd);
+        }
+    } closer{eventsFd};
+    LineOutput events(eventsFd);
+
+    const auto replay = [&](const std::optional<std::string>& config) {
+        SessionOptions sessionOptions = SessionOptionsFor(options, false);
+        if (config != options.config) sessionOptions.configuration = ReadConfigurationFile(*config);
+        auto session = OpenSession(std::move(sessionOptions), events);
+        session->Start();
+        SensorFeed feed(session->GetHost());
+        std::optional<KeyForecast> forecast;
+        if (forecasting) forecast.emplace(feed, *session);
+        ReplayResult result;
+        {
+            Reconfiguration reconfiguration(config, *session, signals, forecast ? &*forecast : nullptr);
+            WatchedSink sink(forecast ? static_cast<EventSink&>(*forecast) : feed, events, signals);
+            result = Replay(ReplayOptions{options.trace, options.threads, ::isatty(STDERR_FILENO) == 1}, sink, signals);
+        }
+        session->Stop();
+        if (config) Note("configuration " + *config + ":");
+        if (result.skipped != 0) Note("skipped " + std::to_string(result.skipped) + " malformed line(s) of the trace");
+        PrintSummary(feed, *session, session->GetHost());
+        return forecast ? forecast->Report(options.compare ? KeyForecast::KeyCapacity : rows) : ForecastReport{};
+    };
+
+    ForecastReport first = replay(options.config);
+    if (!options.compare) {
+        if (forecasting) ShowForecast(options, first);
+        return 0;
     }
-    session->Stop();
-    if (result.skipped != 0) Note("skipped " + std::to_string(result.skipped) + " malformed line(s) of the trace");
-    PrintSummary(feed, *session, session->GetHost());
+    ForecastReport second = replay(options.compare);
+    PrintComparison(first, second, rows);
     return 0;
 }
 

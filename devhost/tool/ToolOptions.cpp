@@ -4,6 +4,8 @@
 #include <cmath>
 #include <string_view>
 
+#include "devhost/tool/KeyForecast.h"
+
 namespace KALVO::DevHost::Tool {
 
 namespace {
@@ -36,6 +38,8 @@ const std::vector<Specific>& SpecificOptions() {
         {"--duration", {Command::Live, Command::Record}}, {"--tree", {Command::Live, Command::Record}},
         {"--poll", {Command::Live, Command::Record}},     {"--output", {Command::Record}},
         {"--threads", {Command::Replay}},                 {"--payload", {Command::Health}},
+        {"--keys", {Command::Live, Command::Replay}},     {"--keys-json", {Command::Live, Command::Replay}},
+        {"--compare", {Command::Replay}},
     };
     return options;
 }
@@ -131,6 +135,18 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
             options.threads = *threads;
         } else if (name == "--payload") {
             options.payload = value();
+        } else if (name == "--keys") {
+            // The count is optional: "--keys 5", "--keys=5" or "--keys" alone (20).
+            std::optional<std::string> text = inlineValue;
+            if (!text && index + 1 < argc && ParseWhole<std::size_t>(argv[index + 1])) text = argv[++index];
+            const auto rows = text ? ParseWhole<std::size_t>(*text) : std::optional<std::size_t>(20);
+            if (!rows || *rows < 1 || *rows > KeyForecast::KeyCapacity)
+                throw UsageError("--keys: '" + text.value_or("") + "' is not a number from 1 to 4096");
+            options.keys = *rows;
+        } else if (name == "--keys-json") {
+            options.keysJson = value();
+        } else if (name == "--compare") {
+            options.compare = value();
         } else {
             throw UsageError("unknown option '" + name + "' (see --help)");
         }
@@ -213,6 +229,14 @@ Options:
   --output FILE        record: write the trace to FILE instead of stdout
   --threads N          replay: deliver on N threads at once (default 1)
   --payload JSON       health: the request (default {"id":"kalvo-devhost"})
+  --keys [N]           live, replay: at the end, the N busiest repeat keys (default 20), each
+                       with its events delivered, reported, suppressed by the report limit,
+                       filtered by the host and reported again after leaving the sensor's
+                       512-entry cache; then the totals and, where events carry times, the
+                       reported events forecast per day
+  --keys-json FILE     live, replay: the same as one JSON document, written to FILE
+  --compare FILE       replay: replay the trace once more, into a fresh sensor, with FILE as the
+                       configuration, and show both forecasts and the keys that differ most
   -h, --help           this text
 
 SIGINT or SIGTERM stops the sensor cleanly (its state is saved); a second one exits at once.

@@ -34,6 +34,9 @@ struct ToolOptions {
     std::string trace;  // replay
     unsigned threads = 1;
     std::string payload = R"({"id":"kalvo-devhost"})";
+    std::optional<std::size_t> keys;      // the busiest repeat keys to show at the end
+    std::optional<std::string> keysJson;  // the forecast as JSON, to this file
+    std::optional<std::string> compare;   // replay: a second configuration to compare with
     // Options given that the command does not use, for a warning.
     std::vector<std::string> ignored;
 };

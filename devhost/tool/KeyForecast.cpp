@@ -1,0 +1,274 @@
+#include "devhost/tool/KeyForecast.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+
+#include "configuration/Configuration.h"
+#include "devhost/ValidUtf8.h"
+#include "devhost/tool/Console.h"
+#include "eil/json/RapidJson.h"
+#include "monitor/RepeatKeys.h"
+
+namespace KALVO::DevHost::Tool {
+
+namespace {
+
+using SecurityMonitor::RepeatSettings;
+
+constexpr std::size_t ShownKeyLength = 72;
+
+std::string_view TextOf(const std::optional<std::string>& text) { return text ? std::string_view(*text) : std::string_view(); }
+
+// A key for one terminal line: its start and its end around "...", invalid UTF-8 as U+FFFD.
+std::string Shortened(const std::string& key) {
+    const std::string shown = ValidUtf8(key);
+    if (shown.size() <= ShownKeyLength) return shown;
+    const std::string head = ValidUtf8(std::string_view(key).substr(0, ShownKeyLength / 2));
+    const std::string tail = ValidUtf8(std::string_view(key).substr(key.size() - ShownKeyLength / 2 + 3));
+    return head + "..." + tail;
+}
+
+double Share(std::uint64_t part, std::uint64_t whole) { return whole == 0 ? 0.0 : 100.0 * part / whole; }
+
+}  // namespace
+
+KeyForecast::KeyForecast(EventSink& inner, SensorSession& session) : m_inner(inner), m_session(session) {
+    ReadSettings(RepeatSettings::Read::Construction);
+}
+
+void KeyForecast::ReadSettings(RepeatSettings::Read form) {
+    // The sensor keeps what it had when its configuration cannot be read; so does the forecast.
+    try {
+        m_settings.ReadFrom(Configuration::Configuration(m_session.GetHost().Root()), form);
+    } catch (...) {
+    }
+}
+
+void KeyForecast::Reconfigured() {
+    std::lock_guard lock(m_mutex);
+    ReadSettings(RepeatSettings::Read::Synchronize);
+}
+
+KeyForecast::Entry& KeyForecast::Count(std::uint64_t hash, bool shell, const std::string& key) {
+    auto found = m_entries.find(hash);
+    if (found == m_entries.end()) {
+        // Space-Saving: when full, the least counted key makes room; the newcomer inherits its
+        // count as the bound of its own overstatement.
+        std::uint64_t inherited = 0;
+        if (m_entries.size() >= KeyCapacity) {
+            const auto least = m_byCount.begin();
+            inherited = least->first;
+            m_entries.erase(least->second);
+            m_byCount.erase(least);
+            ++m_totals.foldedKeys;
+            m_totals.maxError = std::max(m_totals.maxError, inherited);
+        }
+        Entry entry;
+        entry.row.shell = shell;
+        entry.row.cut = key.size() > KeyTextLimit;
+        entry.row.key = key.substr(0, KeyTextLimit);
+        entry.row.figures.delivered = inherited;
+        entry.row.error = inherited;
+        found = m_entries.emplace(hash, std::move(entry)).first;
+        m_byCount.emplace(inherited, hash);
+    }
+    KeyFigures& figures = found->second.row.figures;
+    m_byCount.erase({figures.delivered, hash});
+    ++figures.delivered;
+    m_byCount.emplace(figures.delivered, hash);
+    return found->second;
+}
+
+void KeyForecast::Deliver(const TraceEvent& event) {
+    if (event.kind != EventKind::Create && event.kind != EventKind::Shell) {
+        m_inner.Deliver(event);
+        return;
+    }
+    std::lock_guard lock(m_mutex);
+    if (event.time) {
+        if (!m_totals.firstTime || *event.time < *m_totals.firstTime) m_totals.firstTime = event.time;
+        if (!m_totals.lastTime || *event.time > *m_totals.lastTime) m_totals.lastTime = event.time;
+    }
+    const bool shell = event.kind == EventKind::Shell;
+    const ProcessRecord parent = event.parent.value_or(ProcessRecord{});
+    std::string key;
+    try {
+        key = shell ? SecurityMonitor::ShellCommandKey(TextOf(event.process.path), TextOf(event.process.commandLine), event.command)
+                    : SecurityMonitor::ProcessTreeKey(TextOf(parent.path), TextOf(event.process.path), TextOf(parent.commandLine),
+                                                      TextOf(event.process.commandLine), m_settings.collapse);
+    } catch (const std::regex_error&) {
+        // The sensor fails on this event too, and reports nothing; it counts under "".
+    }
+    const std::uint64_t hash = std::hash<std::string>{}(key) * 2 + (shell ? 1 : 0);
+
+    Host& host = m_session.GetHost();
+    const std::uint64_t filteredBefore = host.Filter().Suppressed();
+    const std::uint64_t reportedBefore = m_session.Reported();
+    m_inner.Deliver(event);
+    const bool filtered = host.Filter().Suppressed() != filteredBefore;
+    const bool reported = m_session.Reported() != reportedBefore;
+
+    Entry& entry = Count(hash, shell, key);
+    KeyFigures& figures = entry.row.figures;
+    const std::int32_t limit = m_settings.reportLimit.load();
+    ++m_totals.total.delivered;
+    if (filtered) {
+        ++figures.filtered;
+        ++m_totals.total.filtered;
+    } else if (limit != 0 && (!shell || !key.empty())) {
+        // The sensor counted the key: follow its cache to see keys leave it.
+        Cache& cache = m_caches[shell ? 1 : 0];
+        unsigned int count = 0;
+        if (cache.counts.Get(hash, count)) {
+            cache.counts.Update(hash, count + 1);
+        } else {
+            std::lock_guard cacheLock(cache.counts.Mutex());
+            const std::size_t slot = cache.counts.InsertData(cacheLock, hash, 1, nullptr);
+            if (cache.used[slot]) {
+                ++m_totals.evictions;
+                if (auto evicted = m_entries.find(cache.slots[slot]); evicted != m_entries.end()) evicted->second.evicted = true;
+            }
+            cache.slots[slot] = hash;
+            cache.used[slot] = true;
+        }
+    }
+    if (reported) {
+        // A key that had used up its limit and is reported again was forgotten by the cache.
+        if (entry.evicted && limit > 0 && figures.reported >= static_cast<std::uint64_t>(limit)) {
+            ++figures.reportedAgain;
+            ++m_totals.total.reportedAgain;
+        }
+        ++figures.reported;
+        ++m_totals.total.reported;
+    } else if (!filtered) {
+        ++figures.suppressed;
+        ++m_totals.total.suppressed;
+        if (m_atLimit.size() < DistinctCapacity) m_atLimit.insert(hash);
+    }
+    if (m_distinct.size() < DistinctCapacity) {
+        m_distinct.insert(hash);
+    } else if (!m_distinct.count(hash)) {
+        m_totals.distinctCapped = true;
+    }
+}
+
+ForecastReport KeyForecast::Report(std::size_t rows) const {
+    std::lock_guard lock(m_mutex);
+    ForecastReport report = m_totals;
+    report.distinctKeys = m_distinct.size();
+    report.keysAtLimit = m_atLimit.size();
+    for (auto it = m_byCount.rbegin(); it != m_byCount.rend() && report.busiest.size() < rows; ++it)
+        report.busiest.push_back(m_entries.at(it->second).row);
+    return report;
+}
+
+void PrintForecast(const ForecastReport& report) {
+    Note(fmt::format("busiest {} repeat keys (delivered, reported, suppressed by the limit, filtered by the host, "
+                     "reported again after leaving the cache):",
+                     report.busiest.size()));
+    for (const KeyRow& row : report.busiest) {
+        const KeyFigures& f = row.figures;
+        Note(fmt::format("{:>7} {:>7} {:>7} {:>7} {:>5}  {} {}", f.delivered, f.reported, f.suppressed, f.filtered,
+                         f.reportedAgain, row.shell ? "shell" : "step ", Shortened(row.key)));
+    }
+    const KeyFigures& t = report.total;
+    Note(fmt::format("{}{} distinct keys, {} reached the limit, {} cache evictions; of {} events {} reported, {} "
+                     "suppressed ({:.1f} %), {} filtered, {} reported again after eviction",
+                     report.distinctCapped ? "more than " : "", report.distinctKeys, report.keysAtLimit, report.evictions,
+                     t.delivered, t.reported, t.suppressed, Share(t.suppressed, t.delivered), t.filtered, t.reportedAgain));
+    if (report.foldedKeys != 0)
+        Note(fmt::format("{} keys folded into others (summary of {} keys): counts above may be overstated by at most {}",
+                         report.foldedKeys, KeyForecast::KeyCapacity, report.maxError));
+    if (!report.firstTime || *report.lastTime == *report.firstTime) {
+        Note(report.firstTime ? "no per-day forecast: all events carry the same time"
+                              : "no per-day forecast: the events carry no times (traces recorded before times were kept)");
+        return;
+    }
+    const double hours = static_cast<double>(*report.lastTime - *report.firstTime) / 3.6e12;
+    Note(fmt::format("over {:.2f} h of events: {:.0f} events per hour, {:.0f} reported per hour; forecast {:.0f} reported "
+                     "per day",
+                     hours, t.delivered / hours, t.reported / hours, t.reported / hours * 24));
+}
+
+std::string ForecastJson(const ForecastReport& report) {
+    EIL::RJ::StringBuffer buffer;
+    EIL::RJ::Writer<EIL::RJ::StringBuffer> writer(buffer);
+    const auto figures = [&](const KeyFigures& f) {
+        writer.Key("delivered"), writer.Uint64(f.delivered);
+        writer.Key("reported"), writer.Uint64(f.reported);
+        writer.Key("suppressed"), writer.Uint64(f.suppressed);
+        writer.Key("filtered"), writer.Uint64(f.filtered);
+        writer.Key("reported_again"), writer.Uint64(f.reportedAgain);
+    };
+    writer.StartObject();
+    writer.Key("keys");
+    writer.StartArray();
+    for (const KeyRow& row : report.busiest) {
+        writer.StartObject();
+        writer.Key("kind"), writer.String(row.shell ? "shell" : "process_step");
+        const std::string key = ValidUtf8(row.key);
+        writer.Key("key"), writer.String(key.data(), static_cast<EIL::RJ::SizeType>(key.size()));
+        if (row.cut) writer.Key("key_cut"), writer.Bool(true);
+        figures(row.figures);
+        writer.Key("error"), writer.Uint64(row.error);
+        writer.EndObject();
+    }
+    writer.EndArray();
+    writer.Key("total");
+    writer.StartObject();
+    figures(report.total);
+    writer.Key("distinct_keys"), writer.Uint64(report.distinctKeys);
+    writer.Key("distinct_keys_capped"), writer.Bool(report.distinctCapped);
+    writer.Key("keys_at_limit"), writer.Uint64(report.keysAtLimit);
+    writer.Key("evictions"), writer.Uint64(report.evictions);
+    writer.Key("folded_keys"), writer.Uint64(report.foldedKeys);
+    writer.Key("max_error"), writer.Uint64(report.maxError);
+    if (report.firstTime && *report.lastTime > *report.firstTime) {
+        const double hours = static_cast<double>(*report.lastTime - *report.firstTime) / 3.6e12;
+        writer.Key("hours"), writer.Double(hours);
+        writer.Key("events_per_hour"), writer.Double(report.total.delivered / hours);
+        writer.Key("reported_per_day"), writer.Double(report.total.reported / hours * 24);
+    }
+    writer.EndObject();
+    writer.EndObject();
+    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+}
+
+void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows) {
+    const auto line = [](char const* what, std::uint64_t a, std::uint64_t b) {
+        Note(fmt::format("{:<34} {:>9} {:>9}", what, a, b));
+    };
+    Note(fmt::format("{:<34} {:>9} {:>9}", "", "first", "second"));
+    line("events with a repeat key", first.total.delivered, second.total.delivered);
+    line("reported", first.total.reported, second.total.reported);
+    line("suppressed by the limit", first.total.suppressed, second.total.suppressed);
+    line("filtered by the host", first.total.filtered, second.total.filtered);
+    line("reported again after eviction", first.total.reportedAgain, second.total.reportedAgain);
+    line("distinct keys", first.distinctKeys, second.distinctKeys);
+    line("keys that reached the limit", first.keysAtLimit, second.keysAtLimit);
+
+    // The same process step is one key under both settings only where neither collapses it;
+    // the busiest keys of both are compared by their text.
+    struct Pair {
+        std::uint64_t first = 0, second = 0;
+    };
+    std::map<std::pair<bool, std::string>, Pair> keys;
+    for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}].first = row.figures.reported;
+    for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}].second = row.figures.reported;
+    std::vector<std::pair<const std::pair<bool, std::string>*, Pair>> differing;
+    for (const auto& [key, pair] : keys)
+        if (pair.first != pair.second) differing.emplace_back(&key, pair);
+    std::stable_sort(differing.begin(), differing.end(), [](const auto& a, const auto& b) {
+        const auto gap = [](const Pair& p) { return p.first > p.second ? p.first - p.second : p.second - p.first; };
+        return gap(a.second) > gap(b.second);
+    });
+    if (differing.size() > rows) differing.resize(rows);
+    Note(fmt::format("keys whose reported events differ most (first, second):"));
+    for (const auto& [key, pair] : differing)
+        Note(fmt::format("{:>9} {:>9}  {} {}", pair.first, pair.second, key->first ? "shell" : "step ", Shortened(key->second)));
+}
+
+}  // namespace KALVO::DevHost::Tool

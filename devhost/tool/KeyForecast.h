@@ -1,0 +1,110 @@
+// KeyForecast: what the sensor does with each repeat key, for the people who tune its two
+// settings. Passes every event on to the sensor and watches the outcome: filtered by the host,
+// reported, or held back by the report limit. The key of each event is the sensor's own (the
+// same functions and settings reader, linked in, with the configuration in force at the
+// event); only whether a key is still in the sensor's 512-entry cache cannot be observed, so a
+// cache of the sensor's own type is fed the same keys in the same order.
+//
+// Memory stays bounded whatever the trace: keys are told apart by a 64-bit hash and kept as
+// text up to KeyTextLimit bytes; the busiest are kept in a Space-Saving summary of KeyCapacity
+// counters (a key's counts may be overstated by at most the summary's error, which the report
+// states); distinct keys are counted exactly up to DistinctCapacity.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "devhost/Host.h"
+#include "devhost/tool/EventSink.h"
+#include "devhost/tool/SensorSession.h"
+#include "eil/core/LRUCache.h"
+#include "monitor/RepeatSettings.h"
+
+namespace KALVO::DevHost::Tool {
+
+struct KeyFigures {
+    std::uint64_t delivered = 0;
+    std::uint64_t reported = 0;
+    std::uint64_t suppressed = 0;     // held back by the report limit
+    std::uint64_t filtered = 0;       // suppressed by the host's filter
+    std::uint64_t reportedAgain = 0;  // reported after the key had left the sensor's cache
+};
+
+struct KeyRow {
+    bool shell = false;  // a shell command's key; else a process step's
+    std::string key;  // cut at KeyTextLimit bytes
+    bool cut = false;
+    KeyFigures figures;
+    std::uint64_t error = 0;  // the counts may be overstated by at most this many events
+};
+
+struct ForecastReport {
+    std::vector<KeyRow> busiest;  // by events delivered, most first
+    KeyFigures total;
+    std::uint64_t distinctKeys = 0;
+    bool distinctCapped = false;  // more keys than were counted
+    std::uint64_t keysAtLimit = 0;
+    std::uint64_t evictions = 0;
+    std::uint64_t foldedKeys = 0;  // keys dropped from the summary into "others"
+    std::uint64_t maxError = 0;
+    std::optional<std::uint64_t> firstTime, lastTime;  // nanoseconds since the epoch
+};
+
+class KeyForecast final : public EventSink {
+public:
+    static constexpr std::size_t KeyCapacity = 4096;
+    static constexpr std::size_t DistinctCapacity = 1 << 17;
+    static constexpr std::size_t KeyTextLimit = 4096;
+
+    // `inner` delivers into the sensor of `session`; all are borrowed and outlive the forecast.
+    KeyForecast(EventSink& inner, SensorSession& session);
+
+    // Serialised: each event's outcome is read off the host's counters around its delivery.
+    void Deliver(const TraceEvent& event) override;
+    // Reads the settings again, as the sensor does on Synchronize {"reason":"configuration"}.
+    void Reconfigured();
+
+    ForecastReport Report(std::size_t rows) const;
+
+private:
+    struct Entry {
+        KeyRow row;
+        bool evicted = false;  // left the sensor's cache at least once
+    };
+    void ReadSettings(SecurityMonitor::RepeatSettings::Read form);
+    Entry& Count(std::uint64_t hash, bool shell, const std::string& key);
+
+    EventSink& m_inner;
+    SensorSession& m_session;
+    mutable std::mutex m_mutex;
+    SecurityMonitor::RepeatSettings m_settings;
+    // The sensor's two caches (process steps, shell commands), fed the same keys; the slot
+    // arrays tell which key a slot held before, so an eviction is seen.
+    struct Cache {
+        EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> counts;
+        std::vector<std::uint64_t> slots = std::vector<std::uint64_t>(512);
+        std::vector<bool> used = std::vector<bool>(512);
+    };
+    Cache m_caches[2];
+    std::unordered_map<std::uint64_t, Entry> m_entries;            // by key hash
+    std::set<std::pair<std::uint64_t, std::uint64_t>> m_byCount;  // (delivered, key hash)
+    std::unordered_set<std::uint64_t> m_distinct, m_atLimit;       // key hashes
+    ForecastReport m_totals;
+};
+
+// The report on stderr: the busiest keys, then the totals.
+void PrintForecast(const ForecastReport& report);
+// The report as one JSON document.
+std::string ForecastJson(const ForecastReport& report);
+// Two reports of the same trace side by side: totals, then the keys whose reported events
+// differ most.
+void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows);
+
+}  // namespace KALVO::DevHost::Tool

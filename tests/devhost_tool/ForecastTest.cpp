@@ -1,0 +1,138 @@
+// The volume forecast of kalvo-devhost against counts made here from the trace itself: keys
+// built from the normalisation functions and std::regex (not the sensor's key or collapse
+// code), reports as the report limit allows, and a key that the 512-entry cache forgets.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "eil/json/RapidJson.h"
+#include "monitor/Normalize.h"
+#include "tests/devhost_tool/ToolProcess.h"
+
+namespace KALVO::Testing {
+namespace {
+
+namespace RJ = EIL::RJ;
+
+struct Figures {
+    std::uint64_t delivered = 0, reported = 0, suppressed = 0, again = 0;
+    bool operator==(const Figures&) const = default;
+};
+
+std::string Example(const char* name) { return std::string(KALVO_SOURCE_DIR) + "/examples/" + name; }
+
+std::string Member(const RJ::Value& object, const char* name) {
+    const auto found = object.FindMember(name);
+    return found == object.MemberEnd() || !found->value.IsString() ? std::string()
+                                                                    : std::string(found->value.GetString(), found->value.GetStringLength());
+}
+
+std::string Normalized(std::string text, bool path) {
+    if (path) {
+        SecurityMonitor::NormalizeProcessPath(text);
+    } else {
+        SecurityMonitor::NormalizeCommandline(text);
+    }
+    return text;
+}
+
+// Creation keys counted from the trace, each reported while its count is within `limit`.
+std::map<std::string, Figures> CountFromTrace(const std::string& trace, const std::string& collapse, std::uint64_t limit) {
+    const std::regex expression(collapse, std::regex::ECMAScript | std::regex::icase);
+    std::map<std::string, Figures> keys;
+    std::ifstream in(trace);
+    for (std::string line; std::getline(in, line);) {
+        RJ::Document event;
+        event.Parse(line.c_str());
+        if (Member(event, "kind") != "create") continue;
+        const RJ::Value& child = event["process"];
+        const RJ::Value& parent = event["parent"];
+        std::string parentLine = Normalized(Member(parent, "command_line"), false);
+        std::string childLine = Normalized(Member(child, "command_line"), false);
+        const bool collapseParent = std::regex_match(parentLine, expression);
+        const bool collapseChild = std::regex_match(childLine, expression);
+        const std::string key = Normalized(Member(parent, "path"), true) + "|" + Normalized(Member(child, "path"), true) + "|" +
+                                (collapseParent ? "<>" : parentLine) + "|" + (collapseChild ? "<>" : childLine);
+        Figures& figures = keys[key];
+        ++figures.delivered;
+        (figures.delivered <= limit ? figures.reported : figures.suppressed) += 1;
+    }
+    return keys;
+}
+
+std::map<std::string, Figures> ForecastOf(const std::vector<std::string>& options, RJ::Document& json) {
+    const std::string file = ::testing::TempDir() + "forecast-" + std::to_string(::getpid()) + ".json";
+    std::vector<std::string> arguments = {"replay", "--keys", "4096", "--keys-json", file};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    const ToolRun run = RunTool(arguments);
+    EXPECT_EQ(run.status, 0) << run.err;
+    std::stringstream text;
+    text << std::ifstream(file).rdbuf();
+    json.Parse(text.str().c_str());
+    EXPECT_TRUE(json.IsObject()) << text.str();
+    std::map<std::string, Figures> keys;
+    if (!json.IsObject()) return keys;
+    for (const RJ::Value& row : json["keys"].GetArray()) {
+        keys[Member(row, "key")] = Figures{row["delivered"].GetUint64(), row["reported"].GetUint64(),
+                                           row["suppressed"].GetUint64(), row["reported_again"].GetUint64()};
+    }
+    return keys;
+}
+
+TEST(KalvoDevhostForecast, ExampleTraceKeysMatchCountsMadeFromTheTrace) {
+    struct Case {
+        std::vector<std::string> options;
+        std::string collapse;
+        std::uint64_t limit;
+    };
+    std::stringstream configuration;
+    configuration << std::ifstream(Example("securitymonitor.json")).rdbuf();
+    RJ::Document settings;
+    settings.Parse(configuration.str().c_str());
+    const Case cases[] = {
+        {{Example("trace.jsonl")}, "this_will_not_match//any_process", 3},
+        {{Example("trace.jsonl"), "--config", Example("securitymonitor.json")},
+         Member(settings["securitymonitor"], "process_tree_collapse_regex"),
+         settings["securitymonitor"]["process_tree_report_limit"].GetUint64()},
+    };
+    for (const Case& c : cases) {
+        RJ::Document json;
+        EXPECT_EQ(ForecastOf(c.options, json), CountFromTrace(Example("trace.jsonl"), c.collapse, c.limit)) << c.collapse;
+    }
+}
+
+TEST(KalvoDevhostForecast, KeyForgottenByTheCacheIsReportedAgain) {
+    // One key used up (4 events, limit 3), 600 other keys push it out of the 512-entry cache,
+    // and its next 3 events are reported again. The events are a second apart.
+    const std::string trace = ::testing::TempDir() + "evicting-" + std::to_string(::getpid()) + ".jsonl";
+    {
+        std::ofstream out(trace);
+        const auto create = [&](const std::string& command, int index) {
+            out << R"({"kind":"create","time":)" << 1700000000000000000 + index * 1000000000LL
+                << R"(,"process":{"path":"/bin/c","command_line":")" << command
+                << R"("},"parent":{"path":"/bin/p","command_line":"p"}})" << "\n";
+        };
+        int index = 0;
+        for (int i = 0; i < 4; ++i) create("hot", index++);
+        for (int i = 0; i < 600; ++i) create("cold-" + std::to_string(i) + "-x", index++);
+        for (int i = 0; i < 3; ++i) create("hot", index++);
+    }
+    RJ::Document json;
+    const auto keys = ForecastOf({trace}, json);
+    EXPECT_EQ(keys.at("/bin/p|/bin/c|p|hot"), (Figures{7, 6, 1, 3}));
+    const RJ::Value& total = json["total"];
+    EXPECT_EQ(total["evictions"].GetUint64(), 601u + 1 - 512);
+    EXPECT_EQ(total["distinct_keys"].GetUint64(), 601u);
+    EXPECT_EQ(total["reported_again"].GetUint64(), 3u);
+    // 607 events over 606 s: 606 reported, so 86,400 a day.
+    EXPECT_NEAR(total["reported_per_day"].GetDouble(), 606.0 / 606 * 86400, 1.0);
+}
+
+}  // namespace
+}  // namespace KALVO::Testing
