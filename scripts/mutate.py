@@ -16,6 +16,7 @@ import argparse
 import os
 import random
 import re
+import signal
 import subprocess
 import sys
 import time
@@ -99,10 +100,14 @@ def apply(mutant):
 
 
 def run(command, timeout):
+    # A session of its own, so that a timeout kills the test that hangs, not only ctest.
+    process = subprocess.Popen(command, cwd=ROOT, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                               start_new_session=True)
     try:
-        return subprocess.run(command, cwd=ROOT, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                              timeout=timeout).returncode
+        return process.wait(timeout=timeout)
     except subprocess.TimeoutExpired:
+        os.killpg(process.pid, signal.SIGKILL)
+        process.wait()
         return None
 
 
@@ -111,7 +116,7 @@ def main():
     parser.add_argument("--count", type=int, default=80)
     parser.add_argument("--seed", type=int, default=20261124)
     parser.add_argument("--build", default=os.path.join(ROOT, "build", "mutate"))
-    parser.add_argument("--timeout", type=int, default=300, help="seconds of the suite per mutant")
+    parser.add_argument("--timeout", type=int, default=180, help="seconds of the suite per mutant")
     parser.add_argument("--list", action="store_true")
     parser.add_argument("--only", default="")
     args = parser.parse_args()
