@@ -16,7 +16,7 @@ shift || true
 build=${KALVO_FUZZ_BUILD:-build/fuzz}
 names=("$@")
 if [ "${#names[@]}" -eq 0 ]; then
-  names=(json configuration health_check synchronize normalize str_split wildcard base64 hex)
+  names=(json configuration health_check synchronize normalize)
 fi
 
 cmake --preset fuzz -B "$build" >/dev/null
