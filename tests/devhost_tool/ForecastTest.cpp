@@ -20,14 +20,14 @@ namespace {
 
 namespace RJ = EIL::RJ;
 
-struct Figures {
+struct KeyCounts {
     std::uint64_t delivered = 0, reported = 0, suppressed = 0, again = 0;
-    bool operator==(const Figures&) const = default;
+    bool operator==(const KeyCounts&) const = default;
 };
 
-std::string Example(const char* name) { return std::string(KALVO_SOURCE_DIR) + "/examples/" + name; }
+std::string ExampleFile(const char* name) { return std::string(KALVO_SOURCE_DIR) + "/examples/" + name; }
 
-std::string Member(const RJ::Value& object, const char* name) {
+std::string StringMember(const RJ::Value& object, const char* name) {
     const auto found = object.FindMember(name);
     return found == object.MemberEnd() || !found->value.IsString() ? std::string()
                                                                     : std::string(found->value.GetString(), found->value.GetStringLength());
@@ -43,30 +43,30 @@ std::string Normalized(std::string text, bool path) {
 }
 
 // Creation keys counted from the trace, each reported while its count is within `limit`.
-std::map<std::string, Figures> CountFromTrace(const std::string& trace, const std::string& collapse, std::uint64_t limit) {
+std::map<std::string, KeyCounts> CountFromTrace(const std::string& trace, const std::string& collapse, std::uint64_t limit) {
     const std::regex expression(collapse, std::regex::ECMAScript | std::regex::icase);
-    std::map<std::string, Figures> keys;
+    std::map<std::string, KeyCounts> keys;
     std::ifstream in(trace);
     for (std::string line; std::getline(in, line);) {
         RJ::Document event;
         event.Parse(line.c_str());
-        if (Member(event, "kind") != "create") continue;
+        if (StringMember(event, "kind") != "create") continue;
         const RJ::Value& child = event["process"];
         const RJ::Value& parent = event["parent"];
-        std::string parentLine = Normalized(Member(parent, "command_line"), false);
-        std::string childLine = Normalized(Member(child, "command_line"), false);
+        std::string parentLine = Normalized(StringMember(parent, "command_line"), false);
+        std::string childLine = Normalized(StringMember(child, "command_line"), false);
         const bool collapseParent = std::regex_match(parentLine, expression);
         const bool collapseChild = std::regex_match(childLine, expression);
-        const std::string key = Normalized(Member(parent, "path"), true) + "|" + Normalized(Member(child, "path"), true) + "|" +
+        const std::string key = Normalized(StringMember(parent, "path"), true) + "|" + Normalized(StringMember(child, "path"), true) + "|" +
                                 (collapseParent ? "<>" : parentLine) + "|" + (collapseChild ? "<>" : childLine);
-        Figures& figures = keys[key];
+        KeyCounts& figures = keys[key];
         ++figures.delivered;
         (figures.delivered <= limit ? figures.reported : figures.suppressed) += 1;
     }
     return keys;
 }
 
-std::map<std::string, Figures> ForecastOf(const std::vector<std::string>& options, RJ::Document& json) {
+std::map<std::string, KeyCounts> ForecastOf(const std::vector<std::string>& options, RJ::Document& json) {
     const std::string file = ::testing::TempDir() + "forecast-" + std::to_string(::getpid()) + ".json";
     std::vector<std::string> arguments = {"replay", "--keys", "4096", "--keys-json", file};
     arguments.insert(arguments.end(), options.begin(), options.end());
@@ -76,10 +76,10 @@ std::map<std::string, Figures> ForecastOf(const std::vector<std::string>& option
     text << std::ifstream(file).rdbuf();
     json.Parse(text.str().c_str());
     EXPECT_TRUE(json.IsObject()) << text.str();
-    std::map<std::string, Figures> keys;
+    std::map<std::string, KeyCounts> keys;
     if (!json.IsObject()) return keys;
     for (const RJ::Value& row : json["keys"].GetArray()) {
-        keys[Member(row, "key")] = Figures{row["delivered"].GetUint64(), row["reported"].GetUint64(),
+        keys[StringMember(row, "key")] = KeyCounts{row["delivered"].GetUint64(), row["reported"].GetUint64(),
                                            row["suppressed"].GetUint64(), row["reported_again"].GetUint64()};
     }
     return keys;
@@ -92,18 +92,18 @@ TEST(KalvoDevhostForecast, ExampleTraceKeysMatchCountsMadeFromTheTrace) {
         std::uint64_t limit;
     };
     std::stringstream configuration;
-    configuration << std::ifstream(Example("securitymonitor.json")).rdbuf();
+    configuration << std::ifstream(ExampleFile("securitymonitor.json")).rdbuf();
     RJ::Document settings;
     settings.Parse(configuration.str().c_str());
     const Case cases[] = {
-        {{Example("trace.jsonl")}, "this_will_not_match//any_process", 3},
-        {{Example("trace.jsonl"), "--config", Example("securitymonitor.json")},
-         Member(settings["securitymonitor"], "process_tree_collapse_regex"),
+        {{ExampleFile("trace.jsonl")}, "this_will_not_match//any_process", 3},
+        {{ExampleFile("trace.jsonl"), "--config", ExampleFile("securitymonitor.json")},
+         StringMember(settings["securitymonitor"], "process_tree_collapse_regex"),
          settings["securitymonitor"]["process_tree_report_limit"].GetUint64()},
     };
     for (const Case& c : cases) {
         RJ::Document json;
-        EXPECT_EQ(ForecastOf(c.options, json), CountFromTrace(Example("trace.jsonl"), c.collapse, c.limit)) << c.collapse;
+        EXPECT_EQ(ForecastOf(c.options, json), CountFromTrace(ExampleFile("trace.jsonl"), c.collapse, c.limit)) << c.collapse;
     }
 }
 
@@ -125,7 +125,7 @@ TEST(KalvoDevhostForecast, KeyForgottenByTheCacheIsReportedAgain) {
     }
     RJ::Document json;
     const auto keys = ForecastOf({trace}, json);
-    EXPECT_EQ(keys.at("/bin/p|/bin/c|p|hot"), (Figures{7, 6, 1, 3}));
+    EXPECT_EQ(keys.at("/bin/p|/bin/c|p|hot"), (KeyCounts{7, 6, 1, 3}));
     const RJ::Value& total = json["total"];
     EXPECT_EQ(total["evictions"].GetUint64(), 601u + 1 - 512);
     EXPECT_EQ(total["distinct_keys"].GetUint64(), 601u);
