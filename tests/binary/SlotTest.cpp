@@ -138,14 +138,20 @@ TEST(ObjectSlots, ObjectValueHandsOutItsWrappedContainer) {
 // The slot of every operation of every interface that crosses the boundary, as the compiler
 // numbers it from host/. Both sides of the boundary compile against those headers, so a moved
 // operation would pass every other test while a host built elsewhere calls the wrong function.
-// In the Itanium C++ ABI (x86-64 and arm64, macOS included) a pointer to a virtual member
-// function holds 1 plus the operation's byte offset in its interface's vtable.
+// In the Itanium C++ ABI a pointer to a virtual member function holds the operation's byte
+// offset in its interface's vtable: plus 1 on x86-64; on arm64 (Linux and macOS alike) the
+// offset itself, the virtual flag being kept in the second word.
 template <class Member>
 std::ptrdiff_t SlotOf(Member member) {
     static_assert(sizeof(Member) == 2 * sizeof(std::ptrdiff_t));
     std::ptrdiff_t words[2];
     std::memcpy(words, &member, sizeof words);
-    return (words[0] - 1) / static_cast<std::ptrdiff_t>(sizeof(void*));
+#if defined(__aarch64__)
+    const std::ptrdiff_t offset = words[0];
+#else
+    const std::ptrdiff_t offset = words[0] - 1;
+#endif
+    return offset / static_cast<std::ptrdiff_t>(sizeof(void*));
 }
 
 TEST(InterfaceSlots, EveryOperationKeepsItsNumber) {
