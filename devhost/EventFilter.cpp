@@ -39,13 +39,15 @@ std::vector<std::string> EventFilter::Contexts() const { return m_contexts.Snaps
 
 void EventFilter::SetRetention(std::size_t limit) { m_contexts.SetLimit(limit); }
 
-std::uint64_t EventFilter::Calls() const noexcept { return m_counts.Read(CallCount); }
+std::uint64_t EventFilter::Calls() const noexcept { return m_counts[CallCount].load(std::memory_order_relaxed); }
 
-std::uint64_t EventFilter::Suppressed() const noexcept { return m_counts.Read(SuppressedCount); }
+std::uint64_t EventFilter::Suppressed() const noexcept {
+    return m_counts[SuppressedCount].load(std::memory_order_relaxed);
+}
 
 void EventFilter::ClearRecords() {
     m_contexts.Clear();
-    m_counts.Reset();
+    for (auto& count : m_counts) count.store(0, std::memory_order_relaxed);
 }
 
 Result::Code EventFilter::LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
@@ -54,7 +56,7 @@ Result::Code EventFilter::LookupInterface(Agent::Hosting::InterfaceId id, Agent:
 
 std::uint32_t EventFilter::FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& actor,
                                        Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& target, char const* context) {
-    m_counts.Add(CallCount);
+    m_counts[CallCount].fetch_add(1, std::memory_order_relaxed);
     std::uint32_t answer = 0;
     try {
         const std::string_view contextText = context ? std::string_view(context) : std::string_view();
@@ -87,7 +89,7 @@ std::uint32_t EventFilter::FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting:
     } catch (...) {
         answer = 0;  // let the event through, as a filter that failed would
     }
-    if (answer == IEventFilter::Suppress) m_counts.Add(SuppressedCount);
+    if (answer == IEventFilter::Suppress) m_counts[SuppressedCount].fetch_add(1, std::memory_order_relaxed);
     return answer;
 }
 

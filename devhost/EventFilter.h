@@ -4,6 +4,7 @@
 // queue nor a rule, and no contexts retained, an answer reads only what the setters write.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -18,7 +19,6 @@
 #include "devhost/FaultInjector.h"
 #include "devhost/ProcessRecord.h"
 #include "devhost/RetainedList.h"
-#include "devhost/ShardedCounters.h"
 #include "host/IEventFilter.h"
 #include "host/IObject.h"
 
@@ -82,7 +82,7 @@ private:
 
     std::shared_ptr<FaultInjector> m_faults;
     RetainedList<std::string> m_contexts;
-    ShardedCounters<CountKinds> m_counts;
+    std::array<std::atomic<std::uint64_t>, CountKinds> m_counts{};  // relaxed: counts only
     // Relaxed loads: each is a setting on its own, and FilterEvent rechecks under m_mutex
     // when m_consult is set.
     std::atomic<std::uint32_t> m_answer{0};

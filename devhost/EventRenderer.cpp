@@ -22,11 +22,6 @@ using EIL::Values::IValues;
 using EIL::Values::ValueType;
 using Writer = RJ::Writer<RJ::StringBuffer>;
 
-void WriteString(Writer& writer, std::string_view bytes) {
-    const std::string text = ValidUtf8(bytes);
-    writer.String(text.data(), static_cast<RJ::SizeType>(text.size()));
-}
-
 void WriteContainer(Writer& writer, IValues& values, std::size_t depth);
 
 void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
@@ -40,7 +35,7 @@ void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
         if (!inner) {
             writer.Null();
         } else if (depth + 1 >= MaxValuesDepth) {
-            WriteString(writer, "\xE2\x80\xA6");  // "…": nested too deep to show
+            WriteJsonText(writer, "\xE2\x80\xA6");  // "…": nested too deep to show
         } else {
             WriteContainer(writer, *inner, depth + 1);
         }
@@ -54,11 +49,11 @@ void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
     }
     if (type == static_cast<std::uint32_t>(ValueType::String)) {
         if (const std::optional<std::string> bytes = ReadBytes(*value)) {
-            WriteString(writer, *bytes);
+            WriteJsonText(writer, *bytes);
             return;
         }
     }
-    WriteString(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
+    WriteJsonText(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
 }
 
 void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
@@ -86,7 +81,7 @@ void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
     }
     writer.StartObject();
     for (const Entry& entry : entries) {
-        WriteString(writer, entry.key.name ? *entry.key.name : std::to_string(entry.key.id));
+        WriteJsonText(writer, entry.key.name ? *entry.key.name : std::to_string(entry.key.id));
         WriteValue(writer, entry.value.Get(), depth);
     }
     writer.EndObject();
@@ -160,17 +155,17 @@ std::string RenderEventJson(const EventRecord& event) {
         writer.Key("severity");
         writer.Uint(observation.severity);
         writer.Key("type_id");
-        WriteString(writer, observation.typeId);
+        WriteJsonText(writer, observation.typeId);
         writer.Key("message");
-        WriteString(writer, observation.message);
+        WriteJsonText(writer, observation.message);
         writer.Key("text");
-        WriteString(writer, RenderMessage(observation));
+        WriteJsonText(writer, RenderMessage(observation));
         WriteMember(writer, "source", observation.source.Get());
         WriteMember(writer, "tags", observation.tags.Get());
         writer.Key("observables");
         writer.StartObject();
         for (const ObservableRecord& observable : observation.observables) {
-            WriteString(writer, observable.name);
+            WriteJsonText(writer, observable.name);
             if (observable.values) {
                 WriteContainer(writer, *observable.values, 0);
             } else {

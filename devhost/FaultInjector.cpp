@@ -164,7 +164,7 @@ std::optional<Result::Code> FaultInjector::CheckArmed(Operation operation) noexc
 }
 
 std::uint64_t FaultInjector::Calls(Operation operation) const noexcept {
-    return m_calls.Read(static_cast<std::size_t>(operation));
+    return m_calls[static_cast<std::size_t>(operation)].load(std::memory_order_relaxed);
 }
 
 std::uint64_t FaultInjector::Failures(Operation operation) const noexcept {
@@ -172,7 +172,7 @@ std::uint64_t FaultInjector::Failures(Operation operation) const noexcept {
 }
 
 void FaultInjector::ResetCounts() noexcept {
-    m_calls.Reset();
+    for (auto& calls : m_calls) calls.store(0, std::memory_order_relaxed);
     for (Slot& slot : m_slots) slot.failures.store(0, std::memory_order_relaxed);
 }
 

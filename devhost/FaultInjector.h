@@ -3,9 +3,7 @@
 // Tests (and the command-line tools, through "Operation=code[xN]" rules) use it to drive the
 // sensor down its failure paths against a real host instead of per-test mocks. Every host
 // operation that can fail asks Check() first; a failing call returns the chosen code and does
-// nothing else. Thread-safe and lock-free: Check() runs on every host call, so the call counts
-// are per thread (ShardedCounters) and what it reads of the faults is written only when one is
-// armed or used.
+// nothing else. Thread-safe: the call counts and the armed faults are atomics.
 #pragma once
 
 #include <array>
@@ -17,7 +15,6 @@
 #include <string>
 #include <string_view>
 
-#include "devhost/ShardedCounters.h"
 #include "host/ResultCode.h"
 
 namespace KALVO::DevHost {
@@ -93,7 +90,7 @@ public:
     // fail with, or nothing when the call is to proceed. The code may be 0 (for Filter, an
     // answer that lets the event through).
     std::optional<Result::Code> Check(Operation operation) noexcept {
-        m_calls.Add(static_cast<std::size_t>(operation));
+        m_calls[static_cast<std::size_t>(operation)].fetch_add(1, std::memory_order_relaxed);
         // acquire: a call that sees a failure count sees the code stored before it.
         if (SlotOf(operation).remaining.load(std::memory_order_acquire) == 0) return std::nullopt;
         return CheckArmed(operation);
@@ -123,7 +120,7 @@ private:
     const Slot& SlotOf(Operation operation) const noexcept { return m_slots[static_cast<std::size_t>(operation)]; }
 
     std::array<Slot, OperationCount> m_slots;
-    ShardedCounters<OperationCount> m_calls;
+    std::array<std::atomic<std::uint64_t>, OperationCount> m_calls{};  // relaxed: counts only
 };
 
 }  // namespace KALVO::DevHost

@@ -8,13 +8,14 @@
 namespace KALVO::DevHost {
 
 std::string SeverityName(std::uint32_t severity) {
-    switch (severity) {
-        case 2: return "error";
-        case 3: return "warn";
-        case 4: return "info";
-        case 7: return "trace";
-        default: return std::to_string(severity);
+    using Logging::v0::Severity;
+    switch (static_cast<Severity>(severity)) {
+        case Severity::Error: return "error";
+        case Severity::Warn: return "warn";
+        case Severity::Info: return "info";
+        case Severity::Trace: return "trace";
     }
+    return std::to_string(severity);
 }
 
 LogSink::LogSink(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
@@ -47,8 +48,8 @@ std::size_t LogSink::CountContaining(std::uint32_t severity, std::string_view pa
 
 void LogSink::Clear() { m_lines.Clear(); }
 
-void LogSink::HostLine(std::uint32_t severity, std::string_view text) {
-    Record(LogLine{"devhost", severity, std::string(text)});
+void LogSink::HostLine(Logging::v0::Severity severity, std::string_view text) {
+    Record(LogLine{"devhost", static_cast<std::uint32_t>(severity), std::string(text)});
 }
 
 void LogSink::Record(LogLine line) {

@@ -16,6 +16,7 @@
 #include "devhost/RetainedList.h"
 #include "eil/object/LookupInterfaceImpl.h"
 #include "host/ILogSink.h"
+#include "host/LogSeverity.h"
 
 namespace KALVO::DevHost {
 
@@ -48,7 +49,7 @@ public:
     void Clear();
 
     // Writes a line of the host's own (logger "devhost") through the same path.
-    void HostLine(std::uint32_t severity, std::string_view text);
+    void HostLine(Logging::v0::Severity severity, std::string_view text);
 
     // ILogSink. Any thread. A null logger name is recorded as empty; a null text as empty.
     Result::Code Log(char const* loggerName, std::uint32_t severity, char const* text, unsigned long length) override;

@@ -18,59 +18,44 @@ using ESP::v0::IProcessInfo;
 using ESP::v0::IProcessMonitor;
 using ESP::v0::IShellMonitor;
 
-std::atomic<std::uint64_t> g_nextInstance{1};
-
-// Sequence numbers this thread may hand out for one registration service.
-struct SequenceBlock {
-    std::uint64_t owner = 0;  // the service's m_id
-    std::uint64_t next = 0;
-    std::uint64_t end = 0;
-};
-constinit thread_local SequenceBlock t_sequence;
-constexpr std::uint64_t SequenceBlockSize = 1024;
+// How deeply this thread is inside deliveries: an unregistration from a monitor's own callback
+// must not wait for the delivery it runs in.
+thread_local int t_deliveryDepth = 0;
 
 }  // namespace
 
 MonitorRegistration::MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger,
                                          HostRef<TrackedObject<LogSink>> log)
-    : m_faults(std::move(faults)),
-      m_ledger(std::move(ledger)),
-      m_log(std::move(log)),
-      m_id(g_nextInstance.fetch_add(1, std::memory_order_relaxed)) {
-    for (Board* board : {&m_process, &m_shell}) {
-        board->owner = std::make_shared<const Snapshot>();
-        board->current.store(board->owner.get(), std::memory_order_seq_cst);
-    }
-}
-
-std::uint64_t MonitorRegistration::NextSequence() noexcept {
-    SequenceBlock& block = t_sequence;
-    if (block.owner != m_id || block.next == block.end) {
-        // Relaxed: the numbers only need to be distinct.
-        const std::uint64_t first = m_sequence.fetch_add(SequenceBlockSize, std::memory_order_relaxed) + 1;
-        block = SequenceBlock{m_id, first, first + SequenceBlockSize};
-    }
-    return block.next++;
-}
+    : m_faults(std::move(faults)), m_ledger(std::move(ledger)), m_log(std::move(log)) {}
 
 template <class Call>
-std::size_t MonitorRegistration::Deliver(Board& board, std::uint32_t bit, EventKind kind, Call&& call) {
-    const ReaderGate::Section section = board.gate.Enter();
-    // seq_cst: pairs with the section's entry against a writer's publication and sampling.
-    const Snapshot& registrations = *board.current.load(std::memory_order_seq_cst);
+std::size_t MonitorRegistration::Deliver(const List& list, std::uint32_t bit, EventKind kind, Call&& call) {
+    std::shared_lock delivering(m_delivering);
+    ++t_deliveryDepth;
+    struct Leave {
+        ~Leave() { --t_deliveryDepth; }
+    } leave;
+    std::vector<Entry> monitors;
+    {
+        std::lock_guard lock(m_mutex);
+        for (const Entry& entry : list)
+            if (entry.mask & bit) monitors.push_back(entry);
+    }
     ObjectPtr<TrackedObject<EventInfo>> event;
     std::size_t reached = 0;
-    for (const std::shared_ptr<Registration>& registration : registrations) {
-        // Relaxed: another thread's unregistration waits for this delivery anyway; the flag only
-        // matters to this thread's own unregistration from inside a callback.
-        if ((registration->mask & bit) == 0 || !registration->active.load(std::memory_order_relaxed)) continue;
-        if (!event) event = TrackedObject<EventInfo>::MakeUnlisted(kind, NextSequence());
+    for (const Entry& entry : monitors) {
+        {
+            // A monitor unregistered by an earlier callback of this delivery gets nothing more.
+            std::lock_guard lock(m_mutex);
+            if (std::none_of(list.begin(), list.end(), [&](const Entry& e) { return e.monitor == entry.monitor; })) continue;
+        }
+        if (!event) event = TrackedObject<EventInfo>::MakeUnlisted(kind, m_sequence.fetch_add(1, std::memory_order_relaxed) + 1);
         ObjectPtr<IEventInfo> eventCopy(event.Get());
         try {
-            call(registration->monitor, eventCopy);
+            call(entry.monitor, eventCopy);
         } catch (...) {
             m_escaped.fetch_add(1, std::memory_order_relaxed);
-            if (m_log) m_log->HostLine(2, "a monitor callback let an exception escape");
+            if (m_log) m_log->HostLine(Logging::v0::Severity::Error, "a monitor callback let an exception escape");
         }
         ++reached;
     }
@@ -128,97 +113,59 @@ std::size_t MonitorRegistration::DeliverShellCommand(const ProcessPtr& process, 
     });
 }
 
-std::vector<MonitorRegistration::Registered> MonitorRegistration::Describe(const Snapshot& snapshot) {
-    std::vector<Registered> registered;
-    for (const std::shared_ptr<Registration>& registration : snapshot) {
-        registered.push_back({registration->monitor, registration->mask});
-    }
-    return registered;
-}
-
 std::vector<MonitorRegistration::Registered> MonitorRegistration::ProcessMonitors() const {
     std::lock_guard lock(m_mutex);
-    return Describe(*m_process.owner);
+    std::vector<Registered> registered;
+    for (const Entry& entry : m_process) registered.push_back({entry.monitor, entry.mask});
+    return registered;
 }
 
 std::vector<MonitorRegistration::Registered> MonitorRegistration::ShellMonitors() const {
     std::lock_guard lock(m_mutex);
-    return Describe(*m_shell.owner);
+    std::vector<Registered> registered;
+    for (const Entry& entry : m_shell) registered.push_back({entry.monitor, entry.mask});
+    return registered;
 }
 
 std::uint64_t MonitorRegistration::EscapedExceptions() const noexcept { return m_escaped.load(std::memory_order_relaxed); }
 
-void MonitorRegistration::Replace(Board& board, std::unique_lock<std::mutex>& lock, std::shared_ptr<const Snapshot> next) {
-    std::shared_ptr<const Snapshot> replaced = std::exchange(board.owner, std::move(next));
-    board.current.store(board.owner.get(), std::memory_order_seq_cst);
-    board.retired.push_back(std::move(replaced));  // reserved by the caller: cannot throw
-    // A delivery on this very thread may still be reading any retired list; then they wait
-    // for a later writer.
-    std::vector<std::shared_ptr<const Snapshot>> unreachable;
-    if (!board.gate.Inside()) unreachable.swap(board.retired);
-    lock.unlock();
-    try {
-        board.gate.WaitForReaders();
-    } catch (...) {
-        lock.lock();
-        board.retired.insert(board.retired.end(), unreachable.begin(), unreachable.end());
-        throw;
-    }
+void MonitorRegistration::WaitForDeliveries() {
+    if (t_deliveryDepth == 0) std::unique_lock wait(m_delivering);
 }
 
 void MonitorRegistration::Clear() {
-    for (Board* board : {&m_process, &m_shell}) {
-        auto empty = std::make_shared<const Snapshot>();
-        std::unique_lock lock(m_mutex);
-        board->retired.reserve(board->retired.size() + 1);
-        for (const std::shared_ptr<Registration>& registration : *board->owner) {
-            registration->active.store(false, std::memory_order_relaxed);
-        }
-        Replace(*board, lock, std::move(empty));
+    {
+        std::lock_guard lock(m_mutex);
+        m_process.clear();
+        m_shell.clear();
     }
+    WaitForDeliveries();
 }
 
 Result::Code MonitorRegistration::LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
     return AnswerObjectOnly<ESP::v0::IMonitorRegistration>(this, id, out);
 }
 
-Result::Code MonitorRegistration::Register(Board& board, void* monitor, std::uint32_t mask) {
+Result::Code MonitorRegistration::Register(List& list, void* monitor, std::uint32_t mask) {
     if (!monitor) return Result::InvalidArgument;
     return AtBoundary([&] {
-        auto registration = std::make_shared<Registration>(monitor, mask);
         std::lock_guard lock(m_mutex);
-        const Snapshot& current = *board.owner;
-        const bool known = std::any_of(current.begin(), current.end(), [&](const std::shared_ptr<Registration>& existing) {
-            return existing->monitor == monitor;
-        });
-        if (known) return Result::InvalidArgument;
-        auto next = std::make_shared<Snapshot>(current);
-        next->push_back(std::move(registration));
-        board.retired.reserve(board.retired.size() + 1);
-        std::shared_ptr<const Snapshot> replaced = std::exchange(board.owner, std::move(next));
-        board.current.store(board.owner.get(), std::memory_order_seq_cst);
-        board.retired.push_back(std::move(replaced));
-        // The replaced list is freed by a later unregistration, once no delivery reads it.
+        if (std::any_of(list.begin(), list.end(), [&](const Entry& entry) { return entry.monitor == monitor; }))
+            return Result::InvalidArgument;
+        list.push_back({monitor, mask});
         return Result::Success;
     });
 }
 
-Result::Code MonitorRegistration::Unregister(Board& board, void* monitor) {
+Result::Code MonitorRegistration::Unregister(List& list, void* monitor) {
     return AtBoundary([&] {
-        std::unique_lock lock(m_mutex);
-        const Snapshot& current = *board.owner;
-        const auto found = std::find_if(current.begin(), current.end(), [&](const std::shared_ptr<Registration>& existing) {
-            return existing->monitor == monitor;
-        });
-        if (found == current.end()) return Result::NoSuchEntry;
-        auto next = std::make_shared<Snapshot>();
-        next->reserve(current.size() - 1);
-        for (const std::shared_ptr<Registration>& registration : current) {
-            if (registration != *found) next->push_back(registration);
+        {
+            std::lock_guard lock(m_mutex);
+            const auto found = std::find_if(list.begin(), list.end(), [&](const Entry& entry) { return entry.monitor == monitor; });
+            if (found == list.end()) return Result::NoSuchEntry;
+            list.erase(found);
         }
-        board.retired.reserve(board.retired.size() + 1);
-        (*found)->active.store(false, std::memory_order_relaxed);
-        Replace(board, lock, std::move(next));
+        WaitForDeliveries();
         return Result::Success;
     });
 }

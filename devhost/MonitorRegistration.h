@@ -4,16 +4,13 @@
 //
 // The masks are this host's: a monitor receives an event only when its mask has the event's
 // bit (process create 0x2, exists 0x4, terminate 0x8; shell command 0x2). An unregistration
-// returns only when no delivery to that monitor is still running (unless it is called from
-// inside such a delivery, on the same thread), so no event arrives after it returns.
-//
-// Deliveries from several threads write no cache line in common: each list of monitors (one
-// for process monitors, one for shell monitors) is an immutable snapshot that a registration
-// replaces, read inside a ReaderGate section, and an unregistration waits for every delivery
-// to that list that was running when it published the new one.
+// returns only when no delivery is still running (unless it is called from inside a delivery,
+// on the same thread), so no event arrives after it returns: deliveries hold a shared lock
+// for their whole run, and an unregistration takes it exclusively once.
 #pragma once
 
 #include <atomic>
+#include <shared_mutex>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -27,7 +24,6 @@
 #include "devhost/HostRef.h"
 #include "devhost/LogSink.h"
 #include "devhost/ObjectLedger.h"
-#include "devhost/ReaderGate.h"
 #include "devhost/TrackedObject.h"
 #include "host/IMonitorRegistration.h"
 #include "host/IProcessInfo.h"
@@ -59,7 +55,7 @@ public:
     // takes it, and returns how many it reached. Every monitor gets its own counted copies of
     // the arguments, so one cannot disturb what the next receives. The EventInfo enters the
     // object ledger only if a monitor still holds it when the delivery ends. Its sequence
-    // number is unique in this registration service and increases on each thread.
+    // number is unique in this registration service.
     std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessCreateInstant(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessExists(const ProcessPtr& process);
@@ -96,48 +92,30 @@ protected:
     ~MonitorRegistration() = default;
 
 private:
-    struct Registration {
-        Registration(void* monitor, std::uint32_t mask) noexcept : monitor(monitor), mask(mask) {}
-
-        void* const monitor;  // an IProcessMonitor* or an IShellMonitor*
-        const std::uint32_t mask;
-        // Cleared by the unregistration before it waits, so that a delivery on the unregistering
-        // thread itself (a monitor unregistering from its callback) calls it no more.
-        std::atomic<bool> active{true};
+    struct Entry {
+        void* monitor;  // an IProcessMonitor* or an IShellMonitor*
+        std::uint32_t mask;
     };
-    using Snapshot = std::vector<std::shared_ptr<Registration>>;
+    using List = std::vector<Entry>;
 
-    // One list of monitors. Deliveries read `current` inside a section of `gate`; writers
-    // replace it under m_mutex and keep what they replaced until no section can still use it.
-    struct Board {
-        ReaderGate gate;
-        std::atomic<const Snapshot*> current{nullptr};
-        std::shared_ptr<const Snapshot> owner;                  // what `current` points to; guarded by m_mutex
-        std::vector<std::shared_ptr<const Snapshot>> retired;  // replaced, possibly still read; guarded by m_mutex
-    };
-
-    Result::Code Register(Board& board, void* monitor, std::uint32_t mask);
-    Result::Code Unregister(Board& board, void* monitor);
-    // Publishes `next` in place of the board's list (under m_mutex, which `lock` holds), then
-    // waits for the deliveries that may still read the old list and frees what no delivery
-    // can read any more.
-    void Replace(Board& board, std::unique_lock<std::mutex>& lock, std::shared_ptr<const Snapshot> next);
-    static std::vector<Registered> Describe(const Snapshot& snapshot);
-    // Runs `call` for every active registration on `board` whose mask has `bit`.
+    Result::Code Register(List& list, void* monitor, std::uint32_t mask);
+    Result::Code Unregister(List& list, void* monitor);
+    // Runs `call` for every monitor on `list` whose mask has `bit` and that is still registered
+    // when its turn comes.
     template <class Call>
-    std::size_t Deliver(Board& board, std::uint32_t bit, EventKind kind, Call&& call);
-    std::uint64_t NextSequence() noexcept;
+    std::size_t Deliver(const List& list, std::uint32_t bit, EventKind kind, Call&& call);
+    // Returns once no delivery of another thread runs; not from inside a delivery.
+    void WaitForDeliveries();
 
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;
     const HostRef<TrackedObject<LogSink>> m_log;
-    const std::uint64_t m_id;  // unique among all instances, for the threads' sequence blocks
-    // Handed out in blocks to the delivering threads, so it is written once per block.
     std::atomic<std::uint64_t> m_sequence{0};
     std::atomic<std::uint64_t> m_escaped{0};
-    mutable std::mutex m_mutex;  // serialises writers; guards the boards' owners and retired lists
-    Board m_process;
-    Board m_shell;
+    mutable std::mutex m_mutex;  // guards the lists
+    List m_process;
+    List m_shell;
+    std::shared_mutex m_delivering;  // shared for each delivery, exclusive to wait for them
 };
 
 }  // namespace KALVO::DevHost

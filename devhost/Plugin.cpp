@@ -17,14 +17,12 @@ Plugin::Plugin(const std::string& path, Agent::Hosting::IObject* host) : m_path(
     }
     auto* create = reinterpret_cast<CreateInstanceFunction*>(::dlsym(m_library, "CreateInstance"));
     if (!create) {
-        ::dlclose(m_library);
-        m_library = nullptr;
+        Unload();
         throw PluginError("plug-in library " + path + " does not export CreateInstance");
     }
     m_package = create(host);
     if (!m_package) {
-        ::dlclose(m_library);
-        m_library = nullptr;
+        Unload();
         throw PluginError("CreateInstance of " + path + " returned no package");
     }
 }

@@ -4,18 +4,6 @@
 
 namespace KALVO::DevHost {
 
-namespace {
-
-template <class I>
-Result::Code HandOut(I* part, Agent::Hosting::IObject*& out) noexcept {
-    Agent::Hosting::IObject* object = part;
-    object->AddRef();
-    out = object;
-    return Result::Success;
-}
-
-}  // namespace
-
 RootObject::RootObject(std::shared_ptr<FaultInjector> faults, Parts parts) noexcept
     : m_faults(std::move(faults)), m_parts(std::move(parts)) {}
 

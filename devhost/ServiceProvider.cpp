@@ -8,18 +8,6 @@
 
 namespace KALVO::DevHost {
 
-namespace {
-
-template <class I>
-Result::Code HandOut(I* service, Agent::Hosting::IObject*& out) noexcept {
-    Agent::Hosting::IObject* object = service;
-    object->AddRef();
-    out = object;
-    return Result::Success;
-}
-
-}  // namespace
-
 ServiceProvider::ServiceProvider(std::shared_ptr<FaultInjector> faults, HostRef<TrackedObject<ReportingService>> reporting,
                                  HostRef<TrackedObject<MonitorRegistration>> monitors,
                                  HostRef<TrackedObject<EventFilter>> filter)

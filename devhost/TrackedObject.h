@@ -116,15 +116,21 @@ private:
     ObjectTracking m_tracking;
 };
 
+// Hands `part` out as the IObject of its interface I, with a reference for the receiver.
+template <class I>
+Result::Code HandOut(I* part, Agent::Hosting::IObject*& out) noexcept {
+    Agent::Hosting::IObject* object = part;
+    object->AddRef();
+    out = object;
+    return Result::Success;
+}
+
 // The lookup of an object that answers only IObject besides the private host interface (its
 // interface has no identifier of its own), for a T's LookupInterface.
 template <class I>
 Result::Code AnswerObjectOnly(I* self, Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) noexcept {
     if (id != Agent::Hosting::IObject::Id) return Result::ProtocolNotSupported;
-    Agent::Hosting::IObject* object = self;
-    object->AddRef();
-    out = object;
-    return Result::Success;
+    return HandOut<I>(self, out);
 }
 
 // The IHostObject view of `object` when it is one of the stand-in host's objects, else null.

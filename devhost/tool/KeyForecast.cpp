@@ -209,8 +209,7 @@ std::string ForecastJson(const ForecastReport& report) {
     for (const KeyRow& row : report.busiest) {
         writer.StartObject();
         writer.Key("kind"), writer.String(row.shell ? "shell" : "process_step");
-        const std::string key = ValidUtf8(row.key);
-        writer.Key("key"), writer.String(key.data(), static_cast<EIL::RJ::SizeType>(key.size()));
+        writer.Key("key"), WriteJsonText(writer, row.key);
         if (row.cut) writer.Key("key_cut"), writer.Bool(true);
         figures(row.figures);
         writer.Key("error"), writer.Uint64(row.error);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "devhost/FaultInjector.h"
+#include "host/LogSeverity.h"
 #include "devhost/Host.h"
 #include "devhost/Plugin.h"
 #include "devhost/tool/LineOutput.h"
@@ -24,7 +25,8 @@ struct SessionOptions {
     std::string pluginPath;
     std::string storagePath = SqliteStore::InMemory;  // a database file, or ":memory:"
     std::string configuration = "{}";
-    std::uint32_t logThreshold = 3;  // echo the sensor's log lines up to this severity
+    // Echo the sensor's log lines up to this severity.
+    std::uint32_t logThreshold = static_cast<std::uint32_t>(Logging::v0::Severity::Warn);
     std::vector<FaultRule> faults;
 };
 

@@ -19,10 +19,11 @@ std::optional<T> ParseWhole(std::string_view text) {
 }
 
 std::uint32_t ParseLogLevel(std::string_view text) {
-    if (text == "error") return 2;
-    if (text == "warn" || text == "warning") return 3;
-    if (text == "info") return 4;
-    if (text == "trace") return 7;
+    using Logging::v0::Severity;
+    if (text == "error") return static_cast<std::uint32_t>(Severity::Error);
+    if (text == "warn" || text == "warning") return static_cast<std::uint32_t>(Severity::Warn);
+    if (text == "info") return static_cast<std::uint32_t>(Severity::Info);
+    if (text == "trace") return static_cast<std::uint32_t>(Severity::Trace);
     if (const auto number = ParseWhole<std::uint32_t>(text); number && *number <= 7) return *number;
     throw UsageError("--log-level: '" + std::string(text) + "' is not error, warn, info, trace or a number 0-7");
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "devhost/FaultInjector.h"
+#include "host/LogSeverity.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -25,7 +26,7 @@ struct ToolOptions {
     std::optional<std::string> plugin;
     std::optional<std::string> config;
     std::optional<std::string> stateDir;
-    std::uint32_t logThreshold = 3;  // warn
+    std::uint32_t logThreshold = static_cast<std::uint32_t>(Logging::v0::Severity::Warn);
     std::vector<FaultRule> faults;
     std::optional<double> duration;  // seconds
     std::optional<std::uint64_t> treeRoot;

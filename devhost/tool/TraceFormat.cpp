@@ -14,11 +14,6 @@ namespace {
 namespace RJ = EIL::RJ;
 using Writer = RJ::Writer<RJ::StringBuffer>;
 
-void WriteText(Writer& writer, std::string_view bytes) {
-    const std::string text = ValidUtf8(bytes);
-    writer.String(text.data(), static_cast<RJ::SizeType>(text.size()));
-}
-
 void WriteProcess(Writer& writer, const ProcessRecord& process) {
     writer.StartObject();
     writer.Key("pid");
@@ -27,21 +22,21 @@ void WriteProcess(Writer& writer, const ProcessRecord& process) {
     writer.Uint64(process.parentPid);
     if (process.path) {
         writer.Key("path");
-        WriteText(writer, *process.path);
+        WriteJsonText(writer, *process.path);
     }
     if (process.commandLine) {
         writer.Key("command_line");
-        WriteText(writer, *process.commandLine);
+        WriteJsonText(writer, *process.commandLine);
     }
     writer.Key("uid");
-    WriteText(writer, process.uid);
+    WriteJsonText(writer, process.uid);
     if (process.userId) {
         writer.Key("user_id");
         writer.Uint64(*process.userId);
     }
     if (!process.user.empty()) {
         writer.Key("user");
-        WriteText(writer, process.user);
+        WriteJsonText(writer, process.user);
     }
     if (process.startTime != 0) {
         writer.Key("start_time");
@@ -118,7 +113,7 @@ std::string FormatTraceLine(const TraceEvent& event) {
     }
     if (event.kind == EventKind::Shell) {
         writer.Key("command");
-        WriteText(writer, event.command);
+        WriteJsonText(writer, event.command);
     }
     if (event.time) {
         writer.Key("time");
