@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ clang libc++-14-dev libc++abi-14-dev libclang-rt-14-dev
-  rapidjson-dev libfmt-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
+  rapidjson-dev libfmt-dev libcli11-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev sqlite3 binutils python3
   # The arm64 build: cross compiler, user-mode emulator, SQLite's arm64 runtime (multiarch).
   g++-aarch64-linux-gnu qemu-user libsqlite3-0:arm64

@@ -1,5 +1,7 @@
 #include "devhost/tool/ToolOptions.h"
 
+#include <CLI/CLI.hpp>
+
 #include <charconv>
 #include <cmath>
 #include <string_view>
@@ -25,89 +27,55 @@ std::uint32_t ParseLogLevel(std::string_view text) {
     if (text == "info") return static_cast<std::uint32_t>(Severity::Info);
     if (text == "trace") return static_cast<std::uint32_t>(Severity::Trace);
     if (const auto number = ParseWhole<std::uint32_t>(text); number && *number <= 7) return *number;
-    throw UsageError("--log-level: '" + std::string(text) + "' is not error, warn, info, trace or a number 0-7");
+    throw CLI::ValidationError("--log-level", "'" + std::string(text) + "' is not error, warn, info, trace or a number 0-7");
 }
 
-// The options that belong to one command only, and that command.
-struct Specific {
-    std::string_view name;
-    std::vector<Command> commands;
-};
-
-const std::vector<Specific>& SpecificOptions() {
-    static const std::vector<Specific> options = {
-        {"--duration", {Command::Live, Command::Record}}, {"--tree", {Command::Live, Command::Record}},
-        {"--poll", {Command::Live, Command::Record}},     {"--output", {Command::Record}},
-        {"--threads", {Command::Replay}},                 {"--payload", {Command::Health}},
-        {"--keys", {Command::Live, Command::Replay}},     {"--keys-json", {Command::Live, Command::Replay}},
-        {"--compare", {Command::Replay}},
-    };
-    return options;
-}
-
-// Options for the sensor, which record (no sensor) accepts with a warning.
-constexpr std::string_view SensorOptions[] = {"--plugin", "--config", "--state", "--log-level", "--fail"};
-
-std::string_view CommandName(Command command) {
-    switch (command) {
-        case Command::Live: return "live";
-        case Command::Record: return "record";
-        case Command::Replay: return "replay";
-        case Command::Health: return "health";
-        case Command::Help: return "help";
-    }
-    return "?";
+// An option's value checked by `parse`, which throws CLI::ValidationError with the reason.
+template <class Parse>
+CLI::Option* AddChecked(CLI::App& app, const std::string& name, const std::string& text, Parse parse) {
+    return app.add_option_function<std::string>(name, [name, parse](const std::string& value) {
+        try {
+            parse(value);
+        } catch (const CLI::ValidationError&) {
+            throw;
+        } catch (const std::exception& error) {
+            throw CLI::ValidationError(name, error.what());
+        }
+    }, text);
 }
 
 }  // namespace
 
 ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     ToolOptions options;
-    std::optional<Command> command;
-    std::vector<std::string> positional;
-    std::vector<std::string> given;
+    CLI::App app{"kalvo-devhost"};
+    app.set_help_flag();  // the usage text is our own
+    bool help = false;
+    app.add_flag("-h,--help", help);
+    // Options of the sensor are accepted before and after the command.
+    app.fallthrough();
+    app.add_option("--plugin", options.plugin);
+    app.add_option("--config", options.config);
+    AddChecked(app, "--state", "", [&](const std::string& value) {
+        if (value.empty()) throw CLI::ValidationError("--state", "the directory name is empty");
+        options.stateDir = value;
+    });
+    AddChecked(app, "--log-level", "", [&](const std::string& value) { options.logThreshold = ParseLogLevel(value); });
+    AddChecked(app, "--fail", "", [&](const std::string& rule) {
+        try {
+            options.faults.push_back(ParseFaultRule(rule));
+        } catch (const std::invalid_argument& error) {
+            throw CLI::ValidationError("--fail " + rule, error.what());
+        }
+    })->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->expected(1);
 
-    for (int index = 1; index < argc; ++index) {
-        std::string_view argument = argv[index];
-        if (argument == "-h" || argument == "--help") {
-            options.command = Command::Help;
-            return options;
-        }
-        if (argument == "-" || !argument.starts_with("-")) {
-            positional.emplace_back(argument);
-            continue;
-        }
-        if (!argument.starts_with("--")) throw UsageError("unknown option '" + std::string(argument) + "' (see --help)");
-        std::string name(argument);
-        std::optional<std::string> inlineValue;
-        if (const std::size_t equals = name.find('='); equals != std::string::npos) {
-            inlineValue = name.substr(equals + 1);
-            name.resize(equals);
-        }
-        const auto value = [&]() -> std::string {
-            if (inlineValue) return *inlineValue;
-            if (index + 1 >= argc) throw UsageError("option " + name + " needs a value (see --help)");
-            return argv[++index];
-        };
-
-        if (name == "--plugin") {
-            options.plugin = value();
-        } else if (name == "--config") {
-            options.config = value();
-        } else if (name == "--state") {
-            options.stateDir = value();
-            if (options.stateDir->empty()) throw UsageError("--state: the directory name is empty");
-        } else if (name == "--log-level") {
-            options.logThreshold = ParseLogLevel(value());
-        } else if (name == "--fail") {
-            const std::string rule = value();
-            try {
-                options.faults.push_back(ParseFaultRule(rule));
-            } catch (const std::invalid_argument& error) {
-                throw UsageError("--fail " + rule + ": " + error.what());
-            }
-        } else if (name == "--duration") {
-            const std::string text = value();
+    CLI::App* live = app.add_subcommand("live");
+    CLI::App* record = app.add_subcommand("record");
+    CLI::App* replay = app.add_subcommand("replay");
+    CLI::App* health = app.add_subcommand("health");
+    CLI::App* helpCommand = app.add_subcommand("help");
+    for (CLI::App* machine : {live, record}) {
+        AddChecked(*machine, "--duration", "", [&](const std::string& text) {
             std::size_t used = 0;
             double seconds = 0;
             try {
@@ -116,83 +84,55 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
                 used = 0;
             }
             if (used != text.size() || !std::isfinite(seconds) || seconds <= 0 || seconds > 1e9)
-                throw UsageError("--duration: '" + text + "' is not a positive number of seconds");
+                throw std::invalid_argument("'" + text + "' is not a positive number of seconds");
             options.duration = seconds;
-        } else if (name == "--tree") {
-            const std::string text = value();
+        });
+        AddChecked(*machine, "--tree", "", [&](const std::string& text) {
             const auto pid = ParseWhole<std::uint64_t>(text);
-            if (!pid || *pid == 0) throw UsageError("--tree: '" + text + "' is not a process id");
+            if (!pid || *pid == 0) throw std::invalid_argument("'" + text + "' is not a process id");
             options.treeRoot = *pid;
-        } else if (name == "--poll") {
-            if (inlineValue) throw UsageError("--poll takes no value");
-            options.poll = true;
-        } else if (name == "--output") {
-            options.output = value();
-        } else if (name == "--threads") {
-            const std::string text = value();
-            const auto threads = ParseWhole<unsigned>(text);
-            if (!threads || *threads < 1 || *threads > 256)
-                throw UsageError("--threads: '" + text + "' is not a number from 1 to 256");
-            options.threads = *threads;
-        } else if (name == "--payload") {
-            options.payload = value();
-        } else if (name == "--keys") {
-            // The count is optional: "--keys 5", "--keys=5" or "--keys" alone (20).
-            std::optional<std::string> text = inlineValue;
-            if (!text && index + 1 < argc && ParseWhole<std::size_t>(argv[index + 1])) text = argv[++index];
-            const auto rows = text ? ParseWhole<std::size_t>(*text) : std::optional<std::size_t>(20);
+        });
+        machine->add_flag("--poll", options.poll);
+    }
+    record->add_option("--output", options.output);
+    replay->add_option("trace", options.trace, "the trace, - for stdin")->required();
+    AddChecked(*replay, "--threads", "", [&](const std::string& text) {
+        const auto threads = ParseWhole<unsigned>(text);
+        if (!threads || *threads < 1 || *threads > 256) throw std::invalid_argument("'" + text + "' is not a number from 1 to 256");
+        options.threads = *threads;
+    });
+    replay->add_option("--compare", options.compare);
+    for (CLI::App* sensor : {live, replay}) {
+        // The count is optional: "--keys 5", "--keys=5" or "--keys" alone (20).
+        AddChecked(*sensor, "--keys", "", [&](const std::string& text) {
+            const auto rows = text.empty() ? std::optional<std::size_t>(20) : ParseWhole<std::size_t>(text);
             if (!rows || *rows < 1 || *rows > KeyForecast::KeyCapacity)
-                throw UsageError("--keys: '" + text.value_or("") + "' is not a number from 1 to 4096");
+                throw std::invalid_argument("'" + text + "' is not a number from 1 to 4096");
             options.keys = *rows;
-        } else if (name == "--keys-json") {
-            options.keysJson = value();
-        } else if (name == "--compare") {
-            options.compare = value();
-        } else {
-            throw UsageError("unknown option '" + name + "' (see --help)");
-        }
-        given.push_back(name);
+        })->expected(0, 1)->default_str("");
+        sensor->add_option("--keys-json", options.keysJson);
     }
+    health->add_option("--payload", options.payload);
 
-    if (positional.empty()) throw UsageError("no command given: live, record, replay or health (see --help)");
-    const std::string& word = positional.front();
-    if (word == "live") {
-        command = Command::Live;
-    } else if (word == "record") {
-        command = Command::Record;
-    } else if (word == "replay") {
-        command = Command::Replay;
-    } else if (word == "health") {
-        command = Command::Health;
-    } else if (word == "help") {
-        command = Command::Help;
-    } else {
-        throw UsageError("unknown command '" + word + "': live, record, replay or health (see --help)");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (help) return options;  // Command::Help
+        throw UsageError(std::string(error.what()) + " (see --help)");
     }
-    options.command = *command;
-
-    const std::size_t operands = options.command == Command::Replay ? 1 : 0;
-    if (options.command == Command::Replay && positional.size() < 2)
-        throw UsageError("replay needs a trace file (or - for stdin)");
-    if (positional.size() > operands + 1)
-        throw UsageError("unexpected argument '" + positional[operands + 1] + "' (see --help)");
-    if (options.command == Command::Replay) options.trace = positional[1];
-
-    for (const std::string& name : given) {
-        for (const Specific& specific : SpecificOptions()) {
-            if (specific.name != name) continue;
-            bool applies = false;
-            for (const Command allowed : specific.commands) applies = applies || allowed == options.command;
-            if (!applies && options.command != Command::Help) {
-                throw UsageError(name + " does not apply to " + std::string(CommandName(options.command)) +
-                                 " (see --help)");
-            }
-        }
-        if (options.command == Command::Record) {
-            for (const std::string_view sensorOption : SensorOptions) {
-                if (sensorOption == name) options.ignored.push_back(name);
-            }
-        }
+    if (help || helpCommand->parsed()) return options;
+    const std::pair<CLI::App*, Command> commands[] = {
+        {live, Command::Live}, {record, Command::Record}, {replay, Command::Replay}, {health, Command::Health}};
+    bool given = false;
+    for (const auto& [subcommand, command] : commands) {
+        if (!subcommand->parsed()) continue;
+        options.command = command;
+        given = true;
+    }
+    if (!given) throw UsageError("no command given: live, record, replay or health (see --help)");
+    if (options.command == Command::Record) {
+        for (char const* name : {"--plugin", "--config", "--state", "--log-level", "--fail"})
+            if (app.count(name) != 0) options.ignored.emplace_back(name);
     }
     return options;
 }
