@@ -32,12 +32,12 @@ std::string EntryAt(const IValues& values, unsigned long index) {
     ObjectPtr<IValue> value;
     ObjectPtr<IValue> key;
     const Result::Code code = values.GetByIndex(index, value, &key);
-    if (code != Result::Success) return "code " + std::to_string(code);
+    if (code != Result::Success) return std::string("code ").append(std::to_string(code));
     std::string shown = ReadString(*key);
     if (key->Type() == static_cast<std::uint32_t>(ValueType::UInt64)) {
         std::uint64_t id = 0;
         std::memcpy(&id, shown.data(), sizeof id);
-        shown = "#" + std::to_string(id);
+        shown = std::string("#").append(std::to_string(id));
     }
     return shown + "=" + (value ? ReadString(*value) : "null");
 }
@@ -61,7 +61,7 @@ TEST(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
         std::memset(buffer, 0xee, sizeof buffer);
         unsigned long long written = 99;
         const std::string where =
-            "type " + std::to_string(c.value->Type()) + ", buffer " + std::to_string(c.bufferSize);
+            "type " + std::to_string(c.value->Type()) + std::string(", buffer ").append(std::to_string(c.bufferSize));
         EXPECT_EQ(c.value->GetData(buffer, c.bufferSize, &written), c.code) << where;
         EXPECT_EQ(written, c.written) << where;
         EXPECT_EQ(std::memcmp(buffer, c.value == text.Get() ? static_cast<const void*>("abc") : &number, c.written), 0)
@@ -158,9 +158,9 @@ TEST(ValueContainers, BehavesLikeAPlainMapThroughRandomEdits) {
     const auto values = MakeValues();
     std::map<std::uint64_t, std::pair<std::string, std::string>> reference;  // id -> (shown key, value)
     std::vector<std::string> names;
-    for (int id = 0; id <= 60; ++id) names.push_back(id % 3 == 0 ? "" : "k" + std::to_string(id));
+    for (int id = 0; id <= 60; ++id) names.push_back(id % 3 == 0 ? "" : std::string("k").append(std::to_string(id)));
     const auto shownKey = [&](std::uint64_t id, const std::string& name) {
-        return name.empty() ? "#" + std::to_string(id) : name;
+        return name.empty() ? std::string("#").append(std::to_string(id)) : name;
     };
     const auto expectedAt = [&](std::size_t index) {
         const auto& entry = std::next(reference.begin(), static_cast<std::ptrdiff_t>(index))->second;

@@ -117,7 +117,7 @@ class FaultMatrix : public SensorTest, public ::testing::WithParamInterface<Oper
 protected:
     DevHost::Host& Host() { return sensor.Host(); }
 
-    std::string Fresh() { return "n" + std::to_string(++m_serial); }
+    std::string Fresh() { return std::string("n").append(std::to_string(++m_serial)); }
 
     // A new parent-to-child step that has never been counted; true when it was reported.
     bool CreateFresh() {
@@ -197,7 +197,7 @@ protected:
     }
 
     void RunCase(Operation operation, Result::Code code, Phase phase) {
-        SCOPED_TRACE(std::string(DevHost::OperationName(operation)) + "=" + std::to_string(code) + " during " + PhaseName(phase));
+        SCOPED_TRACE(std::string(DevHost::OperationName(operation)) + std::string("=").append(std::to_string(code)) + " during " + PhaseName(phase));
         Host().Config().SetText(Configuration);
         if (phase != Phase::Start) {
             ASSERT_EQ(sensor.Start(), Result::Success);

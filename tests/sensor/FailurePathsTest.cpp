@@ -21,17 +21,17 @@ struct Handler {
 const Handler Handlers[] = {
     {"create", "unable to process process start event",
      [](SensorHarness& sensor, int n) {
-         auto parent = sensor.Process("p" + std::to_string(n), "/bin/sh", "sh");
-         auto child = sensor.Process("c" + std::to_string(n), "/bin/ls", "ls " + std::to_string(n));
+         auto parent = sensor.Process(std::string("p").append(std::to_string(n)), "/bin/sh", "sh");
+         auto child = sensor.Process(std::string("c").append(std::to_string(n)), "/bin/ls", std::string("ls ").append(std::to_string(n)));
          sensor.Created(child, parent);
      }},
     {"exists", "unable to process process exists event",
      [](SensorHarness& sensor, int n) {
-         sensor.Host().Monitors().DeliverProcessExists(sensor.Process("e" + std::to_string(n), "/bin/e", "e"));
+         sensor.Host().Monitors().DeliverProcessExists(sensor.Process(std::string("e").append(std::to_string(n)), "/bin/e", "e"));
      }},
     {"shell", "unable to process shell command event",
      [](SensorHarness& sensor, int n) {
-         sensor.Host().Monitors().DeliverShellCommand(sensor.Process("s", "/bin/sh", "sh"), "cmd " + std::to_string(n));
+         sensor.Host().Monitors().DeliverShellCommand(sensor.Process("s", "/bin/sh", "sh"), std::string("cmd ").append(std::to_string(n)));
      }},
 };
 

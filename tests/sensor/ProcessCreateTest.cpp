@@ -22,8 +22,8 @@ std::vector<bool> Deliver(SensorHarness& sensor, const std::vector<Step>& steps)
     std::vector<bool> reported;
     int n = 0;
     for (const Step& step : steps) {
-        auto parent = sensor.Process("parent" + std::to_string(n), step.parentPath, step.parentCommand);
-        auto child = sensor.Process("child" + std::to_string(n), step.childPath, step.childCommand);
+        auto parent = sensor.Process(std::string("parent").append(std::to_string(n)), step.parentPath, step.parentCommand);
+        auto child = sensor.Process(std::string("child").append(std::to_string(n)), step.childPath, step.childCommand);
         ++n;
         const auto before = sensor.Reported();
         sensor.Created(child, parent);
@@ -120,9 +120,9 @@ TEST_F(SensorTest, NullTextsGiveTheEmptyKey) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     for (int i = 0; i < 4; ++i) {
         DevHost::ProcessRecord record;
-        record.uid = "n" + std::to_string(i);
+        record.uid = std::string("n").append(std::to_string(i));
         auto child = sensor.Host().MakeProcess(record);
-        record.uid = "np" + std::to_string(i);
+        record.uid = std::string("np").append(std::to_string(i));
         auto parent = sensor.Host().MakeProcess(record);
         sensor.Created(child, parent);
     }
@@ -141,7 +141,7 @@ TEST_F(SensorTest, SuppressedCreationIsOnlyLogged) {
     // Every other answer, error codes included, lets the event through.
     for (std::uint32_t answer : {0u, 2u, 22u, 100u}) {
         sensor.Host().Filter().SetAnswer(answer);
-        auto other = sensor.Process("c" + std::to_string(answer), "/bin/ls", "ls " + std::to_string(answer));
+        auto other = sensor.Process(std::string("c").append(std::to_string(answer)), "/bin/ls", std::string("ls ").append(std::to_string(answer)));
         sensor.Created(other, parent);
     }
     EXPECT_EQ(sensor.Reported(), 4u);

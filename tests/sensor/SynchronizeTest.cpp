@@ -13,7 +13,7 @@ std::uint64_t ReportsOfRepeatedCreation(SensorHarness& sensor, int times, const 
     const auto before = sensor.Reported();
     auto parent = sensor.Process("p", "/bin/bash", "bash");
     for (int i = 0; i < times; ++i) {
-        auto child = sensor.Process("c" + std::to_string(i), "/bin/sleep", command);
+        auto child = sensor.Process(std::string("c").append(std::to_string(i)), "/bin/sleep", command);
         sensor.Created(child, parent);
     }
     return sensor.Reported() - before;
@@ -63,7 +63,7 @@ TEST_F(SensorTest, SynchronizeContexts) {
         EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), c.errors);
         EXPECT_EQ(sensor.Logged(LogLevel::Trace, "SecurityMonitorImpl::OnSynchronize: context = " + c.context), 1u);
         if (c.rereads) limit = 2;
-        EXPECT_EQ(ReportsOfRepeatedCreation(sensor, 4, "cmd" + std::to_string(round++)), static_cast<std::uint64_t>(limit));
+        EXPECT_EQ(ReportsOfRepeatedCreation(sensor, 4, std::string("cmd").append(std::to_string(round++))), static_cast<std::uint64_t>(limit));
         // Flip the served value back so that the next re-read is visible.
         if (c.rereads) {
             limit = 1;
