@@ -29,7 +29,7 @@ MonitorRegistration::MonitorRegistration(std::shared_ptr<FaultInjector> faults, 
     : m_faults(std::move(faults)), m_ledger(std::move(ledger)), m_log(std::move(log)) {}
 
 template <class Call>
-std::size_t MonitorRegistration::Deliver(const List& list, std::uint32_t bit, EventKind kind, Call&& call) {
+std::size_t MonitorRegistration::Deliver(const List& list, std::uint32_t bit, Call&& call) {
     std::shared_lock delivering(m_delivering);
     ++t_deliveryDepth;
     struct Leave {
@@ -49,7 +49,7 @@ std::size_t MonitorRegistration::Deliver(const List& list, std::uint32_t bit, Ev
             std::lock_guard lock(m_mutex);
             if (std::none_of(list.begin(), list.end(), [&](const Entry& e) { return e.monitor == entry.monitor; })) continue;
         }
-        if (!event) event = TrackedObject<EventInfo>::MakeUnlisted(kind, m_sequence.fetch_add(1, std::memory_order_relaxed) + 1);
+        if (!event) event = TrackedObject<EventInfo>::MakeUnlisted();
         ObjectPtr<IEventInfo> eventCopy(event.Get());
         try {
             call(entry.monitor, eventCopy);
@@ -66,7 +66,7 @@ std::size_t MonitorRegistration::Deliver(const List& list, std::uint32_t bit, Ev
 }
 
 std::size_t MonitorRegistration::DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent) {
-    return Deliver(m_process, EventMask::ProcessCreate, EventKind::ProcessCreate, [&](void* monitor, ObjectPtr<IEventInfo>& event) {
+    return Deliver(m_process, EventMask::ProcessCreate, [&](void* monitor, ObjectPtr<IEventInfo>& event) {
         ProcessPtr child = process;
         ProcessPtr creator = parent;
         static_cast<IProcessMonitor*>(monitor)->OnProcessCreate(event, child, creator);
@@ -74,7 +74,7 @@ std::size_t MonitorRegistration::DeliverProcessCreate(const ProcessPtr& process,
 }
 
 std::size_t MonitorRegistration::DeliverProcessCreateInstant(const ProcessPtr& process, const ProcessPtr& parent) {
-    return Deliver(m_process, EventMask::ProcessCreate, EventKind::ProcessCreateInstant,
+    return Deliver(m_process, EventMask::ProcessCreate,
                    [&](void* monitor, ObjectPtr<IEventInfo>& event) {
                        ProcessPtr child = process;
                        ProcessPtr creator = parent;
@@ -83,14 +83,14 @@ std::size_t MonitorRegistration::DeliverProcessCreateInstant(const ProcessPtr& p
 }
 
 std::size_t MonitorRegistration::DeliverProcessExists(const ProcessPtr& process) {
-    return Deliver(m_process, EventMask::ProcessExists, EventKind::ProcessExists, [&](void* monitor, ObjectPtr<IEventInfo>& event) {
+    return Deliver(m_process, EventMask::ProcessExists, [&](void* monitor, ObjectPtr<IEventInfo>& event) {
         ProcessPtr copy = process;
         static_cast<IProcessMonitor*>(monitor)->OnProcessExists(event, copy);
     });
 }
 
 std::size_t MonitorRegistration::DeliverProcessTerminate(const ProcessPtr& process) {
-    return Deliver(m_process, EventMask::ProcessTerminate, EventKind::ProcessTerminate,
+    return Deliver(m_process, EventMask::ProcessTerminate,
                    [&](void* monitor, ObjectPtr<IEventInfo>& event) {
                        ProcessPtr copy = process;
                        static_cast<IProcessMonitor*>(monitor)->OnProcessTerminate(event, copy);
@@ -98,7 +98,7 @@ std::size_t MonitorRegistration::DeliverProcessTerminate(const ProcessPtr& proce
 }
 
 std::size_t MonitorRegistration::DeliverProcessTerminateInstant(const ProcessPtr& process) {
-    return Deliver(m_process, EventMask::ProcessTerminate, EventKind::ProcessTerminateInstant,
+    return Deliver(m_process, EventMask::ProcessTerminate,
                    [&](void* monitor, ObjectPtr<IEventInfo>& event) {
                        ProcessPtr copy = process;
                        static_cast<IProcessMonitor*>(monitor)->OnProcessTerminateInstant(event, copy);
@@ -106,7 +106,7 @@ std::size_t MonitorRegistration::DeliverProcessTerminateInstant(const ProcessPtr
 }
 
 std::size_t MonitorRegistration::DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine) {
-    return Deliver(m_shell, EventMask::ShellCommand, EventKind::ShellCommand, [&](void* monitor, ObjectPtr<IEventInfo>& event) {
+    return Deliver(m_shell, EventMask::ShellCommand, [&](void* monitor, ObjectPtr<IEventInfo>& event) {
         ProcessPtr copy = process;
         static_cast<IShellMonitor*>(monitor)->OnShellCommand(event, copy, commandLine.empty() ? nullptr : commandLine.data(),
                                                              static_cast<unsigned long>(commandLine.size()));

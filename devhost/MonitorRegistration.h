@@ -54,8 +54,7 @@ public:
     // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
     // takes it, and returns how many it reached. Every monitor gets its own counted copies of
     // the arguments, so one cannot disturb what the next receives. The EventInfo enters the
-    // object ledger only if a monitor still holds it when the delivery ends. Its sequence
-    // number is unique in this registration service.
+    // object ledger only if a monitor still holds it when the delivery ends.
     std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessCreateInstant(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessExists(const ProcessPtr& process);
@@ -103,14 +102,13 @@ private:
     // Runs `call` for every monitor on `list` whose mask has `bit` and that is still registered
     // when its turn comes.
     template <class Call>
-    std::size_t Deliver(const List& list, std::uint32_t bit, EventKind kind, Call&& call);
+    std::size_t Deliver(const List& list, std::uint32_t bit, Call&& call);
     // Returns once no delivery of another thread runs; not from inside a delivery.
     void WaitForDeliveries();
 
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;
     const HostRef<TrackedObject<LogSink>> m_log;
-    std::atomic<std::uint64_t> m_sequence{0};
     std::atomic<std::uint64_t> m_escaped{0};
     mutable std::mutex m_mutex;  // guards the lists
     List m_process;

@@ -36,7 +36,7 @@ ObjectPtr<EIL::Values::ValuesObject> MakeView(const ProcessRecord& record) {
 }
 
 ProcessRecord WithUid(ProcessRecord record) {
-    if (record.uid.empty()) record.uid = std::to_string(record.pid) + "-" + std::to_string(record.startTime);
+    if (record.uid.empty()) record.uid = ProcessUid("", record.pid, record.startTime);
     return record;
 }
 

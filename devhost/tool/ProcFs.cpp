@@ -169,7 +169,7 @@ std::optional<ProcessRecord> ProcFs::ReadProcess(std::uint64_t pid) const {
 }
 
 std::string ProcFs::UidOf(const ProcStat& stat) const {
-    return m_bootId + ":" + std::to_string(stat.pid) + ":" + std::to_string(stat.startTicks);
+    return ProcessUid(m_bootId, stat.pid, stat.startTicks);
 }
 
 std::string ProcFs::UserName(std::uint64_t userId) const {
