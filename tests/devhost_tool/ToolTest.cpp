@@ -207,35 +207,6 @@ TEST(KalvoDevhost, ReplayOfTheExampleTraceGivesItsKnownCounts) {
     }
 }
 
-TEST(KalvoDevhost, ShellCommandsInATraceAreReportedUpToTheLimit) {
-    TempDir dir;
-    std::string trace;
-    for (int repeat = 0; repeat < 5; ++repeat) trace += ShellLine("make all");
-    trace += ShellLine("rm -rf build");
-    WriteFile(dir / "trace.jsonl", trace);
-    WriteFile(dir / "config.json", Limit(2));
-
-    struct Case {
-        std::vector<std::string> options;
-        std::size_t makeReported;
-    };
-    const Case cases[] = {{{}, 3}, {{"--config", dir / "config.json"}, 2}};
-    for (const Case& c : cases) {
-        std::vector<std::string> arguments = {"replay", dir / "trace.jsonl"};
-        arguments.insert(arguments.end(), c.options.begin(), c.options.end());
-        const ToolRun run = RunTool(arguments);
-        const std::string input = ::testing::PrintToString(c.options);
-        ASSERT_EQ(run.status, 0) << input << run.err;
-        EXPECT_EQ(CountContaining(run.out, R"("text":"Shell /bin/bash received make all")"), c.makeReported) << input;
-        EXPECT_EQ(CountContaining(run.out, "received rm -rf build"), 1u) << input;
-        const std::optional<Summary> summary = ParseSummary(run.err);
-        ASSERT_TRUE(summary) << run.err;
-        EXPECT_EQ(summary->shell, 6u) << input;
-        EXPECT_EQ(summary->reportedShell, c.makeReported + 1) << input;
-        EXPECT_EQ(summary->suppressed, 5 - c.makeReported) << input;
-    }
-}
-
 TEST(KalvoDevhost, MalformedTraceLinesAreSkippedByLineNumberAndTheRestDelivered) {
     TempDir dir;
     const std::string lines[] = {
@@ -314,16 +285,6 @@ TEST(KalvoDevhost, NewReportLimitIsServedOnSighupAndOnFileChange) {
     EXPECT_EQ(summary->shell, 10u);
     EXPECT_EQ(summary->reported, 6u);
     EXPECT_EQ(summary->suppressed, 4u);
-}
-
-TEST(KalvoDevhost, HealthCheckPrintsTheAnswerAndItsCode) {
-    const ToolRun healthy = RunTool({"health"});
-    EXPECT_EQ(healthy.status, 0) << healthy.err;
-    EXPECT_EQ(healthy.out, "{\"id\":\"kalvo-devhost\",\"status\":\"ok\"}\ncode 0\n");
-
-    const ToolRun refused = RunTool({"health", "--payload", "[]"});
-    EXPECT_EQ(refused.status, 1) << refused.err;
-    EXPECT_EQ(refused.out, "code 22\n");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -477,20 +438,6 @@ TEST(KalvoDevhost, FailedStartEndsTheRunAfterTheSensorSaysWhy) {
     EXPECT_EQ(lines.back(), "kalvo-devhost: the sensor's Start failed with code 100 (its log lines above say why)");
     EXPECT_GT(lines.size(), 1u) << "the sensor's own error lines are shown";
     EXPECT_EQ(run.out, "");
-}
-
-TEST(KalvoDevhost, SensorOptionsGivenToRecordAreWarnedAboutAndIgnored) {
-    const ToolRun run = RunTool({"record", "--duration", "0.2", "--tree", std::to_string(::getpid()), "--config",
-                                 "/nonexistent/config.json", "--poll"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.err.find("kalvo-devhost: warning: --config has no effect on record"), std::string::npos) << run.err;
-}
-
-TEST(KalvoDevhost, HelpDescribesEveryCommand) {
-    const ToolRun run = RunTool({"--help"});
-    EXPECT_EQ(run.status, 0);
-    for (char const* word : {"live", "record", "replay TRACE", "health", "--config", "--state", "--fail", "--threads"})
-        EXPECT_NE(run.out.find(word), std::string::npos) << word;
 }
 
 }  // namespace
