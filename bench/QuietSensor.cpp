@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "devhost/EventInfo.h"
+
 namespace KALVO::Bench {
 
 QuietSensor::QuietSensor(const std::string& pluginPath, std::string configuration) {
@@ -17,9 +19,7 @@ QuietSensor::QuietSensor(const std::string& pluginPath, std::string configuratio
 
 QuietSensor::~QuietSensor() {
     (void)m_plugin->Package()->Stop(nullptr, 0);
-    m_host->Router().Clear();
-    m_plugin.reset();
-    m_host->Monitors().Clear();
+    DevHost::UnloadFrom(*m_host, *m_plugin);
 }
 
 QuietSensor::ProcessPtr QuietSensor::Process(std::string uid, std::string path, std::string commandLine) const {
@@ -28,6 +28,16 @@ QuietSensor::ProcessPtr QuietSensor::Process(std::string uid, std::string path, 
     record.path = std::move(path);
     record.commandLine = std::move(commandLine);
     return m_host->MakeProcess(std::move(record));
+}
+
+QuietSensor::EventPtr QuietSensor::Event() { return EventPtr(DevHost::TrackedObject<DevHost::EventInfo>::MakeUnlisted().Get()); }
+
+ESP::v0::IProcessMonitor& QuietSensor::ProcessMonitor() const {
+    return *static_cast<ESP::v0::IProcessMonitor*>(m_host->Monitors().ProcessMonitors().at(0).monitor);
+}
+
+ESP::v0::IShellMonitor& QuietSensor::ShellMonitor() const {
+    return *static_cast<ESP::v0::IShellMonitor*>(m_host->Monitors().ShellMonitors().at(0).monitor);
 }
 
 }  // namespace KALVO::Bench

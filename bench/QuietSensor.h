@@ -1,6 +1,8 @@
 // QuietSensor: the built plug-in loaded through dlopen into a stand-in host that retains
 // nothing (no events, log lines or filter contexts), started and ready for events, for
 // benchmarks and long runs whose memory must not grow with what the host would record.
+// Benchmarks call the sensor's registered handlers directly, so they time the sensor and not
+// the host's delivery.
 #pragma once
 
 #include <memory>
@@ -8,7 +10,10 @@
 
 #include "devhost/Host.h"
 #include "devhost/Plugin.h"
+#include "host/IEventInfo.h"
 #include "host/IProcessInfo.h"
+#include "host/IProcessMonitor.h"
+#include "host/IShellMonitor.h"
 #include "host/ObjectPtr.h"
 
 namespace KALVO::Bench {
@@ -16,6 +21,7 @@ namespace KALVO::Bench {
 class QuietSensor {
 public:
     using ProcessPtr = Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>;
+    using EventPtr = Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo>;
 
     // Loads `pluginPath` and starts it with `configuration`. Throws std::runtime_error when the
     // plug-in cannot be loaded or does not start.
@@ -28,6 +34,11 @@ public:
 
     DevHost::Host& Host() noexcept { return *m_host; }
     ProcessPtr Process(std::string uid, std::string path, std::string commandLine) const;
+    // An event object as the host hands one to a handler.
+    static EventPtr Event();
+    // The handlers the sensor registered when it started.
+    ESP::v0::IProcessMonitor& ProcessMonitor() const;
+    ESP::v0::IShellMonitor& ShellMonitor() const;
 
 private:
     std::unique_ptr<DevHost::Host> m_host;

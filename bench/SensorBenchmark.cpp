@@ -1,10 +1,11 @@
-// Events delivered through the stand-in host to the loaded plug-in, on the three paths an
+// The loaded plug-in's handlers called as the stand-in host calls them, on the three paths an
 // event can take (filtered by the host, suppressed by the repeat limit, reported), for process
 // creations and shell commands; a floor that does only what no implementation of the repeat
 // limit can avoid; and the suppressed path on one and two threads at once.
 #include <benchmark/benchmark.h>
 
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -34,15 +35,16 @@ std::unique_ptr<QuietSensor> StartSensor() { return std::make_unique<QuietSensor
 // up the key's reports.
 void DeliverCreate(benchmark::State& state, std::uint32_t filterAnswer, bool useUpReports) {
     auto sensor = StartSensor();
-    auto& monitors = sensor->Host().Monitors();
+    auto& monitor = sensor->ProcessMonitor();
     sensor->Host().Filter().SetAnswer(filterAnswer);
-    const ProcessPtr parent = sensor->Process("parent", ParentPath, ParentCommandLine);
-    const ProcessPtr child = sensor->Process("child", ChildPath, ChildCommandLine);
+    auto event = QuietSensor::Event();
+    ProcessPtr parent = sensor->Process("parent", ParentPath, ParentCommandLine);
+    ProcessPtr child = sensor->Process("child", ChildPath, ChildCommandLine);
     if (useUpReports) {
-        for (int i = 0; i < 3; ++i) monitors.DeliverProcessCreate(child, parent);
+        for (int i = 0; i < 3; ++i) monitor.OnProcessCreate(event, child, parent);
     }
     const auto reportedBefore = sensor->Host().Reports().EventCount();
-    for (auto _ : state) benchmark::DoNotOptimize(monitors.DeliverProcessCreate(child, parent));
+    for (auto _ : state) monitor.OnProcessCreate(event, child, parent);
     if (sensor->Host().Reports().EventCount() != reportedBefore) state.SkipWithError("an event was reported");
     CountItems(state);
 }
@@ -55,8 +57,9 @@ BENCHMARK(BM_Sensor_CreateSuppressed);
 
 void BM_Sensor_CreateReported(benchmark::State& state) {
     auto sensor = StartSensor();
-    auto& monitors = sensor->Host().Monitors();
-    const ProcessPtr parent = sensor->Process("parent", ParentPath, ParentCommandLine);
+    auto& monitor = sensor->ProcessMonitor();
+    auto event = QuietSensor::Event();
+    ProcessPtr parent = sensor->Process("parent", ParentPath, ParentCommandLine);
     std::vector<ProcessPtr> children;
     for (std::size_t i = 0; i < DistinctKeys; ++i) {
         children.push_back(sensor->Process("child-" + Letters(i), ChildPath, std::string(ChildCommandLine) + " " + Letters(i)));
@@ -64,7 +67,7 @@ void BM_Sensor_CreateReported(benchmark::State& state) {
     const auto reportedBefore = sensor->Host().Reports().EventCount();
     std::size_t next = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(monitors.DeliverProcessCreate(children[next], parent));
+        monitor.OnProcessCreate(event, children[next], parent);
         next = next + 1 == children.size() ? 0 : next + 1;
     }
     if (sensor->Host().Reports().EventCount() - reportedBefore != static_cast<std::uint64_t>(state.iterations())) state.SkipWithError("an event was not reported");
@@ -74,14 +77,16 @@ BENCHMARK(BM_Sensor_CreateReported);
 
 void DeliverShell(benchmark::State& state, std::uint32_t filterAnswer, bool useUpReports) {
     auto sensor = StartSensor();
-    auto& monitors = sensor->Host().Monitors();
+    auto& monitor = sensor->ShellMonitor();
     sensor->Host().Filter().SetAnswer(filterAnswer);
-    const ProcessPtr shell = sensor->Process("shell", ParentPath, ParentCommandLine);
+    auto event = QuietSensor::Event();
+    ProcessPtr shell = sensor->Process("shell", ParentPath, ParentCommandLine);
+    const std::string_view command = ShellCommand;
     if (useUpReports) {
-        for (int i = 0; i < 3; ++i) monitors.DeliverShellCommand(shell, ShellCommand);
+        for (int i = 0; i < 3; ++i) monitor.OnShellCommand(event, shell, command.data(), command.size());
     }
     const auto reportedBefore = sensor->Host().Reports().EventCount();
-    for (auto _ : state) benchmark::DoNotOptimize(monitors.DeliverShellCommand(shell, ShellCommand));
+    for (auto _ : state) monitor.OnShellCommand(event, shell, command.data(), command.size());
     if (sensor->Host().Reports().EventCount() != reportedBefore) state.SkipWithError("an event was reported");
     CountItems(state);
 }
@@ -94,14 +99,15 @@ BENCHMARK(BM_Sensor_ShellSuppressed);
 
 void BM_Sensor_ShellReported(benchmark::State& state) {
     auto sensor = StartSensor();
-    auto& monitors = sensor->Host().Monitors();
-    const ProcessPtr shell = sensor->Process("shell", ParentPath, ParentCommandLine);
+    auto& monitor = sensor->ShellMonitor();
+    auto event = QuietSensor::Event();
+    ProcessPtr shell = sensor->Process("shell", ParentPath, ParentCommandLine);
     std::vector<std::string> commands;
     for (std::size_t i = 0; i < DistinctKeys; ++i) commands.push_back(std::string(ShellCommand) + " " + Letters(i));
     const auto reportedBefore = sensor->Host().Reports().EventCount();
     std::size_t next = 0;
     for (auto _ : state) {
-        benchmark::DoNotOptimize(monitors.DeliverShellCommand(shell, commands[next]));
+        monitor.OnShellCommand(event, shell, commands[next].data(), commands[next].size());
         next = next + 1 == commands.size() ? 0 : next + 1;
     }
     if (sensor->Host().Reports().EventCount() - reportedBefore != static_cast<std::uint64_t>(state.iterations())) state.SkipWithError("an event was not reported");
@@ -149,12 +155,13 @@ QuietSensor& SharedSensor() {
 
 void BM_Sensor_CreateSuppressedThreads(benchmark::State& state) {
     QuietSensor& sensor = SharedSensor();
-    auto& monitors = sensor.Host().Monitors();
+    auto& monitor = sensor.ProcessMonitor();
     const std::string suffix = Letters(static_cast<std::size_t>(state.thread_index()));
-    const ProcessPtr parent = sensor.Process("parent-" + suffix, ParentPath, ParentCommandLine);
-    const ProcessPtr child = sensor.Process("child-" + suffix, ChildPath, std::string(ChildCommandLine) + " " + suffix);
-    for (int i = 0; i < 3; ++i) monitors.DeliverProcessCreate(child, parent);
-    for (auto _ : state) benchmark::DoNotOptimize(monitors.DeliverProcessCreate(child, parent));
+    auto event = QuietSensor::Event();
+    ProcessPtr parent = sensor.Process("parent-" + suffix, ParentPath, ParentCommandLine);
+    ProcessPtr child = sensor.Process("child-" + suffix, ChildPath, std::string(ChildCommandLine) + " " + suffix);
+    for (int i = 0; i < 3; ++i) monitor.OnProcessCreate(event, child, parent);
+    for (auto _ : state) monitor.OnProcessCreate(event, child, parent);
     CountItems(state);
 }
 BENCHMARK(BM_Sensor_CreateSuppressedThreads)->Threads(1)->Threads(2)->UseRealTime();

@@ -6,8 +6,7 @@
 //
 // The host's parts stay usable through this object for its whole life. Objects a plug-in
 // still holds when the Host is destroyed stay valid (they share what they need), but a plug-in
-// must be unloaded only after the host has dropped its handlers (Router().Clear(),
-// Monitors().Clear()) if it left any behind.
+// must be unloaded only after the host has dropped its handlers (UnloadFrom in Plugin.h).
 #pragma once
 
 #include <cstdint>

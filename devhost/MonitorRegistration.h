@@ -65,7 +65,7 @@ public:
     std::size_t DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine);
 
     struct Registered {
-        void const* monitor;  // the registered pointer, for identity only
+        void* monitor;  // the registered interface (IProcessMonitor or IShellMonitor)
         std::uint32_t mask;
     };
     std::vector<Registered> ProcessMonitors() const;

@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "devhost/Host.h"
+
 namespace KALVO::DevHost {
 
 Plugin::Plugin(const std::string& path, Agent::Hosting::IObject* host) : m_path(path) {
@@ -47,6 +49,12 @@ Plugin& Plugin::operator=(Plugin&& other) noexcept {
 void Plugin::Unload() noexcept {
     if (Agent::Hosting::IPackage* package = std::exchange(m_package, nullptr)) package->DestroyThis();
     if (void* library = std::exchange(m_library, nullptr)) ::dlclose(library);
+}
+
+void UnloadFrom(Host& host, Plugin& plugin) {
+    host.Router().Clear();
+    plugin.Unload();
+    host.Monitors().Clear();
 }
 
 }  // namespace KALVO::DevHost

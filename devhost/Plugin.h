@@ -44,4 +44,11 @@ private:
     Agent::Hosting::IPackage* m_package = nullptr;
 };
 
+class Host;
+
+// Ends `plugin` on `host`: drops the handlers the host keeps of it first (a command handler
+// outlives the package when it was not stopped, and its code is about to go), unloads it, then
+// forgets any monitor registration it left behind.
+void UnloadFrom(Host& host, Plugin& plugin);
+
 }  // namespace KALVO::DevHost

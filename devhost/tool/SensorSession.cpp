@@ -44,11 +44,7 @@ SensorSession::SensorSession(SessionOptions options, LineOutput& events) {
 
 SensorSession::~SensorSession() {
     Stop();
-    // The router may still hold the command handler (a failed Start): drop it before the code
-    // behind it is unloaded, then forget any registration the sensor left.
-    m_host->Router().Clear();
-    m_plugin.reset();
-    m_host->Monitors().Clear();
+    UnloadFrom(*m_host, *m_plugin);
     m_host->Reports().SetListener({});
     if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0) {
         Warn("the sensor did not give back " + std::to_string(outstanding) +

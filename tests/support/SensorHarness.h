@@ -32,9 +32,8 @@ public:
     // the test did not Stop), then DestroyThis and dlclose.
     void Unload() {
         if (!m_plugin) return;
-        m_host->Router().Clear();
+        DevHost::UnloadFrom(*m_host, *m_plugin);
         m_plugin.reset();
-        m_host->Monitors().Clear();
     }
 
     Result::Code Start() { return Package().Start(nullptr, 0); }
