@@ -1,171 +1,200 @@
 #!/usr/bin/env python3
 """Measures the test suite's power with single-token mutants of the plug-in's code.
 
-Draws a deterministic sample of mutants (comparison and boundary flips, && and ||, true and
-false, +1/-1 on constants, a deleted call statement, a changed returned code) from the plug-in's
-sources, and for each one: applies it, rebuilds a g++ build without unity builds (so a mutant
-rebuilds its own file; heavy test loops scaled down as under sanitizers), runs the suite with
-ctest until its first failure, and restores the
-file. Prints killed, survived, timed out and not compiled, with every survivor.
+The sample is a checked-in list (scripts/mutants.txt) of mutants named by content: file, the
+line's text, which occurrence of the token on that line, and the replacement. Small edits
+elsewhere in a file do not move a mutant, so runs before and after a change of the tests compare
+the same sample. `--generate` rebuilds the list from the code with a fixed seed.
 
-Usage: scripts/mutate.py [--count N] [--seed S] [--build DIR] [--list] [--only I,J,...]
-  --list   print the sample and stop (the same sample for the same code, seed and count)
-  --only   run only these sample indices (to look at survivors again)
+Each mutant is applied, rebuilt incrementally in a build directory of its own (gcc, no unity
+build, so one mutant recompiles one file) and the suite runs until its first failure.
 """
 import argparse
+import hashlib
 import os
-import random
 import re
-import signal
 import subprocess
 import sys
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-FOLDERS = ["package", "monitor", "reporting", "configuration", "storage", "eil", "logging", "host"]
+PLUGIN_DIRS = ["package", "monitor", "reporting", "configuration", "storage", "eil", "logging", "host"]
+LIST = os.path.join(ROOT, "scripts", "mutants.txt")
+SEP = " \u00a6 "  # field separator of the list: never appears in the code
 
-# Operators as they stand between spaces in this code base; templates (`<` without spaces) are
-# left alone, so no mutant is a template argument list.
-SWAPS = [(" == ", " != "), (" != ", " == "), (" < ", " <= "), (" <= ", " < "), (" > ", " >= "),
-         (" >= ", " > "), (" && ", " || "), (" || ", " && ")]
-WORDS = [(r"\btrue\b", "false"), (r"\bfalse\b", "true")]
+# Token swaps; spaces around binary operators keep template brackets and shifts out.
+SWAPS = [
+    (" == ", " != "), (" != ", " == "),
+    (" < ", " <= "), (" <= ", " < "), (" > ", " >= "), (" >= ", " > "),
+    (" && ", " || "), (" || ", " && "),
+    ("true", "false"), ("false", "true"),
+]
+WORD_TOKENS = {"true", "false"}
 NUMBER = re.compile(r"(?<![\w.])(\d+)(?![\w.'])")
-CALL_STATEMENT = re.compile(r"^\s*(?:\(void\))?[A-Za-z_][\w:.\->]*(?:<[^;]*>)?\(.*\);\s*$")
-# A parameter list (a type, then a name) marks a declaration, not a call.
-DECLARATION = re.compile(r"\b(const|unsigned|int|bool|char|void|auto)\b|[\w>]\s+[&*]*\w+\s*[,)]")
-RETURN_CODE = re.compile(r"\breturn (Result::\w+|\d+);")
+RESULT_CODE = re.compile(r"\breturn (k[A-Z]\w*(?:Result|Error|Ok|Code)\w*|kResult\w*|kNo\w*|kInvalid\w*|kOutOf\w*);")
+CALL_STATEMENT = re.compile(r"^\s*[A-Za-z_][\w:.>\-\[\]]*\s*\([^;]*\)\s*;\s*$")
+
+
+def source_files():
+    for top in PLUGIN_DIRS:
+        for base, _, names in os.walk(os.path.join(ROOT, top)):
+            for name in sorted(names):
+                if name.endswith((".cpp", ".h")):
+                    yield os.path.relpath(os.path.join(base, name), ROOT)
+
+
+def code_lines(path):
+    """Yields (text) of lines that hold code, outside comments, asserts and logging."""
+    in_block = False
+    with open(os.path.join(ROOT, path), encoding="utf-8") as f:
+        for line in f:
+            stripped = line.strip()
+            if in_block:
+                if "*/" in stripped:
+                    in_block = False
+                continue
+            if stripped.startswith("/*"):
+                in_block = "*/" not in stripped
+                continue
+            if not stripped or stripped.startswith(("//", "#", "static_assert", "assert")):
+                continue
+            yield line.rstrip("\n").split("//")[0].rstrip()
 
 
 def candidates():
-    """Every mutant of the plug-in's code: (path, line number, column, old text, new text)."""
-    found = []
-    for folder in FOLDERS:
-        for directory, _, files in sorted(os.walk(os.path.join(ROOT, folder))):
-            for name in sorted(files):
-                if not name.endswith((".cpp", ".h")):
-                    continue
-                path = os.path.relpath(os.path.join(directory, name), ROOT)
-                with open(os.path.join(ROOT, path), encoding="utf-8") as source:
-                    lines = source.read().split("\n")
-                previous = ";"
-                for number, line in enumerate(lines, 1):
-                    code = line.split("//")[0]
-                    stripped = code.strip()
-                    # A statement's continuation lines are mutated with its first line only.
-                    continuation = not previous.endswith((";", "{", "}", ":"))
-                    if stripped:
-                        previous = stripped
-                    if not stripped or stripped.startswith(("#", "*", "static_assert")) or "virtual" in code:
-                        continue
-                    for old, new in SWAPS:
-                        for match in re.finditer(re.escape(old), code):
-                            found.append((path, number, match.start(), old, new))
-                    for pattern, new in WORDS:
-                        for match in re.finditer(pattern, code):
-                            found.append((path, number, match.start(), match.group(0), new))
-                    if "constexpr" not in code and "0x" not in code and "[" not in code:
-                        for match in NUMBER.finditer(code):
-                            value = int(match.group(1))
-                            for changed in (value + 1, value - 1):
-                                if changed >= 0:
-                                    found.append((path, number, match.start(), match.group(1), str(changed)))
-                    match = RETURN_CODE.search(code)
-                    if match:
-                        new = "Result::ProtocolError" if match.group(1) != "Result::ProtocolError" else "Result::Success"
-                        found.append((path, number, match.start(1), match.group(1), new))
-                    if (CALL_STATEMENT.match(code) and not continuation and not stripped.startswith("return")
-                            and not DECLARATION.search(code)):
-                        found.append((path, number, len(code) - len(code.lstrip()), stripped, ";"))
-    return found
+    for path in source_files():
+        for text in code_lines(path):
+            for old, new in SWAPS:
+                pattern = r"\b%s\b" % old if old in WORD_TOKENS else re.escape(old)
+                for i, _ in enumerate(re.finditer(pattern, text)):
+                    yield (path, text, old, i, new)
+            for i, m in enumerate(NUMBER.finditer(text)):
+                value = int(m.group(1))
+                yield (path, text, m.group(1), i, str(value + 1))
+                if value > 0:
+                    yield (path, text, m.group(1), i, str(value - 1))
+            m = RESULT_CODE.search(text)
+            if m:
+                code = m.group(1)
+                other = "kResultFalse" if code != "kResultFalse" else "kResultOk"
+                yield (path, text, code, 0, other)
+            if CALL_STATEMENT.match(text) and not text.strip().startswith(("return", "delete", "if", "while", "for", "switch", "else")):
+                yield (path, text, text.strip(), 0, "/*deleted*/;")
 
 
-def sample(count, seed):
-    everything = candidates()
-    chosen = random.Random(seed).sample(everything, min(count, len(everything)))
-    return sorted(chosen)
+def mutant_id(m):
+    return SEP.join([m[0], m[1].strip(), m[2], str(m[3]), m[4]])
 
 
-def apply(mutant):
-    path, number, column, old, new = mutant
-    full = os.path.join(ROOT, path)
-    with open(full, encoding="utf-8") as source:
-        original = source.read()
+def generate(count, seed):
+    seen = {}
+    for m in candidates():
+        seen.setdefault(mutant_id(m), m)
+    # Deterministic by content: a keyed hash orders the candidates, so a mutant stays picked as
+    # long as its line is unchanged, whatever happens elsewhere in the file.
+    ranked = sorted(seen, key=lambda k: hashlib.sha256((str(seed) + k).encode()).hexdigest())
+    with open(LIST, "w", encoding="utf-8") as f:
+        f.write("# file%sline text%stoken%soccurrence on the line%sreplacement  (scripts/mutate.py --generate)\n" % ((SEP,) * 4))
+        for k in sorted(ranked[:count]):
+            f.write(k + "\n")
+    print("%d candidates, %d written to %s" % (len(seen), count, os.path.relpath(LIST, ROOT)))
+
+
+def load():
+    with open(LIST, encoding="utf-8") as f:
+        return [l.rstrip("\n").split(SEP) for l in f if l.strip() and not l.startswith("#")]
+
+
+def apply(original, text, token, occurrence, replacement):
+    """Returns the file's content with the mutant applied, or None when its line is gone."""
     lines = original.split("\n")
-    line = lines[number - 1]
-    assert line[column:column + len(old)] == old, f"{path}:{number} no longer holds {old!r}"
-    lines[number - 1] = line[:column] + new + line[column + len(old):]
-    with open(full, "w", encoding="utf-8") as source:
-        source.write("\n".join(lines))
-    return full, original
+    for n, line in enumerate(lines):
+        if line.split("//")[0].strip() != text:
+            continue
+        if replacement == "/*deleted*/;":
+            lines[n] = line.replace(token, "/*deleted*/;", 1)
+            return "\n".join(lines), n + 1
+        pattern = r"\b%s\b" % re.escape(token) if token.isalnum() else re.escape(token)
+        matches = list(re.finditer(pattern, line))
+        if token.isdigit():
+            # Numbers count as in generation: the n-th number on the line, whatever its value.
+            numbers = list(NUMBER.finditer(line))
+            fits = occurrence < len(numbers) and numbers[occurrence].group(1) == token
+            matches, occurrence = ([numbers[occurrence]] if fits else []), 0
+        if occurrence >= len(matches):
+            return None, 0
+        m = matches[occurrence]
+        lines[n] = line[:m.start()] + line[m.start():m.end()].replace(token, replacement) + line[m.end():]
+        return "\n".join(lines), n + 1
+    return None, 0
 
 
-def run(command, timeout):
-    # A session of its own, so that a timeout kills the test that hangs, not only ctest.
-    process = subprocess.Popen(command, cwd=ROOT, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                               start_new_session=True)
+def run(cmd, timeout):
     try:
-        return process.wait(timeout=timeout)
+        return subprocess.run(cmd, cwd=ROOT, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                              timeout=timeout).returncode
     except subprocess.TimeoutExpired:
-        os.killpg(process.pid, signal.SIGKILL)
-        process.wait()
         return None
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--count", type=int, default=80)
-    parser.add_argument("--seed", type=int, default=20261124)
-    parser.add_argument("--build", default=os.path.join(ROOT, "build", "mutate"))
-    parser.add_argument("--timeout", type=int, default=180, help="seconds of the suite per mutant")
-    parser.add_argument("--list", action="store_true")
-    parser.add_argument("--only", default="")
-    args = parser.parse_args()
-
-    mutants = sample(args.count, args.seed)
-    if args.list:
-        for index, (path, number, _, old, new) in enumerate(mutants):
-            print(f"{index:3} {path}:{number}: {old.strip()!r} -> {new.strip()!r}")
+    ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    ap.add_argument("--generate", type=int, metavar="N", help="write a new sample of N mutants")
+    ap.add_argument("--seed", type=int, default=12)
+    ap.add_argument("--build-dir", default="build/mutate")
+    ap.add_argument("--timeout", type=int, default=180, help="seconds for one mutant's test run")
+    ap.add_argument("--only", help="run the mutants whose line contains this text")
+    args = ap.parse_args()
+    if args.generate:
+        generate(args.generate, args.seed)
         return 0
-    only = {int(i) for i in args.only.split(",") if i}
 
-    jobs = str(os.cpu_count() or 2)
-    # Tests scale their heavy loops down as in sanitizer builds (50,000 random lines instead of a
-    # million): a mutant costs seconds of testing instead of half a minute.
-    configure = ["cmake", "--preset", "gcc", "-B", args.build, "-DCMAKE_UNITY_BUILD=OFF", "-DKALVO_WERROR=OFF",
-                 "-DCMAKE_CXX_FLAGS=-DKALVO_SANITIZED=1"]
-    build = ["cmake", "--build", args.build, "-j", jobs]
-    test = ["ctest", "--test-dir", args.build, "--stop-on-failure", "-j", jobs]
-    if run(configure, None) != 0 or run(build, None) != 0 or run(test, None) != 0:
-        print("the unmutated tree does not build or pass its tests", file=sys.stderr)
+    build = ["cmake", "--build", args.build_dir, "-j2"]
+    test = ["ctest", "--test-dir", args.build_dir, "--stop-on-failure", "-j2",
+            "--timeout", str(args.timeout)]
+    if not os.path.isdir(os.path.join(ROOT, args.build_dir)):
+        subprocess.run(["cmake", "--preset", "gcc", "-B", args.build_dir, "-DCMAKE_UNITY_BUILD=OFF"],
+                       cwd=ROOT, check=True)
+    if run(build, 3600) != 0 or run(test, 1800) != 0:
+        print("the unmutated tree must build and pass first", file=sys.stderr)
         return 2
 
-    outcome = {"killed": [], "survived": [], "timed out": [], "not compiled": []}
+    tally = {"killed": 0, "survived": 0, "timed out": 0, "did not compile": 0, "not found": 0}
+    survivors = []
     started = time.time()
-    for index, mutant in enumerate(mutants):
-        if only and index not in only:
+    for path, text, token, occurrence, replacement in load():
+        if args.only and args.only not in text:
             continue
-        path, number, _, old, new = mutant
-        full, original = apply(mutant)
-        try:
-            if run(build, None) != 0:
-                verdict = "not compiled"
-            else:
-                code = run(test, args.timeout)
-                verdict = "timed out" if code is None else "survived" if code == 0 else "killed"
-        finally:
-            with open(full, "w", encoding="utf-8") as source:
-                source.write(original)
-        outcome[verdict].append((index, mutant))
-        print(f"[{index:3}] {verdict:12} {path}:{number}: {old.strip()!r} -> {new.strip()!r}", flush=True)
-    run(build, None)
-
-    print(f"\n{len(mutants)} mutants (seed {args.seed}) in {time.time() - started:.0f} s: "
-          + ", ".join(f"{len(v)} {k}" for k, v in outcome.items()))
-    compiled = len(outcome["killed"]) + len(outcome["survived"]) + len(outcome["timed out"])
-    if compiled:
-        print(f"score: {len(outcome['killed']) + len(outcome['timed out'])}/{compiled} compiled mutants detected")
-    for index, (path, number, _, old, new) in outcome["survived"]:
-        print(f"survivor [{index}] {path}:{number}: {old.strip()!r} -> {new.strip()!r}")
+        full = os.path.join(ROOT, path)
+        with open(full, encoding="utf-8") as f:
+            original = f.read()
+        mutated, line_no = apply(original, text, token, int(occurrence), replacement)
+        change = "%s -> %s" % (token, replacement)
+        if mutated is None:
+            verdict = "not found"
+        else:
+            try:
+                with open(full, "w", encoding="utf-8") as f:
+                    f.write(mutated)
+                if run(build, 900) != 0:
+                    verdict = "did not compile"
+                else:
+                    rc = run(test, args.timeout * 3)
+                    verdict = "timed out" if rc is None else ("killed" if rc != 0 else "survived")
+            finally:
+                with open(full, "w", encoding="utf-8") as f:
+                    f.write(original)
+        tally[verdict] += 1
+        print("%-15s %s:%d  %s   [%s]" % (verdict, path, line_no, change, text.strip()), flush=True)
+        if verdict == "survived":
+            survivors.append("%s:%d  %s   [%s]" % (path, line_no, change, text.strip()))
+    run(build, 3600)
+    counted = tally["killed"] + tally["survived"] + tally["timed out"]
+    print("\nkilled %d, survived %d, timed out %d of %d counted; did not compile %d, not found %d; %.0f min"
+          % (tally["killed"], tally["survived"], tally["timed out"], counted,
+             tally["did not compile"], tally["not found"], (time.time() - started) / 60))
+    for s in survivors:
+        print("survivor: " + s)
     return 0
 
 
