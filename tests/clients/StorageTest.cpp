@@ -1,11 +1,9 @@
 // The storage client against the stand-in host: the key limit, the read protocol with its
-// retries, every failure text, and values surviving the host's database being reopened.
+// retries and every failure text. Persistence across a restart is tested once, at sensor level.
 #include "storage/Storage.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -17,7 +15,6 @@
 namespace {
 
 using KALVO::DevHost::Host;
-using KALVO::DevHost::HostOptions;
 using KALVO::DevHost::Operation;
 using KALVO::Storage::Storage;
 
@@ -193,23 +190,6 @@ TEST(Storage, UnknownCodeOfALengthQueryIsNotAFailureByItself) {
     host.Faults().FailNext(Operation::GetValue, 5, 1);
     EXPECT_EQ(storage.GetString("key"), "stored");
     EXPECT_EQ(host.Faults().Calls(Operation::GetValue), 4u);
-}
-
-TEST(Storage, ValueSurvivesReopeningTheDatabase) {
-    const std::string path = testing::TempDir() + "kalvo_clients_storage_" + std::to_string(getpid()) + ".db";
-    std::remove(path.c_str());
-    HostOptions options;
-    options.storagePath = path;
-    const std::string value("1234,5678,\0,", 12);
-    {
-        Host host(options);
-        Storage(host.Root(), Scope).SetBuffer("CachedProcessUIDs", value.data(), value.size());
-    }
-    {
-        Host host(options);
-        EXPECT_EQ(Storage(host.Root(), Scope).GetString("CachedProcessUIDs"), value);
-    }
-    std::remove(path.c_str());
 }
 
 }  // namespace
