@@ -173,9 +173,12 @@ def main():
         if args.only and args.only not in text:
             continue
         full = os.path.join(ROOT, path)
-        with open(full, encoding="utf-8") as f:
-            original = f.read()
-        mutated, line_no = apply(original, text, token, int(occurrence), replacement)
+        if not os.path.exists(full):
+            original, (mutated, line_no) = None, (None, 0)
+        else:
+            with open(full, encoding="utf-8") as f:
+                original = f.read()
+            mutated, line_no = apply(original, text, token, int(occurrence), replacement)
         change = "%s -> %s" % (token, replacement)
         if mutated is None:
             verdict = "not found"
