@@ -83,11 +83,13 @@ KeyForecast::Entry& KeyForecast::Count(std::uint64_t hash, bool shell, const std
 }
 
 void KeyForecast::Deliver(const TraceEvent& event) {
+    // Every event under the lock: a report of another thread's event must not land between
+    // the counts read around this one.
+    std::lock_guard lock(m_mutex);
     if (event.kind != EventKind::Create && event.kind != EventKind::Shell) {
         m_inner.Deliver(event);
         return;
     }
-    std::lock_guard lock(m_mutex);
     if (event.time) {
         if (!m_totals.firstTime || *event.time < *m_totals.firstTime) m_totals.firstTime = event.time;
         if (!m_totals.lastTime || *event.time > *m_totals.lastTime) m_totals.lastTime = event.time;

@@ -66,7 +66,8 @@ public:
     // `inner` delivers into the sensor of `session`; all are borrowed and outlive the forecast.
     KeyForecast(EventSink& inner, SensorSession& session);
 
-    // Serialised: each event's outcome is read off the host's counters around its delivery.
+    // Serialised, every kind: each event's outcome is read off the host's counters around its
+    // delivery.
     void Deliver(const TraceEvent& event) override;
     // Reads the settings again, as the sensor does on Synchronize {"reason":"configuration"}.
     void Reconfigured();
