@@ -127,8 +127,6 @@ void PrintSummary(const SensorFeed& feed, const SensorSession& session, Host& ho
          std::to_string(session.Reported(ReportKind::Shell)) + ")");
 }
 
-constexpr std::size_t DefaultKeyRows = 20;
-
 void ShowForecast(const ToolOptions& options, ForecastReport report) {
     if (options.keysJson) {
         const std::string json = ForecastJson(report);
@@ -171,7 +169,7 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
         session->Stop();
         NoteLiveStatistics(source);
         PrintSummary(feed, *session, session->GetHost());
-        if (forecast) ShowForecast(options, forecast->Report(options.keys.value_or(DefaultKeyRows)));
+        if (forecast) ShowForecast(options, forecast->Report(options.keys.value_or(KeyForecast::DefaultRows)));
     }
     return 0;
 }
@@ -210,7 +208,7 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
 int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
     const bool forecasting = options.keys || options.keysJson || options.compare;
-    const std::size_t rows = options.keys.value_or(DefaultKeyRows);
+    const std::size_t rows = options.keys.value_or(KeyForecast::DefaultRows);
     // Both runs of a comparison show their forecasts only; their reports would interleave.
     const int eventsFd = options.compare ? ::open("/dev/null", O_WRONLY | O_CLOEXEC) : STDOUT_FILENO;
     struct Closer {

@@ -60,6 +60,7 @@ struct ForecastReport {
 class KeyForecast final : public EventSink {
 public:
     static constexpr std::size_t KeyCapacity = 4096;
+    static constexpr std::size_t DefaultRows = 20;  // the busiest keys shown unless asked otherwise
     static constexpr std::size_t DistinctCapacity = 1 << 17;
     static constexpr std::size_t KeyTextLimit = 4096;
 

@@ -103,11 +103,11 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     });
     replay->add_option("--compare", options.compare);
     for (CLI::App* sensor : {live, replay}) {
-        // The count is optional: "--keys 5", "--keys=5" or "--keys" alone (20).
+        // The count is optional: "--keys 5", "--keys=5" or "--keys" alone (the default rows).
         AddChecked(*sensor, "--keys", "", [&](const std::string& text) {
-            const auto rows = text.empty() ? std::optional<std::size_t>(20) : ParseWhole<std::size_t>(text);
+            const auto rows = text.empty() ? std::optional<std::size_t>(KeyForecast::DefaultRows) : ParseWhole<std::size_t>(text);
             if (!rows || *rows < 1 || *rows > KeyForecast::KeyCapacity)
-                throw std::invalid_argument("'" + text + "' is not a number from 1 to 4096");
+                throw std::invalid_argument("'" + text + "' is not a number from 1 to " + std::to_string(KeyForecast::KeyCapacity));
             options.keys = *rows;
         })->expected(0, 1)->default_str("");
         sensor->add_option("--keys-json", options.keysJson);
