@@ -147,6 +147,13 @@ void NoteLiveStatistics(const LiveSource& source) {
         Note(std::to_string(statistics.missed) + " new program(s) ended before they could be read");
     if (statistics.overflows != 0)
         Warn("the kernel dropped process events " + std::to_string(statistics.overflows) + " time(s): this reader fell behind");
+    const auto& lost = statistics.lost;
+    if (lost[0] + lost[1] + lost[2] + lost[3] != 0)
+        Warn("the kernel could not hand over " + std::to_string(lost[0]) + " exec, " + std::to_string(lost[1]) + " fork, " +
+             std::to_string(lost[2]) + " exit and " + std::to_string(lost[3]) + " shell line event(s)");
+    if (statistics.truncatedArguments + statistics.truncatedLines != 0)
+        Note("truncated: " + std::to_string(statistics.truncatedArguments) + " command line(s) gone before they could be completed, " +
+             std::to_string(statistics.truncatedLines) + " shell line(s) longer than 64 KiB");
 }
 
 }  // namespace
@@ -155,7 +162,7 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput events(STDOUT_FILENO);
     SessionOptions sessionOptions = SessionOptionsFor(options, true);
 
-    LiveSource source(LiveOptions{options.poll, options.treeRoot});
+    LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
     auto session = OpenSession(std::move(sessionOptions), events);
     session->Start();
@@ -191,7 +198,7 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
 
     LineOutput lines(fd);
     TraceWriter writer(lines);
-    LiveSource source(LiveOptions{options.poll, options.treeRoot});
+    LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
     WatchedSink sink(writer, lines, signals);
     source.Run(sink, signals, DeadlineOf(options));
@@ -199,9 +206,11 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
     NoteLiveStatistics(source);
     const auto count = [&](EventKind kind) { return writer.Written(kind); };
     Note("recorded " +
-         std::to_string(count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate)) +
+         std::to_string(count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) +
+                        count(EventKind::Shell)) +
          " events: create " + std::to_string(count(EventKind::Create)) + ", exists " +
-         std::to_string(count(EventKind::Exists)) + ", terminate " + std::to_string(count(EventKind::Terminate)));
+         std::to_string(count(EventKind::Exists)) + ", terminate " + std::to_string(count(EventKind::Terminate)) +
+         ", shell " + std::to_string(count(EventKind::Shell)));
     return lines.Failed() && options.output ? 1 : 0;
 }
 

@@ -76,6 +76,12 @@ std::optional<std::uint64_t> RealUserId(std::uint64_t pid) {
 
 }  // namespace
 
+std::string CommandLineOf(std::string arguments) {
+    while (!arguments.empty() && arguments.back() == '\0') arguments.pop_back();
+    std::replace(arguments.begin(), arguments.end(), '\0', ' ');
+    return arguments;
+}
+
 ProcFs::ProcFs() {
     const std::optional<std::string> bootId = ReadFile("/proc/sys/kernel/random/boot_id");
     if (!bootId) throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
@@ -151,11 +157,8 @@ std::optional<ProcessRecord> ProcFs::ReadProcess(std::uint64_t pid) const {
     record.pid = pid;
     record.parentPid = stat->parentPid;
     record.path = ReadPath(pid);
-    if (std::optional<std::string> arguments = ReadFile(ProcPath(pid, "cmdline"))) {
-        while (!arguments->empty() && arguments->back() == '\0') arguments->pop_back();
-        std::replace(arguments->begin(), arguments->end(), '\0', ' ');
-        record.commandLine = std::move(*arguments);
-    }
+    if (std::optional<std::string> arguments = ReadFile(ProcPath(pid, "cmdline")))
+        record.commandLine = CommandLineOf(std::move(*arguments));
     record.uid = UidOf(*stat);
     record.userId = RealUserId(pid);
     if (record.userId) record.user = UserName(*record.userId);
@@ -166,6 +169,14 @@ std::optional<ProcessRecord> ProcFs::ReadProcess(std::uint64_t pid) const {
     const std::optional<ProcStat> again = ReadStat(pid);
     if (!again || again->startTicks != stat->startTicks) return std::nullopt;
     return record;
+}
+
+ProcessRecord ProcFs::Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs,
+                             std::uint64_t userId) const {
+    // The kernel turns start_boottime into the clock ticks of /proc/PID/stat the same way.
+    const std::uint64_t ticks = startNs / (1'000'000'000 / m_ticksPerSecond);
+    return ProcessRecord{.pid = pid, .parentPid = parentPid, .uid = ProcessUid(m_bootId, pid, ticks), .userId = userId,
+                         .user = UserName(userId), .startTime = m_bootTime + ticks / m_ticksPerSecond};
 }
 
 std::string ProcFs::UidOf(const ProcStat& stat) const {

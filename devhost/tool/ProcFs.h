@@ -25,6 +25,9 @@ struct ProcStat {
     bool kernelThread = false;
 };
 
+// The command line of an argument vector as it lies in memory: the arguments joined by spaces.
+std::string CommandLineOf(std::string arguments);
+
 class ProcFs {
 public:
     // Reads the boot id, the boot time and the clock tick rate. Throws std::runtime_error when
@@ -40,6 +43,10 @@ public:
     // real user's id and name, and the start time. Nothing for a kernel thread, a zombie, or a
     // process that is gone; kernel threads are left out because they run no program.
     std::optional<ProcessRecord> ReadProcess(std::uint64_t pid) const;
+
+    // A record from what the kernel said of a process (its start in nanoseconds after boot),
+    // without reading /proc: the uid, the user's name and the start time made as above.
+    ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::uint64_t userId) const;
 
     std::string UidOf(const ProcStat& stat) const;
     const std::string& BootId() const noexcept { return m_bootId; }

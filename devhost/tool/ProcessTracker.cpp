@@ -45,8 +45,35 @@ void ProcessTracker::OnExec(std::uint64_t pid) {
     Announce(EventKind::Create, *record, ParentRecord(record->parentPid));
 }
 
+void ProcessTracker::OnExec(ProcessRecord record) {
+    if (!InTree(record.pid, record.parentPid)) return;
+    m_forked.erase(record.pid);
+    ProcessRecord parent = ParentRecord(record.parentPid, true);
+    const std::uint64_t pid = record.pid;
+    Announce(EventKind::Create, m_announced[pid] = std::move(record), std::move(parent));
+}
+
+void ProcessTracker::OnFork(ProcessRecord record) {
+    if (!InTree(record.pid, record.parentPid)) return;
+    const ProcessRecord parent = ParentRecord(record.parentPid, true);
+    record.path = parent.path;
+    record.commandLine = parent.commandLine;
+    m_forked[record.pid] = std::move(record);
+}
+
+void ProcessTracker::OnShellLine(std::uint64_t pid, const std::string& line) {
+    const ProcessRecord shell = ParentRecord(pid, true);
+    if (!InTree(pid, shell.parentPid)) return;
+    TraceEvent event;
+    event.kind = EventKind::Shell;
+    event.process = shell;
+    event.command = line;
+    Announce(event);
+}
+
 void ProcessTracker::OnExit(std::uint64_t pid) {
     m_passedOver.erase(pid);
+    m_forked.erase(pid);
     const auto announced = m_announced.find(pid);
     if (announced == m_announced.end()) return;
     const ProcessRecord record = std::move(announced->second);
@@ -105,7 +132,7 @@ bool ProcessTracker::InTree(std::uint64_t pid, std::uint64_t parentPid) const {
         if (ancestor == *m_treeRoot) return true;
         if (ancestor <= 1) return false;
         // Under a tree filter only members of the tree are ever announced.
-        if (m_announced.contains(ancestor)) return true;
+        if (m_announced.contains(ancestor) || m_forked.contains(ancestor)) return true;
         const std::optional<ProcStat> stat = m_procfs.ReadStat(ancestor);
         if (!stat) return false;
         ancestor = stat->parentPid;
@@ -113,7 +140,11 @@ bool ProcessTracker::InTree(std::uint64_t pid, std::uint64_t parentPid) const {
     return false;
 }
 
-ProcessRecord ProcessTracker::ParentRecord(std::uint64_t parentPid) const {
+ProcessRecord ProcessTracker::ParentRecord(std::uint64_t parentPid, bool tableFirst) const {
+    if (tableFirst) {
+        if (const auto forked = m_forked.find(parentPid); forked != m_forked.end()) return forked->second;
+        if (const auto announced = m_announced.find(parentPid); announced != m_announced.end()) return announced->second;
+    }
     if (std::optional<ProcessRecord> current = m_procfs.ReadProcess(parentPid)) return std::move(*current);
     if (const auto announced = m_announced.find(parentPid); announced != m_announced.end()) return announced->second;
     // A kernel thread (which starts helper programs) or a parent already gone: what is known.
@@ -131,6 +162,10 @@ void ProcessTracker::Announce(EventKind kind, const ProcessRecord& process, std:
     event.kind = kind;
     event.process = process;
     event.parent = std::move(parent);
+    Announce(event);
+}
+
+void ProcessTracker::Announce(TraceEvent& event) {
     event.time = static_cast<std::uint64_t>(
         std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch()).count());
     m_sink.Deliver(event);

@@ -92,7 +92,14 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
             if (!pid || *pid == 0) throw std::invalid_argument("'" + text + "' is not a process id");
             options.treeRoot = *pid;
         });
-        machine->add_flag("--poll", options.poll);
+        AddChecked(*machine, "--source", "", [&](const std::string& text) {
+            const std::pair<char const*, LiveSourceKind> kinds[] = {
+                {"bpf", LiveSourceKind::Bpf}, {"netlink", LiveSourceKind::Netlink}, {"poll", LiveSourceKind::Poll}};
+            for (const auto& [name, kind] : kinds)
+                if (text == name) return void(options.source = kind);
+            throw std::invalid_argument("'" + text + "' is not bpf, netlink or poll");
+        });
+        machine->add_flag_callback("--poll", [&] { options.source = LiveSourceKind::Poll; });
     }
     record->add_option("--output", options.output);
     replay->add_option("trace", options.trace, "the trace, - for stdin")->required();
@@ -146,8 +153,9 @@ on stderr at the end). The sensor's own log lines go to stderr.
 
 Commands:
   live           the sensor on this machine's processes: every running process (kernel
-                 threads aside) as "exists", then creations and terminations as they happen,
-                 from the kernel's netlink process connector (root) or by polling /proc
+                 threads aside) as "exists", then creations, terminations and the lines typed
+                 into shells as they happen, from BPF programs in the kernel (root), else
+                 from the kernel's netlink process connector (root), else by polling /proc
   record         the same events written as a trace, one JSON object a line; no sensor
   replay TRACE   delivers a recorded trace to the sensor ("-" reads stdin as it is written)
   health         sends the health-check command and prints the answer and its code
@@ -166,7 +174,8 @@ Options:
                        (e.g. RegisterProcessMonitor=13, GetValue=89x2, Filter=1); repeatable
   --duration SECONDS   live, record: stop after this long (default: at SIGINT or SIGTERM)
   --tree PID           live, record: only process PID and its descendants
-  --poll               live, record: poll /proc even where the connector is available
+  --source KIND        live, record: bpf, netlink or poll, instead of the first that works
+  --poll               live, record: the same as --source poll
   --output FILE        record: write the trace to FILE instead of stdout
   --threads N          replay: deliver on N threads at once (default 1)
   --payload JSON       health: the request (default {"id":"kalvo-devhost"})

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "devhost/FaultInjector.h"
+#include "devhost/tool/LiveSource.h"
 #include "host/LogSeverity.h"
 
 namespace KALVO::DevHost::Tool {
@@ -30,7 +31,7 @@ struct ToolOptions {
     std::vector<FaultRule> faults;
     std::optional<double> duration;  // seconds
     std::optional<std::uint64_t> treeRoot;
-    bool poll = false;
+    LiveSourceKind source = LiveSourceKind::Any;
     std::optional<std::string> output;
     std::string trace;  // replay
     unsigned threads = 1;

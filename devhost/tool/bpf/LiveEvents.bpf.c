@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: GPL-2.0
+/* The kernel half of kalvo-devhost's BPF live source: every new program with its path and
+ * argument vector read at the exec itself (so one that ends at once is still known whole), the
+ * forks and exits that keep the host's process table right, and every line readline returns to
+ * a shell. Everything goes through one ring buffer; what cannot be handed over is counted in
+ * `losses` by kind, which the host reads and reports. */
+#include "vmlinux.h"
+#include <bpf/bpf_core_read.h>
+#include <bpf/bpf_helpers.h>
+#include <bpf/bpf_tracing.h>
+
+#include "LiveEvents.h"
+
+#ifdef KALVO_FOREIGN_BTF
+/* The types came from another architecture's kernel: the target's registers, for PT_REGS_RC. */
+#if defined(__TARGET_ARCH_arm64)
+struct user_pt_regs { __u64 regs[31]; __u64 sp; __u64 pc; __u64 pstate; };
+#endif
+#endif
+
+char LICENSE[] SEC("license") = "GPL";
+
+struct {
+    __uint(type, BPF_MAP_TYPE_RINGBUF);
+    __uint(max_entries, 16 << 20);
+} events SEC(".maps");
+
+/* An exec record is built here, then copied into the ring buffer at its real size. */
+struct exec_scratch {
+    struct live_event header;
+    char data[2 * LIVE_PATH_BYTES + LIVE_ARGS_BYTES];  /* room for the mask below */
+};
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, struct exec_scratch);
+} scratch SEC(".maps");
+
+__u64 losses[LIVE_KINDS] = {};
+
+static __always_inline void fill(struct live_event *event, unsigned kind, struct task_struct *task) {
+    event->kind = kind;
+    event->pid = BPF_CORE_READ(task, tgid);
+    event->parent_pid = BPF_CORE_READ(task, real_parent, tgid);
+    event->user_id = BPF_CORE_READ(task, real_cred, uid.val);
+    event->start = BPF_CORE_READ(task, group_leader, start_boottime);
+    event->flags = 0;
+    event->path_bytes = 0;
+    event->data_bytes = 0;
+}
+
+static __always_inline void small(unsigned kind, struct task_struct *task) {
+    struct live_event *event = bpf_ringbuf_reserve(&events, sizeof *event, 0);
+    if (!event) {
+        __sync_fetch_and_add(&losses[kind], 1);
+        return;
+    }
+    fill(event, kind, task);
+    bpf_ringbuf_submit(event, 0);
+}
+
+/* The names of the executable's path from the leaf up, across mount points, each ending in a
+ * NUL, one step of bpf_loop a name (a loop the verifier checks once, however deep the path). */
+struct walk {
+    struct dentry *dentry;
+    struct mount *mount;
+    __u32 used;
+    __u32 done;
+};
+
+static long walk_step(__u32 index, struct walk *walk) {
+    __u32 zero = 0;
+    struct exec_scratch *record = bpf_map_lookup_elem(&scratch, &zero);
+    if (!record) return 1;
+    struct dentry *dentry = walk->dentry, *parent = BPF_CORE_READ(dentry, d_parent);
+    struct mount *mount = walk->mount;
+    if (dentry == BPF_CORE_READ(mount, mnt.mnt_root) || dentry == parent) {
+        struct mount *up = BPF_CORE_READ(mount, mnt_parent);
+        if (up == mount) {  /* the root of everything */
+            walk->done = 1;
+            return 1;
+        }
+        walk->dentry = BPF_CORE_READ(mount, mnt_mountpoint);
+        walk->mount = up;
+        return 0;
+    }
+    __u32 used = walk->used;
+    if (used > LIVE_PATH_BYTES - LIVE_NAME_BYTES) return 1;
+    long length = bpf_probe_read_kernel_str(record->data + used, LIVE_NAME_BYTES, BPF_CORE_READ(dentry, d_name.name));
+    if (length <= 0) return 1;
+    walk->used = used + length;
+    walk->dentry = parent;
+    return 0;
+}
+
+SEC("tp_btf/sched_process_exec")
+int BPF_PROG(on_exec, struct task_struct *task) {
+    __u32 zero = 0;
+    struct exec_scratch *record = bpf_map_lookup_elem(&scratch, &zero);
+    if (!record) return 0;
+    fill(&record->header, LIVE_EXEC, task);
+    struct mm_struct *mm = BPF_CORE_READ(task, mm);
+    struct file *exe = BPF_CORE_READ(mm, exe_file);
+    struct walk walk = {BPF_CORE_READ(exe, f_path.dentry), container_of(BPF_CORE_READ(exe, f_path.mnt), struct mount, mnt)};
+    bpf_loop(64, walk_step, &walk, 0);
+    if (!walk.done) record->header.flags |= LIVE_PATH_TRUNCATED;
+    __u32 path = walk.used;
+    path &= 2 * LIVE_PATH_BYTES - 1;  /* never more than LIVE_PATH_BYTES: a bound the verifier sees */
+    unsigned long start = BPF_CORE_READ(mm, arg_start), end = BPF_CORE_READ(mm, arg_end);
+    __u64 length = end > start ? end - start : 0;
+    if (length > LIVE_ARGS_BYTES) {
+        length = LIVE_ARGS_BYTES;
+        record->header.flags |= LIVE_ARGS_TRUNCATED;
+    }
+    if (bpf_probe_read_user(record->data + path, length, (void *)start) != 0) {
+        length = 0;
+        record->header.flags |= LIVE_ARGS_TRUNCATED;
+    }
+    record->header.path_bytes = path;
+    record->header.data_bytes = length;
+    __u64 size = sizeof record->header + path + length;
+    if (size > sizeof *record) size = sizeof *record;
+    if (bpf_ringbuf_output(&events, record, size, 0) != 0) __sync_fetch_and_add(&losses[LIVE_EXEC], 1);
+    return 0;
+}
+
+SEC("tp_btf/sched_process_fork")
+int BPF_PROG(on_fork, struct task_struct *parent, struct task_struct *child) {
+    /* A new thread is a fork too; only new processes count. */
+    if (BPF_CORE_READ(child, pid) == BPF_CORE_READ(child, tgid)) small(LIVE_FORK, child);
+    return 0;
+}
+
+SEC("tp_btf/sched_process_exit")
+int BPF_PROG(on_exit, struct task_struct *task) {
+    /* Only the end of the thread-group leader is the end of the process. */
+    if (BPF_CORE_READ(task, pid) == BPF_CORE_READ(task, tgid)) small(LIVE_EXIT, task);
+    return 0;
+}
+
+/* The return of readline: the line a shell's user typed (NULL at the end of input). */
+SEC("uretprobe")
+int on_readline(struct pt_regs *ctx) {
+    const char *line = (const char *)PT_REGS_RC(ctx);
+    if (!line) return 0;
+    struct live_event *event = bpf_ringbuf_reserve(&events, sizeof *event + LIVE_LINE_BYTES, 0);
+    if (!event) {
+        __sync_fetch_and_add(&losses[LIVE_LINE], 1);
+        return 0;
+    }
+    fill(event, LIVE_LINE, (struct task_struct *)bpf_get_current_task_btf());
+    long length = bpf_probe_read_user_str(event + 1, LIVE_LINE_BYTES, line);
+    if (length <= 0) {
+        __sync_fetch_and_add(&losses[LIVE_LINE], 1);
+        bpf_ringbuf_discard(event, 0);
+        return 0;
+    }
+    event->data_bytes = length - 1;
+    if (length == LIVE_LINE_BYTES) {
+        event->data_bytes = LIVE_LINE_BYTES - 2;
+        event->flags |= LIVE_LINE_TRUNCATED;
+    }
+    bpf_ringbuf_submit(event, 0);
+    return 0;
+}
