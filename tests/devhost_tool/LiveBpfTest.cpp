@@ -1,0 +1,206 @@
+// kalvo-devhost live on the BPF source, end to end, where the kernel lets it load (root, BTF);
+// elsewhere (no root, an emulator) each test skips and says why.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "devhost/ValidUtf8.h"
+#include "eil/json/RapidJson.h"
+#include "tests/devhost_tool/ToolProcess.h"
+
+extern char** environ;
+
+namespace KALVO::Testing {
+namespace {
+
+namespace fs = std::filesystem;
+namespace RJ = EIL::RJ;
+
+constexpr char const* CreatedTypeId = "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f";
+
+// live on the BPF source, limited to this test's own processes, reporting every event (no
+// report limit), with its state in a directory of its own.
+class BpfLive {
+public:
+    BpfLive() {
+        std::string pattern = (fs::temp_directory_path() / "kalvo-bpf-test-XXXXXX").string();
+        if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+        m_dir = pattern;
+        std::ofstream(m_dir / "config.json") << R"({"securitymonitor":{"process_tree_report_limit":0}})";
+        std::ofstream(m_dir / "inputrc") << "set input-meta on\nset output-meta on\nset convert-meta off\n";
+        m_tool = std::make_unique<ToolProcess>(std::vector<std::string>{
+            "live", "--source", "bpf", "--tree", std::to_string(::getpid()), "--state", m_dir.string(), "--config",
+            (m_dir / "config.json").string()});
+        m_started = m_tool->WaitFor([](const std::string&, const std::string& err) {
+            return err.find("following new ones") != std::string::npos;
+        });
+    }
+    ~BpfLive() {
+        m_tool.reset();
+        std::error_code ignored;
+        fs::remove_all(m_dir, ignored);
+    }
+
+    // Whether live runs on BPF; if not, its first line says why.
+    bool Started() const { return m_started; }
+    std::string Why() const { return m_tool->Err().substr(0, m_tool->Err().find('\n')); }
+    ToolProcess& Tool() { return *m_tool; }
+    std::string Inputrc() const { return (m_dir / "inputrc").string(); }
+
+    // Waits until `count` lines of the output hold `part`, then stops live; returns its status.
+    int StopAfter(std::size_t count, const std::string& part) {
+        m_tool->WaitFor([&](const std::string& out, const std::string&) {
+            std::size_t seen = 0;
+            for (std::size_t at = out.find(part); at != std::string::npos; at = out.find(part, at + 1)) ++seen;
+            return seen >= count;
+        });
+        m_tool->Signal(SIGINT);
+        return m_tool->Finish();
+    }
+
+private:
+    fs::path m_dir;
+    std::unique_ptr<ToolProcess> m_tool;
+    bool m_started = false;
+};
+
+struct Report {
+    std::string typeId, path, commandLine, command;
+    std::uint64_t pid = 0;
+};
+
+std::vector<Report> Reports(const std::string& out) {
+    std::vector<Report> reports;
+    std::size_t start = 0;
+    for (std::size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1) {
+        RJ::Document document;
+        document.Parse(out.substr(start, end - start).c_str());
+        if (document.HasParseError() || !document.HasMember("observations")) continue;
+        const RJ::Value& observation = document["observations"][0];
+        const RJ::Value& observables = observation["observables"];
+        const RJ::Value& process = observables.HasMember("child") ? observables["child"] : observables["process"];
+        const auto text = [](const RJ::Value& object, char const* name) {
+            return object.IsObject() && object.HasMember(name) && object[name].IsString() ? object[name].GetString() : "";
+        };
+        Report report{text(observation, "type_id"), text(process, "path"), text(process, "command_line"), "",
+                      process["pid"].GetUint64()};
+        if (observables.HasMember("command")) report.command = text(observables["command"], "command");
+        reports.push_back(std::move(report));
+    }
+    return reports;
+}
+
+TEST(KalvoDevhostBpf, StormOfShortProgramsIsDeliveredWholeWithoutLoss) {
+    BpfLive live;
+    if (!live.Started()) GTEST_SKIP() << "BPF source not available here: " << live.Why();
+
+    // As fast as the machine allows: eight at a time, each waited for in turn.
+    constexpr int Programs = 2000;
+    std::deque<pid_t> running;
+    for (int index = 0; index < Programs || !running.empty();) {
+        if (index < Programs && running.size() < 8) {
+            const std::string number = std::to_string(index++);
+            char const* argv[] = {"/bin/true", "storm", number.c_str(), nullptr};
+            pid_t child = -1;
+            ASSERT_EQ(::posix_spawn(&child, "/bin/true", nullptr, nullptr, const_cast<char**>(argv), environ), 0);
+            running.push_back(child);
+            continue;
+        }
+        ::waitpid(running.front(), nullptr, 0);
+        running.pop_front();
+    }
+    EXPECT_EQ(live.StopAfter(Programs, "\"command_line\":\"/bin/true storm "), 0) << live.Tool().Err();
+
+    const std::string path = fs::canonical("/bin/true").string();
+    std::map<std::string, int> seen;
+    for (const Report& report : Reports(live.Tool().Out())) {
+        if (report.typeId == CreatedTypeId && report.commandLine.starts_with("/bin/true storm ")) {
+            ++seen[report.commandLine];
+            EXPECT_EQ(report.path, path) << report.commandLine;
+        }
+    }
+    for (int index = 0; index < Programs; ++index) {
+        const std::string commandLine = "/bin/true storm " + std::to_string(index);
+        EXPECT_EQ(seen[commandLine], 1) << commandLine;
+    }
+    EXPECT_EQ(live.Tool().Err().find("could not hand over"), std::string::npos) << live.Tool().Err();
+}
+
+TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
+    BpfLive live;
+    if (!live.Started()) GTEST_SKIP() << "BPF source not available here: " << live.Why();
+
+    // The first is the first line typed after live started; a construct over several lines
+    // arrives line by line, as bash's readline returns them.
+    const std::vector<std::string> lines = {
+        "echo first",
+        R"(echo 'single' "double \"inner\"" back\\slash \$HOME)",
+        "echo \xff\xfe not UTF-8 \x80 end",
+        "echo " + std::string(9995, 'x'),
+        "for word in a b; do",
+        "echo $word",
+        "done",
+        "exit",
+    };
+    int terminal = -1;
+    const pid_t bash = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    ASSERT_GE(bash, 0);
+    if (bash == 0) {
+        ::setenv("INPUTRC", live.Inputrc().c_str(), 1);
+        ::setenv("TERM", "dumb", 1);
+        ::setenv("HISTFILE", "/dev/null", 1);
+        ::execl("/bin/bash", "bash", "--norc", "--noprofile", "-i", nullptr);
+        ::_exit(127);
+    }
+    // Types everything while reading what bash echoes, so neither side blocks on a full pty.
+    std::string typed;
+    for (const std::string& line : lines) typed += line + "\n";
+    std::size_t written = 0;
+    for (;;) {
+        pollfd waiting{terminal, static_cast<short>(POLLIN | (written < typed.size() ? POLLOUT : 0)), 0};
+        if (::poll(&waiting, 1, 10000) <= 0) break;
+        if (waiting.revents & POLLIN) {
+            char buffer[4096];
+            if (::read(terminal, buffer, sizeof buffer) <= 0) break;  // EIO once bash is gone
+        } else if (waiting.revents & POLLOUT) {
+            const ssize_t count = ::write(terminal, typed.data() + written, std::min<std::size_t>(512, typed.size() - written));
+            if (count > 0) written += static_cast<std::size_t>(count);
+        } else {
+            break;
+        }
+    }
+    ::close(terminal);
+    int status = 0;
+    ::waitpid(bash, &status, 0);
+    EXPECT_EQ(written, typed.size());
+
+    EXPECT_EQ(live.StopAfter(1, "Shell /usr/bin/bash received exit"), 0) << live.Tool().Err();
+    std::map<std::string, int> seen;
+    for (const Report& report : Reports(live.Tool().Out())) {
+        if (!report.command.empty() && report.pid == static_cast<std::uint64_t>(bash)) ++seen[report.command];
+    }
+    for (const std::string& line : lines) {
+        // The report shows bytes that are not UTF-8 as U+FFFD, as it shows every text.
+        EXPECT_EQ(seen[DevHost::ValidUtf8(line)], 1) << line.substr(0, 60);
+    }
+    EXPECT_EQ(seen.size(), lines.size());
+
+}
+
+}  // namespace
+}  // namespace KALVO::Testing
