@@ -117,9 +117,10 @@ BpfSource::~BpfSource() = default;
 
 void BpfSource::Receive(int timeoutMs, const std::function<void(const BpfEvent&)>& handle) {
     m_loaded->handle = &handle;
-    // After records came, a pause: the kernel wakes a reader only once it has caught up, so a
-    // storm is then read in batches instead of one wake-up (a few microseconds) per record.
-    if (ring_buffer__poll(m_loaded->ring, timeoutMs) > 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    // After records came, a pause of 50 ms (unnoticed on a screen): the kernel wakes a reader
+    // only once it has caught up, so a storm is read in batches, not one wake-up per record,
+    // which had cost more than everything else done for an exec.
+    if (ring_buffer__poll(m_loaded->ring, timeoutMs) > 0) std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
 std::array<std::uint64_t, BpfSource::Kinds> BpfSource::Losses() const noexcept {
