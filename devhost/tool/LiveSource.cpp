@@ -74,6 +74,7 @@ void LiveSource::Run(EventSink& sink, SignalWatcher& signals, std::optional<Cloc
     // exec is announced again as a creation, which is what happened.
     if (m_bpf) {
         while (!expired()) m_bpf->Receive(wait(), onBpf);
+        m_bpf->Receive(0, onBpf);  // what happened before the stop, still in the ring buffer
         m_statistics.lost = m_bpf->Losses();
     } else if (m_connector) {
         while (!expired()) {

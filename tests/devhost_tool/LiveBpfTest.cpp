@@ -164,22 +164,33 @@ TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
         ::setenv("INPUTRC", live.Inputrc().c_str(), 1);
         ::setenv("TERM", "dumb", 1);
         ::setenv("HISTFILE", "/dev/null", 1);
+        ::setenv("PS1", "PROMPT>", 1);
+        ::setenv("PS2", "PROMPT>", 1);
         ::execl("/bin/bash", "bash", "--norc", "--noprofile", "-i", nullptr);
         ::_exit(127);
     }
-    // Types everything while reading what bash echoes, so neither side blocks on a full pty.
-    std::string typed;
-    for (const std::string& line : lines) typed += line + "\n";
-    std::size_t written = 0;
+    // Types each line once bash prompts for it (a line typed while a command runs would pass
+    // through the terminal's line editing, which cuts it at 4 KiB), reading all bash writes
+    // so neither side blocks on a full pty.
+    std::string shown, pending;
+    std::size_t next = 0;
+    const auto prompts = [&] {
+        std::size_t count = 0;
+        for (std::size_t at = shown.find("PROMPT>"); at != std::string::npos; at = shown.find("PROMPT>", at + 1)) ++count;
+        return count;
+    };
     for (;;) {
-        pollfd waiting{terminal, static_cast<short>(POLLIN | (written < typed.size() ? POLLOUT : 0)), 0};
+        if (pending.empty() && next < lines.size() && prompts() > next) pending = lines[next++] + "\n";
+        pollfd waiting{terminal, static_cast<short>(POLLIN | (pending.empty() ? 0 : POLLOUT)), 0};
         if (::poll(&waiting, 1, 10000) <= 0) break;
         if (waiting.revents & POLLIN) {
             char buffer[4096];
-            if (::read(terminal, buffer, sizeof buffer) <= 0) break;  // EIO once bash is gone
+            const ssize_t count = ::read(terminal, buffer, sizeof buffer);
+            if (count <= 0) break;  // EIO once bash is gone
+            shown.append(buffer, static_cast<std::size_t>(count));
         } else if (waiting.revents & POLLOUT) {
-            const ssize_t count = ::write(terminal, typed.data() + written, std::min<std::size_t>(512, typed.size() - written));
-            if (count > 0) written += static_cast<std::size_t>(count);
+            const ssize_t count = ::write(terminal, pending.data(), std::min<std::size_t>(512, pending.size()));
+            if (count > 0) pending.erase(0, static_cast<std::size_t>(count));
         } else {
             break;
         }
@@ -187,7 +198,7 @@ TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
     ::close(terminal);
     int status = 0;
     ::waitpid(bash, &status, 0);
-    EXPECT_EQ(written, typed.size());
+    EXPECT_EQ(next, lines.size()) << shown.substr(0, 2000);
 
     EXPECT_EQ(live.StopAfter(1, "Shell /usr/bin/bash received exit"), 0) << live.Tool().Err();
     std::map<std::string, int> seen;
