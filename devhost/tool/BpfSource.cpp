@@ -83,7 +83,7 @@ struct BpfSource::Loaded {
         event.startNs = header.start;
         if (header.kind == LIVE_EXEC) event.path = JoinPath(body.substr(0, header.path_bytes));
         event.arguments = body.substr(header.path_bytes, header.data_bytes);
-        event.truncated = (header.flags & (LIVE_ARGS_TRUNCATED | LIVE_LINE_TRUNCATED)) != 0;
+        event.truncated = header.flags != 0;
         (*loaded->handle)(event);
         return 0;
     }

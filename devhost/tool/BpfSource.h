@@ -29,7 +29,7 @@ struct BpfEvent {
     std::uint64_t startNs = 0;    // the process's start in nanoseconds after boot
     std::string path;             // Exec: the executable's path
     std::string arguments;        // Exec: the argument vector, NUL-separated; Line: the line
-    bool truncated = false;       // Exec: arguments incomplete; Line: the line was longer
+    bool truncated = false;       // Exec: path or arguments incomplete; Line: the line was longer
 };
 
 class BpfSource {

@@ -152,8 +152,9 @@ void NoteLiveStatistics(const LiveSource& source) {
         Warn("the kernel could not hand over " + std::to_string(lost[0]) + " exec, " + std::to_string(lost[1]) + " fork, " +
              std::to_string(lost[2]) + " exit and " + std::to_string(lost[3]) + " shell line event(s)");
     if (statistics.truncatedArguments + statistics.truncatedLines != 0)
-        Note("truncated: " + std::to_string(statistics.truncatedArguments) + " command line(s) gone before they could be completed, " +
-             std::to_string(statistics.truncatedLines) + " shell line(s) longer than 64 KiB");
+        Note("truncated: " + std::to_string(statistics.truncatedArguments) +
+             " creation(s) whose command line or path was longer than read at the exec and ended before /proc could"
+             " complete it, " + std::to_string(statistics.truncatedLines) + " shell line(s) longer than 64 KiB");
 }
 
 }  // namespace

@@ -62,8 +62,12 @@ void LiveSource::Run(EventSink& sink, SignalWatcher& signals, std::optional<Cloc
         record.commandLine = CommandLineOf(event.arguments);
         if (event.truncated) {  // longer than the kernel side reads: the rest from /proc while it lives
             const std::optional<ProcessRecord> whole = m_procfs.ReadProcess(event.pid);
-            if (whole && whole->uid == record.uid && whole->commandLine) record.commandLine = whole->commandLine;
-            else ++m_statistics.truncatedArguments;
+            if (whole && whole->uid == record.uid && whole->path && whole->commandLine) {
+                record.path = whole->path;
+                record.commandLine = whole->commandLine;
+            } else {
+                ++m_statistics.truncatedArguments;
+            }
         }
         tracker.OnExec(std::move(record));
     };

@@ -33,7 +33,7 @@ struct LiveStatistics {
     std::uint64_t missed = 0;     // new programs gone before they could be read
     std::uint64_t overflows = 0;  // times the kernel dropped netlink events
     std::array<std::uint64_t, BpfSource::Kinds> lost{};  // BPF: events the kernel could not hand over
-    std::uint64_t truncatedArguments = 0;  // BPF: command lines delivered incomplete
+    std::uint64_t truncatedArguments = 0;  // BPF: creations delivered with an incomplete command line or path
     std::uint64_t truncatedLines = 0;      // BPF: shell lines delivered incomplete
 };
 

@@ -1,7 +1,8 @@
 // ProcessTracker: turns what is known of this machine's processes (a scan of /proc, the
-// kernel's exec and exit notices, or successive scans) into the host's process events: every
-// running process once as "exists", each new program as "create" with its parent's record, and
-// the end of each process it announced as "terminate".
+// kernel's exec and exit notices, successive scans, or the BPF source's records) into the
+// host's process events: every running process once as "exists", each new program as "create"
+// with its parent's record, the end of each process it announced as "terminate", and the lines
+// shells received as "shell".
 //
 // It remembers the processes it announced, so that an ending carries the same record (and
 // uid) as the announcement even though the process is gone from /proc by then. Optionally

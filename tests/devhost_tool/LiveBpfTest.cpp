@@ -25,7 +25,7 @@
 
 extern char** environ;
 
-namespace KALVO::Testing {
+namespace KALVO::Testing::LiveBpf {
 namespace {
 
 namespace fs = std::filesystem;
@@ -214,4 +214,4 @@ TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
 }
 
 }  // namespace
-}  // namespace KALVO::Testing
+}  // namespace KALVO::Testing::LiveBpf
