@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "devhost/ProcessInfo.h"
+
 namespace KALVO::DevHost {
 
 namespace {

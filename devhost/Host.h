@@ -13,21 +13,10 @@
 #include <memory>
 #include <string>
 
-#include "devhost/EventFilter.h"
-#include "devhost/FaultInjector.h"
-#include "devhost/HostConfiguration.h"
-#include "devhost/HostRef.h"
-#include "devhost/HostStorage.h"
-#include "devhost/LogSink.h"
-#include "devhost/MessageRouter.h"
-#include "devhost/MonitorRegistration.h"
 #include "devhost/ObjectLedger.h"
-#include "devhost/ProcessInfo.h"
 #include "devhost/ProcessRecord.h"
-#include "devhost/ReportingService.h"
 #include "devhost/RootObject.h"
 #include "devhost/TrackedObject.h"
-#include "host/IObject.h"
 #include "host/IProcessInfo.h"
 #include "host/ObjectPtr.h"
 

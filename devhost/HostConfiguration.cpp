@@ -25,11 +25,6 @@ std::size_t HostConfiguration::OutstandingTexts() const {
     return m_handedOut.size();
 }
 
-std::uint64_t HostConfiguration::TextsHandedOut() const {
-    std::lock_guard lock(m_mutex);
-    return m_handedOutTotal;
-}
-
 std::uint64_t HostConfiguration::UnknownReleases() const {
     std::lock_guard lock(m_mutex);
     return m_unknownReleases;
@@ -43,7 +38,6 @@ Result::Code HostConfiguration::GetData(char const*& text, std::uint64_t& length
         std::memcpy(copy.get(), m_text.data(), m_text.size());
         char const* handed = copy.get();
         m_handedOut.emplace(handed, std::move(copy));
-        ++m_handedOutTotal;
         text = handed;
         length = m_text.size();
         return Result::Success;

@@ -10,18 +10,6 @@ namespace KALVO::DevHost {
 HostStorage::HostStorage(std::shared_ptr<FaultInjector> faults, std::string path)
     : m_faults(std::move(faults)), m_store(std::move(path)) {}
 
-std::optional<std::string> HostStorage::Read(std::string_view scope, std::string_view key) const {
-    return m_store.Read(scope, key);
-}
-
-void HostStorage::Write(std::string_view scope, std::string_view key, std::string_view value) {
-    m_store.Write(scope, key, value);
-}
-
-bool HostStorage::Erase(std::string_view scope, std::string_view key) { return m_store.Erase(scope, key); }
-
-std::vector<std::string> HostStorage::Keys(std::string_view scope) const { return m_store.Keys(scope); }
-
 Result::Code HostStorage::GetValue(char const* scope, char const* key, void* buffer, std::uint64_t& size) {
     if (const auto failure = m_faults->Check(Operation::GetValue)) return *failure;
     if (!scope || !key || (!buffer && size != 0)) return Result::InvalidArgument;

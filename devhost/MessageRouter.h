@@ -8,7 +8,6 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/ObjectLedger.h"
@@ -34,7 +33,6 @@ public:
                          StreamLimits limits = {});
 
     bool HasHandler(const std::string& routingKey) const;
-    std::vector<std::string> RoutingKeys() const;
     // Releases every handler (before unloading a plug-in that left one behind).
     void Clear();
 
@@ -45,7 +43,7 @@ public:
     Result::Code UnregisterCommandHandler(char const* routingKey) override;
 
 protected:
-    ~MessageRouter();
+    ~MessageRouter() = default;
 
 private:
     // Handlers belong to the plug-in; the router holds one reference on each.

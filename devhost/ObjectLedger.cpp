@@ -48,9 +48,4 @@ std::string ObjectLedger::DescribeOutstanding() const {
     return text;
 }
 
-std::size_t ObjectLedger::LiveObjects() const {
-    std::lock_guard lock(m_mutex);
-    return m_objects.size();
-}
-
 }  // namespace KALVO::DevHost

@@ -25,8 +25,6 @@ public:
     // Throws std::bad_alloc.
     ProcessInfo(std::shared_ptr<FaultInjector> faults, ProcessRecord record);
 
-    const ProcessRecord& Record() const noexcept { return m_record; }
-
     // IProcessInfo
     void Reserved3() override {}
     void Reserved4() override {}

@@ -55,17 +55,15 @@ SqliteStore::SqliteStore(std::string path) : m_path(std::move(path)) {
         };
         prepare("SELECT value FROM host_values WHERE scope = ?1 AND key = ?2", m_read);
         prepare("INSERT OR REPLACE INTO host_values (scope, key, value) VALUES (?1, ?2, ?3)", m_write);
-        prepare("DELETE FROM host_values WHERE scope = ?1 AND key = ?2", m_erase);
-        prepare("SELECT key FROM host_values WHERE scope = ?1 ORDER BY key", m_keys);
     } catch (...) {
-        for (sqlite3_stmt* statement : {m_read, m_write, m_erase, m_keys}) sqlite3_finalize(statement);
+        for (sqlite3_stmt* statement : {m_read, m_write}) sqlite3_finalize(statement);
         sqlite3_close(m_db);
         throw;
     }
 }
 
 SqliteStore::~SqliteStore() {
-    for (sqlite3_stmt* statement : {m_read, m_write, m_erase, m_keys}) sqlite3_finalize(statement);
+    for (sqlite3_stmt* statement : {m_read, m_write}) sqlite3_finalize(statement);
     sqlite3_close(m_db);
 }
 
@@ -98,28 +96,6 @@ void SqliteStore::Write(std::string_view scope, std::string_view key, std::strin
         Fail("cannot bind a write");
     }
     if (sqlite3_step(m_write) != SQLITE_DONE) Fail("cannot write a value");
-}
-
-bool SqliteStore::Erase(std::string_view scope, std::string_view key) {
-    std::lock_guard lock(m_mutex);
-    StatementUse use(m_erase);
-    if (!BindText(m_erase, 1, scope) || !BindText(m_erase, 2, key)) Fail("cannot bind an erase");
-    if (sqlite3_step(m_erase) != SQLITE_DONE) Fail("cannot erase a value");
-    return sqlite3_changes(m_db) > 0;
-}
-
-std::vector<std::string> SqliteStore::Keys(std::string_view scope) const {
-    std::lock_guard lock(m_mutex);
-    StatementUse use(m_keys);
-    if (!BindText(m_keys, 1, scope)) Fail("cannot bind a key listing");
-    std::vector<std::string> keys;
-    for (;;) {
-        const int step = sqlite3_step(m_keys);
-        if (step == SQLITE_DONE) return keys;
-        if (step != SQLITE_ROW) Fail("cannot list keys");
-        const auto* text = reinterpret_cast<char const*>(sqlite3_column_text(m_keys, 0));
-        keys.emplace_back(text ? text : "", static_cast<std::size_t>(sqlite3_column_bytes(m_keys, 0)));
-    }
 }
 
 }  // namespace KALVO::DevHost

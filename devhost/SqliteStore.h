@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -31,12 +30,6 @@ public:
     std::optional<std::string> Read(std::string_view scope, std::string_view key) const;
     // Inserts or replaces. Throws std::runtime_error when the store fails.
     void Write(std::string_view scope, std::string_view key, std::string_view value);
-    // Whether a value was removed. Throws std::runtime_error when the store fails.
-    bool Erase(std::string_view scope, std::string_view key);
-    // The keys of `scope` in byte order. Throws std::runtime_error when the store fails.
-    std::vector<std::string> Keys(std::string_view scope) const;
-
-    const std::string& Path() const noexcept { return m_path; }
 
 private:
     [[noreturn]] void Fail(char const* what) const;
@@ -46,8 +39,6 @@ private:
     sqlite3* m_db = nullptr;
     sqlite3_stmt* m_read = nullptr;
     sqlite3_stmt* m_write = nullptr;
-    sqlite3_stmt* m_erase = nullptr;
-    sqlite3_stmt* m_keys = nullptr;
 };
 
 }  // namespace KALVO::DevHost

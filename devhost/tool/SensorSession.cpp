@@ -30,7 +30,7 @@ SensorSession::SensorSession(SessionOptions options, LineOutput& events) {
 
     // A run may last hours: the host keeps counts, not copies.
     m_host->Logs().SetRetention(0);
-    m_host->Logs().SetEcho(&LogStream(), options.logThreshold);
+    m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, options.logThreshold);
     m_host->Reports().SetRetention(0);
     m_host->Filter().SetRetention(0);
     m_host->Reports().SetListener([this, &events](const EventRecord& event) {
