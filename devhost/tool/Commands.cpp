@@ -231,7 +231,7 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
         {
             Reconfiguration reconfiguration(config, *session, signals, forecast ? &*forecast : nullptr);
             WatchedSink sink(forecast ? static_cast<EventSink&>(*forecast) : feed, events, signals);
-            result = Replay(ReplayOptions{options.trace, options.threads, ::isatty(STDERR_FILENO) == 1}, sink, signals);
+            result = Replay(ReplayOptions{options.trace, options.threads}, sink, signals);
         }
         session->Stop();
         if (config) Note("configuration " + *config + ":");
