@@ -87,17 +87,8 @@ void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
     writer.EndObject();
 }
 
-std::optional<std::string> StringMember(IValues& values, char const* name) {
-    ObjectPtr<IValue> value;
-    if (values.Get(EIL::Values::Identifier(name), value) != Result::Success || !value ||
-        value->Type() != static_cast<std::uint32_t>(ValueType::String)) {
-        return std::nullopt;
-    }
-    return ReadBytes(*value);
-}
-
-void WriteMember(Writer& writer, char const* name, IValues* values) {
-    writer.Key(name);
+void WriteMember(Writer& writer, std::string_view name, IValues* values) {
+    WriteJsonText(writer, name);
     if (values) {
         WriteContainer(writer, *values, 0);
     } else {
@@ -105,20 +96,23 @@ void WriteMember(Writer& writer, char const* name, IValues* values) {
     }
 }
 
-}  // namespace
-
-std::string RenderValuesJson(IValues& values) {
+std::string RenderValuesJson(IValues& values, std::size_t depth) {
     RJ::StringBuffer buffer;
     Writer writer(buffer);
-    WriteContainer(writer, values, 0);
+    WriteContainer(writer, values, depth);
     return std::string(buffer.GetString(), buffer.GetSize());
 }
 
 std::string DescribeObservable(IValues& observable) {
     for (char const* name : {"path", "command", "command_line", "name"}) {
-        if (std::optional<std::string> text = StringMember(observable, name)) return ValidUtf8(*text);
+        ObjectPtr<IValue> value;
+        if (observable.Get(EIL::Values::Identifier(name), value) != Result::Success || !value ||
+            value->Type() != static_cast<std::uint32_t>(ValueType::String)) {
+            continue;
+        }
+        if (std::optional<std::string> text = ReadBytes(*value)) return *text;
     }
-    return RenderValuesJson(observable);
+    return RenderValuesJson(observable, 0);
 }
 
 std::string RenderMessage(const ObservationRecord& observation) {
@@ -130,48 +124,36 @@ std::string RenderMessage(const ObservationRecord& observation) {
         const std::size_t close = open == std::string_view::npos ? open : message.find('}', open + 1);
         if (close == std::string_view::npos) break;
         text.append(message.substr(position, open - position));
-        const std::string_view name = message.substr(open + 1, close - open - 1);
-        if (IValues* observable = observation.Find(name)) {
+        if (IValues* observable = observation.Find(message.substr(open + 1, close - open - 1))) {
             text.append(DescribeObservable(*observable));
         } else {
             text.append(message.substr(open, close - open + 1));
         }
         position = close + 1;
     }
-    text.append(message.substr(position));
-    return ValidUtf8(text);
+    return text.append(message.substr(position));
 }
+
+}  // namespace
+
+std::string RenderValuesJson(IValues& values) { return RenderValuesJson(values, 0); }
 
 std::string RenderEventJson(const EventRecord& event) {
     RJ::StringBuffer buffer;
     Writer writer(buffer);
     writer.StartObject();
-    writer.Key("sequence");
-    writer.Uint64(event.sequence);
-    writer.Key("observations");
-    writer.StartArray();
+    writer.Key("sequence"), writer.Uint64(event.sequence);
+    writer.Key("observations"), writer.StartArray();
     for (const ObservationRecord& observation : event.observations) {
         writer.StartObject();
-        writer.Key("severity");
-        writer.Uint(observation.severity);
-        writer.Key("type_id");
-        WriteJsonText(writer, observation.typeId);
-        writer.Key("message");
-        WriteJsonText(writer, observation.message);
-        writer.Key("text");
-        WriteJsonText(writer, RenderMessage(observation));
+        writer.Key("severity"), writer.Uint(observation.severity);
+        writer.Key("type_id"), WriteJsonText(writer, observation.typeId);
+        writer.Key("message"), WriteJsonText(writer, observation.message);
+        writer.Key("text"), WriteJsonText(writer, RenderMessage(observation));
         WriteMember(writer, "source", observation.source.Get());
         WriteMember(writer, "tags", observation.tags.Get());
-        writer.Key("observables");
-        writer.StartObject();
-        for (const ObservableRecord& observable : observation.observables) {
-            WriteJsonText(writer, observable.name);
-            if (observable.values) {
-                WriteContainer(writer, *observable.values, 0);
-            } else {
-                writer.Null();
-            }
-        }
+        writer.Key("observables"), writer.StartObject();
+        for (const ObservableRecord& observable : observation.observables) WriteMember(writer, observable.name, observable.values.Get());
         writer.EndObject();
         writer.EndObject();
     }

@@ -21,7 +21,6 @@
 #include "devhost/tool/SensorFeed.h"
 #include "devhost/tool/SensorSession.h"
 #include "devhost/tool/StateDirectory.h"
-#include "devhost/tool/TraceWriter.h"
 
 namespace KALVO::DevHost::Tool {
 
