@@ -15,6 +15,13 @@
 
 #include "devhost/ObjectLedger.h"
 #include "devhost/ProcessRecord.h"
+#include "devhost/EventFilter.h"
+#include "devhost/HostConfiguration.h"
+#include "devhost/HostStorage.h"
+#include "devhost/LogSink.h"
+#include "devhost/MessageRouter.h"
+#include "devhost/MonitorRegistration.h"
+#include "devhost/ReportingService.h"
 #include "devhost/RootObject.h"
 #include "devhost/TrackedObject.h"
 #include "host/IProcessInfo.h"

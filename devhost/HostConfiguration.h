@@ -46,7 +46,7 @@ private:
     std::shared_ptr<FaultInjector> m_faults;
     mutable std::mutex m_mutex;  // guards everything below
     std::string m_text;
-    std::unordered_map<char const*, std::unique_ptr<char[]>> m_handedOut;
+    std::unordered_map<char const*, std::unique_ptr<std::string>> m_handedOut;  // by the text handed out
     std::uint64_t m_unknownReleases = 0;
 };
 

@@ -8,8 +8,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 
 namespace KALVO::DevHost {
@@ -40,6 +42,8 @@ public:
     std::string DescribeOutstanding() const;
 
 private:
+    std::map<std::string_view, std::uint64_t> OutstandingByKind() const;
+
     mutable std::mutex m_mutex;
     std::unordered_set<ObjectTracking*> m_objects;
 };

@@ -18,7 +18,7 @@
 
 namespace KALVO::DevHost {
 
-class ProcessInfo : public ESP::v0::IProcessInfo, public EIL::Values::IValues {
+class ProcessInfo : public ESP::v0::IProcessInfo, public EIL::Values::Values {
 public:
     static constexpr char const* Kind = "ProcessInfo";
 
@@ -32,14 +32,12 @@ public:
     char const* GetCommandLine() override;
     char const* GetUid() override;
 
-    // IValues: the detection engineer's view, forwarded to a container built once.
-    Result::Code Get(EIL::Values::IIdentifier const& key, Agent::Hosting::ObjectPtr<EIL::Values::IValue>& out) const override;
-    Result::Code Set(EIL::Values::IIdentifier const& key, Agent::Hosting::ObjectPtr<EIL::Values::IValue> const& value) override;
-    Result::Code Remove(EIL::Values::IIdentifier const& key) override;
-    Result::Code Clear() override;
-    std::uint64_t Count() const override;
-    Result::Code GetByIndex(unsigned long index, Agent::Hosting::ObjectPtr<EIL::Values::IValue>& value,
-                            Agent::Hosting::ObjectPtr<EIL::Values::IValue>* key) const override;
+    // IValues: the detection engineer's view, filled once; read-only.
+    Result::Code Set(EIL::Values::IIdentifier const&, Agent::Hosting::ObjectPtr<EIL::Values::IValue> const&) override {
+        return Result::ProtocolError;
+    }
+    Result::Code Remove(EIL::Values::IIdentifier const&) override { return Result::ProtocolError; }
+    Result::Code Clear() override { return Result::ProtocolError; }
 
     // Answers IObject (as IProcessInfo) and IValues, each of which may be made to fail.
     Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
@@ -50,7 +48,6 @@ protected:
 private:
     std::shared_ptr<FaultInjector> m_faults;
     ProcessRecord m_record;
-    Agent::Hosting::ObjectPtr<EIL::Values::ValuesObject> m_view;
 };
 
 }  // namespace KALVO::DevHost

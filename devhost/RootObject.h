@@ -7,17 +7,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <span>
+#include <vector>
 
-#include "devhost/EventFilter.h"
 #include "devhost/FaultInjector.h"
-#include "devhost/HostConfiguration.h"
 #include "devhost/HostRef.h"
-#include "devhost/HostStorage.h"
-#include "devhost/LogSink.h"
-#include "devhost/MessageRouter.h"
-#include "devhost/MonitorRegistration.h"
-#include "devhost/ReportingService.h"
 #include "devhost/TrackedObject.h"
 #include "eil/object/LookupInterfaceImpl.h"
 #include "host/IObject.h"
@@ -25,40 +18,45 @@
 
 namespace KALVO::DevHost {
 
-// One part handed out by identifier: the fault that can stop it, and the part as the IObject of
-// its interface.
-struct PartEntry {
-    std::uint64_t id;
-    Operation operation;
-    Agent::Hosting::IObject* part;
-};
+// Host objects handed out by identifier. Any thread.
+class PartTable {
+public:
+    struct Part {
+        std::uint64_t id;
+        Operation operation;                      // the fault that can stop this one
+        HostRef<Agent::Hosting::IObject> object;  // the IObject of the part's interface
+    };
 
-// The part of identifier `id` among `parts` with a reference for the receiver; 43 when none.
-Result::Code HandOutPart(FaultInjector& faults, std::span<const PartEntry> parts, std::uint64_t id,
-                         Agent::Hosting::IObject*& out);
+    PartTable(std::shared_ptr<FaultInjector> faults, std::vector<Part> parts) noexcept
+        : m_faults(std::move(faults)), m_parts(std::move(parts)) {}
+
+    // The part of identifier `id` with a reference for the receiver; 43 when none, `out` untouched.
+    Result::Code HandOut(std::uint64_t id, Agent::Hosting::IObject*& out) const;
+
+private:
+    std::shared_ptr<FaultInjector> m_faults;
+    std::vector<Part> m_parts;
+};
 
 class ServiceProvider : public Agent::Hosting::IServiceProvider {
 public:
     static constexpr char const* Kind = "ServiceProvider";
     using Interfaces = EIL::Object::InterfaceList<Agent::Hosting::IServiceProvider>;
 
-    ServiceProvider(std::shared_ptr<FaultInjector> faults, HostRef<TrackedObject<ReportingService>> reporting,
-                    HostRef<TrackedObject<MonitorRegistration>> monitors, HostRef<TrackedObject<EventFilter>> filter)
-        : m_faults(std::move(faults)), m_reporting(std::move(reporting)), m_monitors(std::move(monitors)), m_filter(std::move(filter)) {}
+    explicit ServiceProvider(PartTable services) noexcept : m_services(std::move(services)) {}
 
-    // IServiceProvider. Any thread. An unknown service: 43, `out` untouched.
+    // IServiceProvider
     void Reserved3() override {}
     void Reserved4() override {}
-    Result::Code GetService(Agent::Hosting::ServiceId id, Agent::Hosting::IObject*& out) override;
+    Result::Code GetService(Agent::Hosting::ServiceId id, Agent::Hosting::IObject*& out) override {
+        return m_services.HandOut(id, out);
+    }
 
 protected:
     ~ServiceProvider() = default;
 
 private:
-    std::shared_ptr<FaultInjector> m_faults;
-    const HostRef<TrackedObject<ReportingService>> m_reporting;
-    const HostRef<TrackedObject<MonitorRegistration>> m_monitors;
-    const HostRef<TrackedObject<EventFilter>> m_filter;
+    const PartTable m_services;
 };
 
 // The root has no interface of its own beyond IObject, so it derives from a tag that is one.
@@ -71,26 +69,21 @@ class RootObject : public IHostRoot {
 public:
     static constexpr char const* Kind = "Host";
 
-    struct Parts {
-        HostRef<TrackedObject<ServiceProvider>> services;
-        HostRef<TrackedObject<MessageRouter>> router;
-        HostRef<TrackedObject<LogSink>> log;
-        HostRef<TrackedObject<HostConfiguration>> configuration;
-        HostRef<TrackedObject<HostStorage>> storage;
-    };
-
-    RootObject(std::shared_ptr<FaultInjector> faults, Parts parts) noexcept
+    RootObject(std::shared_ptr<FaultInjector> faults, PartTable parts) noexcept
         : m_faults(std::move(faults)), m_parts(std::move(parts)) {}
 
-    // Any thread. An unknown interface: 43, `out` untouched.
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
+    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
+        if (id != Agent::Hosting::IObject::Id) return m_parts.HandOut(id, out);
+        if (const auto failure = m_faults->Check(Operation::GetInterfaceObject)) return *failure;
+        return AnswerObjectOnly<IHostRoot>(this, id, out);
+    }
 
 protected:
     ~RootObject() = default;
 
 private:
     std::shared_ptr<FaultInjector> m_faults;
-    const Parts m_parts;
+    const PartTable m_parts;
 };
 
 }  // namespace KALVO::DevHost
