@@ -15,18 +15,20 @@
 
 namespace KALVO::DevHost::Tool {
 
-// Events by kind, counted from any number of threads; read once the counting threads are joined.
+// Events by kind (an enumeration of N kinds), counted from any number of threads; read once the
+// counting threads are joined.
+template <class Kind, std::size_t N>
 class KindCounts {
 public:
-    void Add(EventKind kind) noexcept { m_counts[static_cast<std::size_t>(kind)].fetch_add(1, std::memory_order_relaxed); }
-    std::uint64_t Of(EventKind kind) const noexcept { return m_counts[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); }
+    void Add(Kind kind) noexcept { m_counts[static_cast<std::size_t>(kind)].fetch_add(1, std::memory_order_relaxed); }
+    std::uint64_t Of(Kind kind) const noexcept { return m_counts[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); }
     std::uint64_t Total() const noexcept {
         return std::accumulate(m_counts.begin(), m_counts.end(), std::uint64_t{0},
                                [](std::uint64_t sum, const auto& count) { return sum + count.load(std::memory_order_relaxed); });
     }
 
 private:
-    std::array<std::atomic<std::uint64_t>, EventKindCount> m_counts{};  // counters only: relaxed
+    std::array<std::atomic<std::uint64_t>, N> m_counts{};  // counters only: relaxed
 };
 
 class SensorFeed final : public EventSink {
@@ -42,7 +44,7 @@ public:
 
 private:
     Host& m_host;
-    KindCounts m_delivered;
+    KindCounts<EventKind, EventKindCount> m_delivered;
 };
 
 class TraceWriter final : public EventSink {
@@ -55,7 +57,7 @@ public:
 
 private:
     LineOutput& m_output;
-    KindCounts m_written;
+    KindCounts<EventKind, EventKindCount> m_written;
 };
 
 }  // namespace KALVO::DevHost::Tool
