@@ -25,12 +25,12 @@ using Writer = RJ::Writer<RJ::StringBuffer>;
 void WriteContainer(Writer& writer, IValues& values, std::size_t depth);
 
 void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
+    const std::uint32_t type = value ? value->Type() : 0;
+    std::optional<std::uint64_t> number;
+    std::optional<std::string> bytes;
     if (!value) {
         writer.Null();
-        return;
-    }
-    const std::uint32_t type = value->Type();
-    if (type == static_cast<std::uint32_t>(ValueType::Object)) {
+    } else if (type == static_cast<std::uint32_t>(ValueType::Object)) {
         const ObjectPtr<IValues> inner = OpenContainer(*value);
         if (!inner) {
             writer.Null();
@@ -39,41 +39,20 @@ void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
         } else {
             WriteContainer(writer, *inner, depth + 1);
         }
-        return;
+    } else if (type == static_cast<std::uint32_t>(ValueType::UInt64) && (number = ReadNumber(*value))) {
+        writer.Uint64(*number);
+    } else if (type == static_cast<std::uint32_t>(ValueType::String) && (bytes = ReadBytes(*value))) {
+        WriteJsonText(writer, *bytes);
+    } else {
+        WriteJsonText(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
     }
-    if (type == static_cast<std::uint32_t>(ValueType::UInt64)) {
-        if (const std::optional<std::uint64_t> number = ReadNumber(*value)) {
-            writer.Uint64(*number);
-            return;
-        }
-    }
-    if (type == static_cast<std::uint32_t>(ValueType::String)) {
-        if (const std::optional<std::string> bytes = ReadBytes(*value)) {
-            WriteJsonText(writer, *bytes);
-            return;
-        }
-    }
-    WriteJsonText(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
 }
 
 void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
-    struct Entry {
-        EntryKey key;
-        ObjectPtr<IValue> value;
-    };
-    std::vector<Entry> entries;
-    const std::uint64_t count = values.Count();
-    bool isList = true;
-    for (std::uint64_t index = 0; index < count; ++index) {
-        ObjectPtr<IValue> value;
-        ObjectPtr<IValue> key;
-        if (values.GetByIndex(static_cast<unsigned long>(index), value, &key) != Result::Success) break;
-        std::optional<EntryKey> entryKey = ReadKey(key.Get());
-        if (!entryKey) continue;
-        if (entryKey->name || entryKey->id != entries.size()) isList = false;
-        entries.push_back(Entry{std::move(*entryKey), std::move(value)});
-    }
-    if (isList && !entries.empty()) {
+    const std::vector<Entry> entries = ReadEntries(values);
+    bool isList = !entries.empty();
+    for (std::size_t index = 0; index < entries.size(); ++index) isList &= !entries[index].key.name && entries[index].key.id == index;
+    if (isList) {
         writer.StartArray();
         for (const Entry& entry : entries) WriteValue(writer, entry.value.Get(), depth);
         writer.EndArray();
