@@ -42,7 +42,10 @@ Host::Host(HostOptions options)
       m_router(MakePart<MessageRouter>(m_ledger, m_faults, m_ledger)),
       m_reporting(MakePart<ReportingService>(m_ledger, m_faults, m_ledger)),
       m_monitors(MakePart<MonitorRegistration>(m_ledger, m_faults, m_ledger, ShareOf(m_log))),
-      m_filter(MakePart<EventFilter>(m_ledger, m_faults)) {
+      m_filter(MakePart<EventFilter>(m_ledger, m_faults)),
+      m_root(MakeRoot()) {}
+
+HostRef<TrackedObject<RootObject>> Host::MakeRoot() const {
     using namespace Agent::Hosting;
     std::vector<PartTable::Part> services;
     services.push_back(PartOf<Reporting::IReportingService>(Reporting::IReportingService::ServiceId,
@@ -58,7 +61,7 @@ Host::Host(HostOptions options)
     parts.push_back(PartOf<Configuration::IConfiguration>(Configuration::IConfiguration::Id, Operation::GetInterfaceConfiguration,
                                                           m_configuration));
     parts.push_back(PartOf<Storage::IStorage>(Storage::IStorage::Id, Operation::GetInterfaceStorage, m_storage));
-    m_root = MakePart<RootObject>(m_ledger, m_faults, PartTable(m_faults, std::move(parts)));
+    return MakePart<RootObject>(m_ledger, m_faults, PartTable(m_faults, std::move(parts)));
 }
 
 Host::~Host() = default;

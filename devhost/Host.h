@@ -67,6 +67,9 @@ public:
     std::string DescribeOutstandingReferences() const;
 
 private:
+    // The host object, with the parts made before it.
+    HostRef<TrackedObject<RootObject>> MakeRoot() const;
+
     std::shared_ptr<ObjectLedger> m_ledger;
     std::shared_ptr<FaultInjector> m_faults;
     HostRef<TrackedObject<LogSink>> m_log;

@@ -80,6 +80,36 @@ bool ReadMore(int fd, std::string& buffer, const SignalWatcher& signals) {
     return false;
 }
 
+// Parses the lines of `fd` until its end or a stop request and hands each event to `deliver`;
+// returns how many lines were skipped. `name` names the trace in warnings.
+template <class Deliver>
+std::uint64_t ReadTrace(int fd, const std::string& name, const SignalWatcher& signals, Deliver&& deliver) {
+    std::uint64_t skipped = 0;
+    std::string buffer;
+    std::size_t start = 0;  // of the next line in `buffer`
+    std::uint64_t lineNumber = 0;
+    for (bool more = true;;) {
+        std::size_t end = buffer.find('\n', start);
+        if (end == std::string::npos) {
+            buffer.erase(0, start);
+            start = 0;
+            if (more && (more = ReadMore(fd, buffer, signals))) continue;
+            if (signals.StopRequested() || buffer.empty()) return skipped;
+            end = buffer.size();  // a last line without a line feed
+        }
+        const std::string_view line(buffer.data() + start, end - start);
+        start = std::min(end + 1, buffer.size());
+        ++lineNumber;
+        if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;  // blank lines are harmless
+        try {
+            deliver(ParseTraceLine(line));
+        } catch (const TraceFormatError& error) {
+            if (++skipped <= NamedSkips) Warn(name + ":" + std::to_string(lineNumber) + ": line skipped: " + error.what());
+            if (skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
+        }
+    }
+}
+
 }  // namespace
 
 ReplayResult Replay(const ReplayOptions& options, EventSink& sink, SignalWatcher& signals) {
@@ -94,56 +124,28 @@ ReplayResult Replay(const ReplayOptions& options, EventSink& sink, SignalWatcher
         throw std::runtime_error("cannot read trace " + options.path + ": it is a directory");
     const std::string name = fromStdin ? std::string("stdin") : options.path;
 
-    ReplayResult result;
     std::atomic<std::uint64_t> delivered{0};
     const auto deliver = [&](const TraceEvent& event) {
         sink.Deliver(event);
         delivered.fetch_add(1, std::memory_order_relaxed);
     };
-    EventQueue queue;
-    std::vector<std::thread> workers;
-    const auto joiner = EIL::Core::MakeScopeExit([&] {
-        queue.Close();
-        for (std::thread& worker : workers) worker.join();
-    });
-    for (unsigned index = 0; options.threads > 1 && index < options.threads; ++index) {
-        workers.emplace_back([&] {
-            while (std::optional<TraceEvent> event = queue.Pop()) deliver(*event);
+    ReplayResult result;
+    if (options.threads <= 1) {
+        result.skipped = ReadTrace(fd, name, signals, deliver);
+    } else {
+        EventQueue queue;
+        std::vector<std::thread> workers;
+        const auto joiner = EIL::Core::MakeScopeExit([&] {
+            queue.Close();
+            for (std::thread& worker : workers) worker.join();
         });
-    }
-
-    std::string buffer;
-    std::size_t start = 0;  // of the next line in `buffer`
-    std::uint64_t lineNumber = 0;
-    for (bool more = true;;) {
-        std::size_t end = buffer.find('\n', start);
-        if (end == std::string::npos) {
-            buffer.erase(0, start);
-            start = 0;
-            if (more && (more = ReadMore(fd, buffer, signals))) continue;
-            if (signals.StopRequested() || buffer.empty()) break;
-            end = buffer.size();  // a last line without a line feed
+        for (unsigned index = 0; index < options.threads; ++index) {
+            workers.emplace_back([&] {
+                while (std::optional<TraceEvent> event = queue.Pop()) deliver(*event);
+            });
         }
-        const std::string_view line(buffer.data() + start, end - start);
-        start = std::min(end + 1, buffer.size());
-        ++lineNumber;
-        if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;  // blank lines are harmless
-        try {
-            TraceEvent event = ParseTraceLine(line);
-            if (workers.empty()) {
-                deliver(event);
-            } else {
-                queue.Push(std::move(event));
-            }
-        } catch (const TraceFormatError& error) {
-            if (++result.skipped <= NamedSkips)
-                Warn(name + ":" + std::to_string(lineNumber) + ": line skipped: " + error.what());
-            if (result.skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
-        }
+        result.skipped = ReadTrace(fd, name, signals, [&](TraceEvent event) { queue.Push(std::move(event)); });
     }
-    queue.Close();
-    for (std::thread& worker : workers) worker.join();
-    workers.clear();
     result.delivered = delivered.load(std::memory_order_relaxed);
     return result;
 }
