@@ -2,7 +2,6 @@
 
 #include <string_view>
 
-#include "devhost/TrackedObject.h"
 
 namespace KALVO::DevHost {
 
@@ -19,10 +18,6 @@ std::uint64_t EventFilter::Calls() const {
 std::uint64_t EventFilter::Suppressed() const {
     std::lock_guard lock(m_mutex);
     return m_suppressed;
-}
-
-Result::Code EventFilter::LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
-    return AnswerObjectOnly<ESP::v0::IEventFilter>(this, id, out);
 }
 
 std::uint32_t EventFilter::FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>&,

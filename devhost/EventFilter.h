@@ -12,6 +12,7 @@
 
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
+#include "devhost/TrackedObject.h"
 #include "host/IEventFilter.h"
 #include "host/IObject.h"
 
@@ -34,7 +35,9 @@ public:
     std::uint64_t Suppressed() const;
 
     // Only IObject: IEventFilter is found as a service and has no identifier of its own.
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
+    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
+        return AnswerObjectOnly<ESP::v0::IEventFilter>(this, id, out);
+    }
 
     // IEventFilter
     void Reserved3() override {}

@@ -75,14 +75,6 @@ FaultRule ParseFaultRule(std::string_view text) {
     return FaultRule{static_cast<Operation>(found - std::begin(Names)), code, count};
 }
 
-void FaultInjector::FailNext(Operation operation, Result::Code code, std::uint64_t count) noexcept {
-    Apply(FaultRule{operation, code, count});
-}
-
-void FaultInjector::FailAlways(Operation operation, Result::Code code) noexcept {
-    Apply(FaultRule{operation, code, std::nullopt});
-}
-
 void FaultInjector::Apply(const FaultRule& rule) noexcept {
     std::lock_guard lock(m_mutex);
     Slot& slot = m_slots[static_cast<std::size_t>(rule.operation)];

@@ -78,9 +78,11 @@ public:
     FaultInjector& operator=(const FaultInjector&) = delete;
 
     // The next `count` calls of `operation` fail with `code` (replacing an earlier setting).
-    void FailNext(Operation operation, Result::Code code, std::uint64_t count = 1) noexcept;
+    void FailNext(Operation operation, Result::Code code, std::uint64_t count = 1) noexcept {
+        Apply(FaultRule{operation, code, count});
+    }
     // Every call of `operation` fails with `code` until ClearAll.
-    void FailAlways(Operation operation, Result::Code code) noexcept;
+    void FailAlways(Operation operation, Result::Code code) noexcept { Apply(FaultRule{operation, code, std::nullopt}); }
     void Apply(const FaultRule& rule) noexcept;
     void ClearAll() noexcept;
 

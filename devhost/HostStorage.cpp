@@ -1,6 +1,7 @@
 #include "devhost/HostStorage.h"
 
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 #include "devhost/Boundary.h"
@@ -17,9 +18,7 @@ Result::Code HostStorage::GetValue(char const* scope, char const* key, void* buf
         std::optional<std::string> value;
         try {
             value = m_store.Read(scope, key);
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (...) {
+        } catch (const std::runtime_error&) {  // the store failed
             return Result::OperationCanceled;
         }
         if (!value) return Result::InvalidArgument;
@@ -39,9 +38,7 @@ Result::Code HostStorage::SetValue(char const* scope, char const* key, void cons
         const std::string_view value(static_cast<char const*>(data), static_cast<std::size_t>(size));
         try {
             m_store.Write(scope, key, size == 0 ? std::string_view() : value);
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (...) {
+        } catch (const std::runtime_error&) {  // the store failed
             return Result::OperationCanceled;
         }
         return Result::Success;

@@ -118,10 +118,6 @@ void MonitorRegistration::Clear() {
     if (t_deliveryDepth == 0) std::unique_lock wait(m_delivering);
 }
 
-Result::Code MonitorRegistration::LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
-    return AnswerObjectOnly<ESP::v0::IMonitorRegistration>(this, id, out);
-}
-
 Result::Code MonitorRegistration::Register(Operation operation, List& list, void* monitor, std::uint32_t mask) {
     if (const auto failure = m_faults->Check(operation)) return *failure;
     if (!monitor) return Result::InvalidArgument;
@@ -146,22 +142,6 @@ Result::Code MonitorRegistration::Unregister(Operation operation, List& list, vo
         if (t_deliveryDepth == 0) std::unique_lock wait(m_delivering);
         return Result::Success;
     });
-}
-
-Result::Code MonitorRegistration::RegisterProcessMonitor(IProcessMonitor* monitor, std::uint32_t eventMask) {
-    return Register(Operation::RegisterProcessMonitor, m_process, monitor, eventMask);
-}
-
-Result::Code MonitorRegistration::UnregisterProcessMonitor(IProcessMonitor* monitor) {
-    return Unregister(Operation::UnregisterProcessMonitor, m_process, monitor);
-}
-
-Result::Code MonitorRegistration::RegisterShellMonitor(IShellMonitor* monitor, std::uint32_t eventMask) {
-    return Register(Operation::RegisterShellMonitor, m_shell, monitor, eventMask);
-}
-
-Result::Code MonitorRegistration::UnregisterShellMonitor(IShellMonitor* monitor) {
-    return Unregister(Operation::UnregisterShellMonitor, m_shell, monitor);
 }
 
 }  // namespace KALVO::DevHost

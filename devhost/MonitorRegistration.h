@@ -72,15 +72,24 @@ public:
     void Clear();
 
     // Only IObject: IMonitorRegistration is found as a service and has no identifier of its own.
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
+    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
+        return AnswerObjectOnly<ESP::v0::IMonitorRegistration>(this, id, out);
+    }
 
-    // IMonitorRegistration. Any thread.
-    // Null monitor, or one already registered: 22.
-    Result::Code RegisterProcessMonitor(ESP::v0::IProcessMonitor* monitor, std::uint32_t eventMask) override;
-    // A monitor not registered: 2.
-    Result::Code UnregisterProcessMonitor(ESP::v0::IProcessMonitor* monitor) override;
-    Result::Code RegisterShellMonitor(ESP::v0::IShellMonitor* monitor, std::uint32_t eventMask) override;
-    Result::Code UnregisterShellMonitor(ESP::v0::IShellMonitor* monitor) override;
+    // IMonitorRegistration. Any thread. Registering a null monitor, or one already registered:
+    // 22; unregistering a monitor not registered: 2.
+    Result::Code RegisterProcessMonitor(ESP::v0::IProcessMonitor* monitor, std::uint32_t eventMask) override {
+        return Register(Operation::RegisterProcessMonitor, m_process, monitor, eventMask);
+    }
+    Result::Code UnregisterProcessMonitor(ESP::v0::IProcessMonitor* monitor) override {
+        return Unregister(Operation::UnregisterProcessMonitor, m_process, monitor);
+    }
+    Result::Code RegisterShellMonitor(ESP::v0::IShellMonitor* monitor, std::uint32_t eventMask) override {
+        return Register(Operation::RegisterShellMonitor, m_shell, monitor, eventMask);
+    }
+    Result::Code UnregisterShellMonitor(ESP::v0::IShellMonitor* monitor) override {
+        return Unregister(Operation::UnregisterShellMonitor, m_shell, monitor);
+    }
 
 protected:
     ~MonitorRegistration() = default;

@@ -63,9 +63,8 @@ public:
 
     Result::Code GetInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) override {
         if (id == IHostObject::Id) {
-            IHostObject* self = this;
-            self->AddRef();
-            out = self;
+            AddRef();
+            out = static_cast<IHostObject*>(this);
             return Result::Success;
         }
         return EIL::Object::LookupInterfaceImpl<T>::GetInterface(id, out);

@@ -73,15 +73,11 @@ void ConfigWatcher::Watch() {
             if (m_exit) return;
             triggered = std::exchange(m_triggered, false);
         }
-        if (!m_path) {
-            if (triggered) m_apply(std::nullopt);
-            continue;
-        }
-        const Stamp stamp = StampOf();
+        const Stamp stamp = StampOf();  // always nothing without a file
         if (!triggered && stamp == m_stamp) continue;
         m_stamp = stamp;
         try {
-            m_apply(ReadConfigurationFile(*m_path));
+            m_apply(m_path ? std::optional(ReadConfigurationFile(*m_path)) : std::nullopt);
         } catch (const std::exception& error) {
             Warn(std::string(error.what()) + "; the sensor keeps its configuration");
         }
