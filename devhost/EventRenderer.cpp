@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "devhost/ValueReading.h"

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <system_error>

@@ -2,7 +2,6 @@
 // lets a test or tool send a command the way the agent would (Execute), collecting the answer.
 #pragma once
 
-#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>

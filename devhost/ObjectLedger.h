@@ -6,7 +6,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>

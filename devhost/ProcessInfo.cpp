@@ -1,6 +1,5 @@
 #include "devhost/ProcessInfo.h"
 
-#include <string>
 #include <utility>
 
 #include "devhost/TrackedObject.h"

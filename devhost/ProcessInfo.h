@@ -6,7 +6,6 @@
 // other; it is read-only (Set, Remove and Clear answer 100).
 #pragma once
 
-#include <cstdint>
 #include <memory>
 
 #include "devhost/FaultInjector.h"

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <sstream>
+#include <utility>
 
 #include "devhost/tool/Console.h"
 #include "eil/json/RapidJson.h"

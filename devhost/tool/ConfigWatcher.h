@@ -15,7 +15,6 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
 
 namespace KALVO::DevHost::Tool {
 
