@@ -22,16 +22,15 @@ std::uint64_t EventFilter::Suppressed() const {
 
 std::uint32_t EventFilter::FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>&,
                                        Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>&, char const* context) {
-    std::uint32_t answer = 0;
+    std::optional<Result::Code> failure;
     try {
         m_contexts.Emplace(context ? std::string_view(context) : std::string_view());
-        const std::optional<Result::Code> failure = m_faults->Check(Operation::Filter);
-        std::lock_guard lock(m_mutex);
-        answer = failure ? *failure : m_answer;
+        failure = m_faults->Check(Operation::Filter);
     } catch (...) {
-        answer = 0;  // let the event through, as a filter that failed would
+        failure = 0;  // let the event through, as a filter that failed would
     }
     std::lock_guard lock(m_mutex);
+    const std::uint32_t answer = failure ? *failure : m_answer;
     ++m_calls;
     if (answer == IEventFilter::Suppress) ++m_suppressed;
     return answer;
