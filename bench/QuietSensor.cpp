@@ -30,7 +30,9 @@ QuietSensor::ProcessPtr QuietSensor::Process(std::string uid, std::string path, 
     return m_host->MakeProcess(std::move(record));
 }
 
-QuietSensor::EventPtr QuietSensor::Event() { return EventPtr(DevHost::TrackedObject<DevHost::EventInfo>::MakeUnlisted().Get()); }
+QuietSensor::EventPtr QuietSensor::Event() {
+    return DevHost::TrackedObject<DevHost::EventInfo>::Make(std::make_shared<DevHost::ObjectLedger>());
+}
 
 ESP::v0::IProcessMonitor& QuietSensor::ProcessMonitor() const {
     return *static_cast<ESP::v0::IProcessMonitor*>(m_host->Monitors().ProcessMonitors().at(0).monitor);

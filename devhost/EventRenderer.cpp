@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "devhost/ValueReading.h"
@@ -25,12 +24,12 @@ using Writer = RJ::Writer<RJ::StringBuffer>;
 void WriteContainer(Writer& writer, IValues& values, std::size_t depth);
 
 void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
+    const std::uint32_t type = value ? value->Type() : 0;
+    std::optional<std::uint64_t> number;
+    std::optional<std::string> bytes;
     if (!value) {
         writer.Null();
-        return;
-    }
-    const std::uint32_t type = value->Type();
-    if (type == static_cast<std::uint32_t>(ValueType::Object)) {
+    } else if (type == static_cast<std::uint32_t>(ValueType::Object)) {
         const ObjectPtr<IValues> inner = OpenContainer(*value);
         if (!inner) {
             writer.Null();
@@ -39,41 +38,20 @@ void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
         } else {
             WriteContainer(writer, *inner, depth + 1);
         }
-        return;
+    } else if (type == static_cast<std::uint32_t>(ValueType::UInt64) && (number = ReadNumber(*value))) {
+        writer.Uint64(*number);
+    } else if (type == static_cast<std::uint32_t>(ValueType::String) && (bytes = ReadBytes(*value))) {
+        WriteJsonText(writer, *bytes);
+    } else {
+        WriteJsonText(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
     }
-    if (type == static_cast<std::uint32_t>(ValueType::UInt64)) {
-        if (const std::optional<std::uint64_t> number = ReadNumber(*value)) {
-            writer.Uint64(*number);
-            return;
-        }
-    }
-    if (type == static_cast<std::uint32_t>(ValueType::String)) {
-        if (const std::optional<std::string> bytes = ReadBytes(*value)) {
-            WriteJsonText(writer, *bytes);
-            return;
-        }
-    }
-    WriteJsonText(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
 }
 
 void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
-    struct Entry {
-        EntryKey key;
-        ObjectPtr<IValue> value;
-    };
-    std::vector<Entry> entries;
-    const std::uint64_t count = values.Count();
-    bool isList = true;
-    for (std::uint64_t index = 0; index < count; ++index) {
-        ObjectPtr<IValue> value;
-        ObjectPtr<IValue> key;
-        if (values.GetByIndex(static_cast<unsigned long>(index), value, &key) != Result::Success) break;
-        std::optional<EntryKey> entryKey = ReadKey(key.Get());
-        if (!entryKey) continue;
-        if (entryKey->name || entryKey->id != entries.size()) isList = false;
-        entries.push_back(Entry{std::move(*entryKey), std::move(value)});
-    }
-    if (isList && !entries.empty()) {
+    const std::vector<Entry> entries = ReadEntries(values);
+    bool isList = !entries.empty();
+    for (std::size_t index = 0; index < entries.size(); ++index) isList &= !entries[index].key.name && entries[index].key.id == index;
+    if (isList) {
         writer.StartArray();
         for (const Entry& entry : entries) WriteValue(writer, entry.value.Get(), depth);
         writer.EndArray();
@@ -87,17 +65,8 @@ void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
     writer.EndObject();
 }
 
-std::optional<std::string> StringMember(IValues& values, char const* name) {
-    ObjectPtr<IValue> value;
-    if (values.Get(EIL::Values::Identifier(name), value) != Result::Success || !value ||
-        value->Type() != static_cast<std::uint32_t>(ValueType::String)) {
-        return std::nullopt;
-    }
-    return ReadBytes(*value);
-}
-
-void WriteMember(Writer& writer, char const* name, IValues* values) {
-    writer.Key(name);
+void WriteMember(Writer& writer, std::string_view name, IValues* values) {
+    WriteJsonText(writer, name);
     if (values) {
         WriteContainer(writer, *values, 0);
     } else {
@@ -105,20 +74,23 @@ void WriteMember(Writer& writer, char const* name, IValues* values) {
     }
 }
 
-}  // namespace
-
-std::string RenderValuesJson(IValues& values) {
+std::string RenderValuesJson(IValues& values, std::size_t depth) {
     RJ::StringBuffer buffer;
     Writer writer(buffer);
-    WriteContainer(writer, values, 0);
+    WriteContainer(writer, values, depth);
     return std::string(buffer.GetString(), buffer.GetSize());
 }
 
 std::string DescribeObservable(IValues& observable) {
     for (char const* name : {"path", "command", "command_line", "name"}) {
-        if (std::optional<std::string> text = StringMember(observable, name)) return ValidUtf8(*text);
+        ObjectPtr<IValue> value;
+        if (observable.Get(EIL::Values::Identifier(name), value) != Result::Success || !value ||
+            value->Type() != static_cast<std::uint32_t>(ValueType::String)) {
+            continue;
+        }
+        if (std::optional<std::string> text = ReadBytes(*value)) return *text;
     }
-    return RenderValuesJson(observable);
+    return RenderValuesJson(observable, 0);
 }
 
 std::string RenderMessage(const ObservationRecord& observation) {
@@ -130,48 +102,36 @@ std::string RenderMessage(const ObservationRecord& observation) {
         const std::size_t close = open == std::string_view::npos ? open : message.find('}', open + 1);
         if (close == std::string_view::npos) break;
         text.append(message.substr(position, open - position));
-        const std::string_view name = message.substr(open + 1, close - open - 1);
-        if (IValues* observable = observation.Find(name)) {
+        if (IValues* observable = observation.Find(message.substr(open + 1, close - open - 1))) {
             text.append(DescribeObservable(*observable));
         } else {
             text.append(message.substr(open, close - open + 1));
         }
         position = close + 1;
     }
-    text.append(message.substr(position));
-    return ValidUtf8(text);
+    return text.append(message.substr(position));
 }
+
+}  // namespace
+
+std::string RenderValuesJson(IValues& values) { return RenderValuesJson(values, 0); }
 
 std::string RenderEventJson(const EventRecord& event) {
     RJ::StringBuffer buffer;
     Writer writer(buffer);
     writer.StartObject();
-    writer.Key("sequence");
-    writer.Uint64(event.sequence);
-    writer.Key("observations");
-    writer.StartArray();
+    writer.Key("sequence"), writer.Uint64(event.sequence);
+    writer.Key("observations"), writer.StartArray();
     for (const ObservationRecord& observation : event.observations) {
         writer.StartObject();
-        writer.Key("severity");
-        writer.Uint(observation.severity);
-        writer.Key("type_id");
-        WriteJsonText(writer, observation.typeId);
-        writer.Key("message");
-        WriteJsonText(writer, observation.message);
-        writer.Key("text");
-        WriteJsonText(writer, RenderMessage(observation));
+        writer.Key("severity"), writer.Uint(observation.severity);
+        writer.Key("type_id"), WriteJsonText(writer, observation.typeId);
+        writer.Key("message"), WriteJsonText(writer, observation.message);
+        writer.Key("text"), WriteJsonText(writer, RenderMessage(observation));
         WriteMember(writer, "source", observation.source.Get());
         WriteMember(writer, "tags", observation.tags.Get());
-        writer.Key("observables");
-        writer.StartObject();
-        for (const ObservableRecord& observable : observation.observables) {
-            WriteJsonText(writer, observable.name);
-            if (observable.values) {
-                WriteContainer(writer, *observable.values, 0);
-            } else {
-                writer.Null();
-            }
-        }
+        writer.Key("observables"), writer.StartObject();
+        for (const ObservableRecord& observable : observation.observables) WriteMember(writer, observable.name, observable.values.Get());
         writer.EndObject();
         writer.EndObject();
     }

@@ -18,17 +18,13 @@ namespace KALVO::DevHost {
 // except std::bad_alloc.
 std::string RenderValuesJson(EIL::Values::IValues& values);
 
-// How an observable reads in a sentence: its "path" (a process), else its "command" (a shell
-// command), else its "command_line", else its "name", else its compact JSON.
-std::string DescribeObservable(EIL::Values::IValues& observable);
-
-// The message template with each {name} replaced by DescribeObservable of the observable of
-// that name; names with no observable are left as written.
-std::string RenderMessage(const ObservationRecord& observation);
-
 // One event as one line of JSON:
 // {"sequence":N,"observations":[{"severity":0,"type_id":"…","message":"…","text":"…",
 //  "source":{…},"tags":[…],"observables":{"child":{…},…}}]}
+// where "text" is the message with each {name} replaced by how the observable of that name
+// reads in a sentence: its "path" (a process), else its "command" (a shell command), else its
+// "command_line", else its "name", else its compact JSON (names with no observable are left
+// as written).
 std::string RenderEventJson(const EventRecord& event);
 
 }  // namespace KALVO::DevHost

@@ -13,21 +13,17 @@
 #include <memory>
 #include <string>
 
+#include "devhost/ObjectLedger.h"
+#include "devhost/ProcessRecord.h"
 #include "devhost/EventFilter.h"
-#include "devhost/FaultInjector.h"
 #include "devhost/HostConfiguration.h"
-#include "devhost/HostRef.h"
 #include "devhost/HostStorage.h"
 #include "devhost/LogSink.h"
 #include "devhost/MessageRouter.h"
 #include "devhost/MonitorRegistration.h"
-#include "devhost/ObjectLedger.h"
-#include "devhost/ProcessInfo.h"
-#include "devhost/ProcessRecord.h"
 #include "devhost/ReportingService.h"
 #include "devhost/RootObject.h"
 #include "devhost/TrackedObject.h"
-#include "host/IObject.h"
 #include "host/IProcessInfo.h"
 #include "host/ObjectPtr.h"
 
@@ -71,6 +67,9 @@ public:
     std::string DescribeOutstandingReferences() const;
 
 private:
+    // The host object, with the parts made before it.
+    HostRef<TrackedObject<RootObject>> MakeRoot() const;
+
     std::shared_ptr<ObjectLedger> m_ledger;
     std::shared_ptr<FaultInjector> m_faults;
     HostRef<TrackedObject<LogSink>> m_log;

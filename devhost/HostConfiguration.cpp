@@ -1,6 +1,5 @@
 #include "devhost/HostConfiguration.h"
 
-#include <cstring>
 #include <utility>
 
 #include "devhost/Boundary.h"
@@ -25,11 +24,6 @@ std::size_t HostConfiguration::OutstandingTexts() const {
     return m_handedOut.size();
 }
 
-std::uint64_t HostConfiguration::TextsHandedOut() const {
-    std::lock_guard lock(m_mutex);
-    return m_handedOutTotal;
-}
-
 std::uint64_t HostConfiguration::UnknownReleases() const {
     std::lock_guard lock(m_mutex);
     return m_unknownReleases;
@@ -39,19 +33,17 @@ Result::Code HostConfiguration::GetData(char const*& text, std::uint64_t& length
     if (const auto failure = m_faults->Check(Operation::GetData)) return *failure;
     return AtBoundary([&] {
         std::lock_guard lock(m_mutex);
-        auto copy = std::make_unique<char[]>(m_text.size() + 1);  // zeroed, so terminated
-        std::memcpy(copy.get(), m_text.data(), m_text.size());
-        char const* handed = copy.get();
-        m_handedOut.emplace(handed, std::move(copy));
-        ++m_handedOutTotal;
-        text = handed;
-        length = m_text.size();
+        auto copy = std::make_unique<std::string>(m_text);
+        const std::string& handed = *copy;
+        m_handedOut.emplace(handed.c_str(), std::move(copy));
+        text = handed.c_str();
+        length = handed.size();
         return Result::Success;
     });
 }
 
 void HostConfiguration::ReleaseData(char const* text) {
-    std::unique_ptr<char[]> released;  // freed outside the lock
+    std::unique_ptr<std::string> released;  // freed outside the lock
     std::lock_guard lock(m_mutex);
     const auto found = m_handedOut.find(text);
     if (found == m_handedOut.end()) {

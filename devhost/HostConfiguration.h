@@ -29,8 +29,6 @@ public:
 
     // Texts handed out by GetData and not yet given back.
     std::size_t OutstandingTexts() const;
-    // Successful GetData calls so far.
-    std::uint64_t TextsHandedOut() const;
     // ReleaseData calls with a pointer that was not outstanding (never handed out, or given
     // back twice); such calls are otherwise ignored.
     std::uint64_t UnknownReleases() const;
@@ -48,8 +46,7 @@ private:
     std::shared_ptr<FaultInjector> m_faults;
     mutable std::mutex m_mutex;  // guards everything below
     std::string m_text;
-    std::unordered_map<char const*, std::unique_ptr<char[]>> m_handedOut;
-    std::uint64_t m_handedOutTotal = 0;
+    std::unordered_map<char const*, std::unique_ptr<std::string>> m_handedOut;  // by the text handed out
     std::uint64_t m_unknownReleases = 0;
 };
 

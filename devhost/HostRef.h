@@ -31,30 +31,14 @@ public:
 
     HostRef(HostRef&& other) noexcept
         : m_object(std::move(other.m_object)), m_tracking(std::exchange(other.m_tracking, nullptr)) {}
-
-    HostRef& operator=(HostRef&& other) noexcept {
-        if (this != &other) {
-            Reset();
-            m_object = std::move(other.m_object);
-            m_tracking = std::exchange(other.m_tracking, nullptr);
-        }
-        return *this;
-    }
-
+    // Move assignment: not needed; safe to add.
+    HostRef& operator=(HostRef&&) = delete;
     HostRef(const HostRef&) = delete;  // use Share(ref.Get()) to take a second reference
     HostRef& operator=(const HostRef&) = delete;
 
-    ~HostRef() { Reset(); }
-
-    void Reset() noexcept {
-        if (ObjectTracking* tracking = std::exchange(m_tracking, nullptr)) {
-            tracking->hostReferences.fetch_sub(1, std::memory_order_relaxed);
-        }
-        m_object.Reset();
+    ~HostRef() {
+        if (m_tracking) m_tracking->hostReferences.fetch_sub(1, std::memory_order_relaxed);
     }
-
-    // A new counted reference for someone else (it counts as outstanding while they hold it).
-    Agent::Hosting::ObjectPtr<T> Lend() const noexcept { return m_object; }
 
     T* Get() const noexcept { return m_object.Get(); }
     T* operator->() const noexcept { return m_object.Get(); }

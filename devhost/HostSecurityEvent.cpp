@@ -3,25 +3,49 @@
 #include <utility>
 
 #include "devhost/Boundary.h"
+#include "devhost/ValuesSnapshot.h"
 
 namespace KALVO::DevHost {
 
 using Agent::Hosting::ObjectPtr;
 using EIL::Values::IValues;
 
-HostSecurityEvent::HostSecurityEvent(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger)
-    : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
+namespace {
 
-std::vector<HostObservation::Contents> HostSecurityEvent::Observations() const {
-    std::vector<HostObservation::Contents> observations;
-    std::lock_guard lock(m_mutex);
-    observations.reserve(m_observations.size());
-    for (const auto& observation : m_observations) observations.push_back(observation->Read());
-    return observations;
+// The host's own objects are kept as they are; anything else is copied (see EventRecord).
+HostRef<IValues> Keep(IValues* values) {
+    if (!values) return {};
+    if (AsHostObject(values)) return HostRef<IValues>::Share(values);
+    return HostRef<IValues>(ObjectPtr<IValues>(SnapshotValues(*values)));
 }
 
-Result::Code HostSecurityEvent::LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
-    return AnswerObjectOnly<Reporting::IHostSecurityEvent>(this, id, out);
+}  // namespace
+
+ObservationRecord HostObservation::Recorded() const {
+    ObservationRecord recorded{m_contents.severity, m_contents.typeId, m_contents.message,
+                               Keep(m_contents.source.Get()), Keep(m_contents.tags.Get()), {}};
+    std::lock_guard lock(m_mutex);
+    for (const ObservableRecord& observable : m_contents.observables)
+        recorded.observables.push_back(ObservableRecord{observable.name, Keep(observable.values.Get())});
+    return recorded;
+}
+
+Result::Code HostObservation::AddObservable(char const* name, ObjectPtr<IValues>& observable) {
+    if (const auto failure = m_faults->Check(Operation::AddObservable)) return *failure;
+    if (!name || !observable) return Result::InvalidArgument;
+    return AtBoundary([&] {
+        ObservableRecord entry{name, HostRef<IValues>::Share(observable.Get())};
+        std::lock_guard lock(m_mutex);
+        m_contents.observables.push_back(std::move(entry));
+        return Result::Success;
+    });
+}
+
+std::vector<ObservationRecord> HostSecurityEvent::Recorded() const {
+    std::vector<ObservationRecord> observations;
+    std::lock_guard lock(m_mutex);
+    for (const auto& observation : m_observations) observations.push_back(observation->Recorded());
+    return observations;
 }
 
 Result::Code HostSecurityEvent::CreateObservation(std::uint32_t severity, ObjectPtr<IValues>& source, char const* typeId,
@@ -31,8 +55,8 @@ Result::Code HostSecurityEvent::CreateObservation(std::uint32_t severity, Object
     if (!typeId || !message) return Result::InvalidArgument;
     return AtBoundary([&] {
         HostRef<TrackedObject<HostObservation>> made(TrackedObject<HostObservation>::Make(
-            m_ledger, m_faults, severity, HostRef<IValues>::Share(source.Get()), std::string(typeId),
-            std::string(message), HostRef<IValues>::Share(tags.Get())));
+            m_ledger, m_faults,
+            ObservationRecord{severity, typeId, message, HostRef<IValues>::Share(source.Get()), HostRef<IValues>::Share(tags.Get()), {}}));
         ObjectPtr<Reporting::IHostObservation> handed(made.Get());
         {
             std::lock_guard lock(m_mutex);

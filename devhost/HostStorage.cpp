@@ -1,6 +1,7 @@
 #include "devhost/HostStorage.h"
 
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 #include "devhost/Boundary.h"
@@ -10,18 +11,6 @@ namespace KALVO::DevHost {
 HostStorage::HostStorage(std::shared_ptr<FaultInjector> faults, std::string path)
     : m_faults(std::move(faults)), m_store(std::move(path)) {}
 
-std::optional<std::string> HostStorage::Read(std::string_view scope, std::string_view key) const {
-    return m_store.Read(scope, key);
-}
-
-void HostStorage::Write(std::string_view scope, std::string_view key, std::string_view value) {
-    m_store.Write(scope, key, value);
-}
-
-bool HostStorage::Erase(std::string_view scope, std::string_view key) { return m_store.Erase(scope, key); }
-
-std::vector<std::string> HostStorage::Keys(std::string_view scope) const { return m_store.Keys(scope); }
-
 Result::Code HostStorage::GetValue(char const* scope, char const* key, void* buffer, std::uint64_t& size) {
     if (const auto failure = m_faults->Check(Operation::GetValue)) return *failure;
     if (!scope || !key || (!buffer && size != 0)) return Result::InvalidArgument;
@@ -29,9 +18,7 @@ Result::Code HostStorage::GetValue(char const* scope, char const* key, void* buf
         std::optional<std::string> value;
         try {
             value = m_store.Read(scope, key);
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (...) {
+        } catch (const std::runtime_error&) {  // the store failed
             return Result::OperationCanceled;
         }
         if (!value) return Result::InvalidArgument;
@@ -51,9 +38,7 @@ Result::Code HostStorage::SetValue(char const* scope, char const* key, void cons
         const std::string_view value(static_cast<char const*>(data), static_cast<std::size_t>(size));
         try {
             m_store.Write(scope, key, size == 0 ? std::string_view() : value);
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (...) {
+        } catch (const std::runtime_error&) {  // the store failed
             return Result::OperationCanceled;
         }
         return Result::Success;

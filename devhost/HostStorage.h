@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/SqliteStore.h"
@@ -27,11 +26,8 @@ public:
 
     // Direct access for tests and tools: no fault injection, no call counting. Throw
     // std::runtime_error when the store fails.
-    std::optional<std::string> Read(std::string_view scope, std::string_view key) const;
-    void Write(std::string_view scope, std::string_view key, std::string_view value);
-    bool Erase(std::string_view scope, std::string_view key);
-    std::vector<std::string> Keys(std::string_view scope) const;
-    const std::string& Path() const noexcept { return m_store.Path(); }
+    std::optional<std::string> Read(std::string_view scope, std::string_view key) const { return m_store.Read(scope, key); }
+    void Write(std::string_view scope, std::string_view key, std::string_view value) { m_store.Write(scope, key, value); }
 
     // IStorage. Any thread, concurrently.
     void Reserved3() override {}

@@ -7,6 +7,8 @@
 
 namespace KALVO::DevHost {
 
+namespace {
+
 std::string SeverityName(std::uint32_t severity) {
     using Logging::v0::Severity;
     switch (static_cast<Severity>(severity)) {
@@ -18,47 +20,25 @@ std::string SeverityName(std::uint32_t severity) {
     return std::to_string(severity);
 }
 
-LogSink::LogSink(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
+}  // namespace
 
-void LogSink::SetRetention(std::size_t limit) { m_lines.SetLimit(limit); }
-
-void LogSink::SetEcho(std::ostream* stream, std::uint32_t threshold) {
+void LogSink::SetEcho(Echo echo, std::uint32_t threshold) {
     std::lock_guard lock(m_echoMutex);
-    m_echo = stream;
+    m_echo = std::move(echo);
     m_echoThreshold = threshold;
 }
 
-std::vector<LogLine> LogSink::Lines() const { return m_lines.Snapshot(); }
-
-std::uint64_t LogSink::LineCount() const { return m_lines.Total(); }
-
-std::size_t LogSink::CountContaining(std::string_view part) const {
+std::size_t LogSink::CountContaining(std::optional<std::uint32_t> severity, std::string_view part) const {
     const std::vector<LogLine> lines = Lines();
     return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
-        return line.text.find(part) != std::string::npos;
+        return (!severity || line.severity == *severity) && line.text.find(part) != std::string::npos;
     }));
-}
-
-std::size_t LogSink::CountContaining(std::uint32_t severity, std::string_view part) const {
-    const std::vector<LogLine> lines = Lines();
-    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
-        return line.severity == severity && line.text.find(part) != std::string::npos;
-    }));
-}
-
-void LogSink::Clear() { m_lines.Clear(); }
-
-void LogSink::HostLine(Logging::v0::Severity severity, std::string_view text) {
-    Record(LogLine{"devhost", static_cast<std::uint32_t>(severity), std::string(text)});
 }
 
 void LogSink::Record(LogLine line) {
     {
         std::lock_guard lock(m_echoMutex);
-        if (m_echo && line.severity <= m_echoThreshold) {
-            *m_echo << SeverityName(line.severity) << ' ' << line.logger << ": " << line.text << '\n';
-            m_echo->flush();
-        }
+        if (m_echo && line.severity <= m_echoThreshold) m_echo(SeverityName(line.severity) + ' ' + line.logger + ": " + line.text);
     }
     m_lines.Add(std::move(line));
 }

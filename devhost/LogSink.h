@@ -1,13 +1,14 @@
-// LogSink: the stand-in host's ILogSink. Records every line (logger name, severity number,
-// text) for tests to inspect, and can echo lines up to a chosen severity to a stream for a
-// person watching a tool. Thread-safe: plug-ins log from every thread.
+// LogSink: the stand-in host's ILogSink. Records every line (logger name, severity, text) for
+// tests to inspect, and can echo lines up to a chosen severity for a person watching a tool.
+// Thread-safe: plug-ins log from every thread.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
-#include <ostream>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,7 +23,7 @@ namespace KALVO::DevHost {
 
 struct LogLine {
     std::string logger;
-    std::uint32_t severity = 0;  // Error 2, Warn 3, Info 4, Trace 7
+    std::uint32_t severity = 0;  // a Logging::v0::Severity
     std::string text;
 };
 
@@ -30,26 +31,25 @@ class LogSink : public KALVO::Logging::ILogSink {
 public:
     static constexpr char const* Kind = "LogSink";
     using Interfaces = EIL::Object::InterfaceList<KALVO::Logging::ILogSink>;
+    // Receives "<severity> <logger>: <text>" ("error", "warn", "info", "trace", else the number).
+    using Echo = std::function<void(const std::string& line)>;
 
-    explicit LogSink(std::shared_ptr<FaultInjector> faults);
+    explicit LogSink(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
 
     // Lines are recorded by default; `limit` keeps only the latest ones (0 records none).
-    void SetRetention(std::size_t limit);
-    // Echoes each line whose severity number is at most `threshold` (3 shows Error and Warn)
-    // to `stream`, one line each: "<severity> <logger>: <text>". Null stops echoing. The
-    // stream must outlive the sink or the next SetEcho.
-    void SetEcho(std::ostream* stream, std::uint32_t threshold);
+    void SetRetention(std::size_t limit) { m_lines.SetLimit(limit); }
+    // Echoes each line whose severity is at most `threshold` (Warn shows Error and Warn), one
+    // call at a time; empty stops echoing.
+    void SetEcho(Echo echo, std::uint32_t threshold);
 
-    std::vector<LogLine> Lines() const;
-    // Lines logged since construction or Clear, retained or not.
-    std::uint64_t LineCount() const;
+    std::vector<LogLine> Lines() const { return m_lines.Snapshot(); }
     // Retained lines whose text contains `part` (and, when given, of that severity).
-    std::size_t CountContaining(std::string_view part) const;
-    std::size_t CountContaining(std::uint32_t severity, std::string_view part) const;
-    void Clear();
+    std::size_t CountContaining(std::string_view part) const { return CountContaining(std::nullopt, part); }
+    std::size_t CountContaining(std::optional<std::uint32_t> severity, std::string_view part) const;
+    void Clear() { m_lines.Clear(); }
 
-    // Writes a line of the host's own (logger "devhost") through the same path.
-    void HostLine(Logging::v0::Severity severity, std::string_view text);
+    // Records (and echoes) a line; the host's own lines come this way too, logger "devhost".
+    void Record(LogLine line);
 
     // ILogSink. Any thread. A null logger name is recorded as empty; a null text as empty.
     Result::Code Log(char const* loggerName, std::uint32_t severity, char const* text, unsigned long length) override;
@@ -58,16 +58,11 @@ protected:
     ~LogSink() = default;
 
 private:
-    void Record(LogLine line);
-
     std::shared_ptr<FaultInjector> m_faults;
     RetainedList<LogLine> m_lines;
-    std::mutex m_echoMutex;  // guards the echo settings and serialises writes to the stream
-    std::ostream* m_echo = nullptr;
+    std::mutex m_echoMutex;  // guards the echo settings and serialises the echo
+    Echo m_echo;
     std::uint32_t m_echoThreshold = 0;
 };
-
-// "error", "warn", "info", "trace", or the number for others.
-std::string SeverityName(std::uint32_t severity);
 
 }  // namespace KALVO::DevHost

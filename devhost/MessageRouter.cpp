@@ -14,8 +14,6 @@ using Messaging::ICommandHandler;
 MessageRouter::MessageRouter(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger)
     : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
 
-MessageRouter::~MessageRouter() = default;
-
 Result::Code MessageRouter::Execute(const std::string& routingKey, std::string_view payload, std::string& answer,
                                     StreamLimits limits) {
     answer.clear();
@@ -35,13 +33,6 @@ Result::Code MessageRouter::Execute(const std::string& routingKey, std::string_v
 bool MessageRouter::HasHandler(const std::string& routingKey) const {
     std::lock_guard lock(m_mutex);
     return m_handlers.contains(routingKey);
-}
-
-std::vector<std::string> MessageRouter::RoutingKeys() const {
-    std::lock_guard lock(m_mutex);
-    std::vector<std::string> keys;
-    for (const auto& entry : m_handlers) keys.push_back(entry.first);
-    return keys;
 }
 
 void MessageRouter::Clear() {

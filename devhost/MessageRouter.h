@@ -2,13 +2,11 @@
 // lets a test or tool send a command the way the agent would (Execute), collecting the answer.
 #pragma once
 
-#include <cstddef>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/ObjectLedger.h"
@@ -34,7 +32,6 @@ public:
                          StreamLimits limits = {});
 
     bool HasHandler(const std::string& routingKey) const;
-    std::vector<std::string> RoutingKeys() const;
     // Releases every handler (before unloading a plug-in that left one behind).
     void Clear();
 
@@ -45,7 +42,7 @@ public:
     Result::Code UnregisterCommandHandler(char const* routingKey) override;
 
 protected:
-    ~MessageRouter();
+    ~MessageRouter() = default;
 
 private:
     // Handlers belong to the plug-in; the router holds one reference on each.

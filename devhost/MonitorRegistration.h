@@ -9,17 +9,14 @@
 // for their whole run, and an unregistration takes it exclusively once.
 #pragma once
 
-#include <atomic>
-#include <shared_mutex>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <string>
+#include <shared_mutex>
 #include <string_view>
 #include <vector>
 
-#include "devhost/EventInfo.h"
 #include "devhost/FaultInjector.h"
 #include "devhost/HostRef.h"
 #include "devhost/LogSink.h"
@@ -53,15 +50,13 @@ public:
 
     // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
     // takes it, and returns how many it reached. Every monitor gets its own counted copies of
-    // the arguments, so one cannot disturb what the next receives. The EventInfo enters the
-    // object ledger only if a monitor still holds it when the delivery ends.
+    // the arguments, so one cannot disturb what the next receives.
     std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessCreateInstant(const ProcessPtr& process, const ProcessPtr& parent);
     std::size_t DeliverProcessExists(const ProcessPtr& process);
     std::size_t DeliverProcessTerminate(const ProcessPtr& process);
     std::size_t DeliverProcessTerminateInstant(const ProcessPtr& process);
-    // The text is passed as its bytes and length (null when empty), without a terminator
-    // guarantee beyond what std::string_view gives.
+    // The text is passed as its bytes and length (null when empty), with no terminator.
     std::size_t DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine);
 
     struct Registered {
@@ -71,48 +66,51 @@ public:
     std::vector<Registered> ProcessMonitors() const;
     std::vector<Registered> ShellMonitors() const;
     // Monitor callbacks that let an exception escape.
-    std::uint64_t EscapedExceptions() const noexcept;
+    std::uint64_t EscapedExceptions() const;
     // Forgets every registration (waiting for deliveries in flight on other threads), before
     // unloading a plug-in that left one behind.
     void Clear();
 
     // Only IObject: IMonitorRegistration is found as a service and has no identifier of its own.
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
+    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
+        return AnswerObjectOnly<ESP::v0::IMonitorRegistration>(this, id, out);
+    }
 
-    // IMonitorRegistration. Any thread.
-    // Null monitor, or one already registered: 22.
-    Result::Code RegisterProcessMonitor(ESP::v0::IProcessMonitor* monitor, std::uint32_t eventMask) override;
-    // A monitor not registered: 2.
-    Result::Code UnregisterProcessMonitor(ESP::v0::IProcessMonitor* monitor) override;
-    Result::Code RegisterShellMonitor(ESP::v0::IShellMonitor* monitor, std::uint32_t eventMask) override;
-    Result::Code UnregisterShellMonitor(ESP::v0::IShellMonitor* monitor) override;
+    // IMonitorRegistration. Any thread. Registering a null monitor, or one already registered:
+    // 22; unregistering a monitor not registered: 2.
+    Result::Code RegisterProcessMonitor(ESP::v0::IProcessMonitor* monitor, std::uint32_t eventMask) override {
+        return Register(Operation::RegisterProcessMonitor, m_process, monitor, eventMask);
+    }
+    Result::Code UnregisterProcessMonitor(ESP::v0::IProcessMonitor* monitor) override {
+        return Unregister(Operation::UnregisterProcessMonitor, m_process, monitor);
+    }
+    Result::Code RegisterShellMonitor(ESP::v0::IShellMonitor* monitor, std::uint32_t eventMask) override {
+        return Register(Operation::RegisterShellMonitor, m_shell, monitor, eventMask);
+    }
+    Result::Code UnregisterShellMonitor(ESP::v0::IShellMonitor* monitor) override {
+        return Unregister(Operation::UnregisterShellMonitor, m_shell, monitor);
+    }
 
 protected:
     ~MonitorRegistration() = default;
 
 private:
-    struct Entry {
-        void* monitor;  // an IProcessMonitor* or an IShellMonitor*
-        std::uint32_t mask;
-    };
-    using List = std::vector<Entry>;
+    using List = std::vector<Registered>;
 
-    Result::Code Register(List& list, void* monitor, std::uint32_t mask);
-    Result::Code Unregister(List& list, void* monitor);
-    // Runs `call` for every monitor on `list` whose mask has `bit` and that is still registered
-    // when its turn comes.
-    template <class Call>
-    std::size_t Deliver(const List& list, std::uint32_t bit, Call&& call);
-    // Returns once no delivery of another thread runs; not from inside a delivery.
-    void WaitForDeliveries();
+    Result::Code Register(Operation operation, List& list, void* monitor, std::uint32_t mask);
+    Result::Code Unregister(Operation operation, List& list, void* monitor);
+    // Calls `method` with `args` on every monitor of type M on `list` whose mask has `bit` and
+    // that is still registered when its turn comes.
+    template <class M, class... Params, class... Args>
+    std::size_t Deliver(const List& list, std::uint32_t bit, void (M::*method)(Params...), const Args&... args);
 
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;
     const HostRef<TrackedObject<LogSink>> m_log;
-    std::atomic<std::uint64_t> m_escaped{0};
-    mutable std::mutex m_mutex;  // guards the lists
+    mutable std::mutex m_mutex;  // guards the lists and m_escaped
     List m_process;
     List m_shell;
+    std::uint64_t m_escaped = 0;
     std::shared_mutex m_delivering;  // shared for each delivery, exclusive to wait for them
 };
 

@@ -1,19 +1,6 @@
 #include "devhost/ObjectLedger.h"
 
-#include <map>
-#include <string_view>
-
 namespace KALVO::DevHost {
-
-namespace {
-
-std::uint64_t Foreign(const ObjectTracking& object) noexcept {
-    const std::uint64_t all = object.references.load(std::memory_order_acquire);
-    const std::uint64_t host = object.hostReferences.load(std::memory_order_relaxed);
-    return all > host ? all - host : 0;
-}
-
-}  // namespace
 
 void ObjectLedger::Register(ObjectTracking* object) {
     std::lock_guard lock(m_mutex);
@@ -25,32 +12,30 @@ void ObjectLedger::Unregister(ObjectTracking* object) noexcept {
     m_objects.erase(object);
 }
 
-std::uint64_t ObjectLedger::Outstanding() const {
+std::map<std::string_view, std::uint64_t> ObjectLedger::OutstandingByKind() const {
+    std::map<std::string_view, std::uint64_t> byKind;
     std::lock_guard lock(m_mutex);
+    for (const ObjectTracking* object : m_objects) {
+        const std::uint64_t all = object->references.load(std::memory_order_acquire);
+        const std::uint64_t host = object->hostReferences.load(std::memory_order_relaxed);
+        if (all > host) byKind[object->kind] += all - host;
+    }
+    return byKind;
+}
+
+std::uint64_t ObjectLedger::Outstanding() const {
     std::uint64_t total = 0;
-    for (const ObjectTracking* object : m_objects) total += Foreign(*object);
+    for (const auto& [kind, count] : OutstandingByKind()) total += count;
     return total;
 }
 
 std::string ObjectLedger::DescribeOutstanding() const {
-    std::map<std::string_view, std::uint64_t> byKind;
-    {
-        std::lock_guard lock(m_mutex);
-        for (const ObjectTracking* object : m_objects) {
-            if (const std::uint64_t count = Foreign(*object)) byKind[object->kind] += count;
-        }
-    }
     std::string text;
-    for (const auto& [kind, count] : byKind) {
+    for (const auto& [kind, count] : OutstandingByKind()) {
         if (!text.empty()) text += ", ";
         text.append(kind).append(" x").append(std::to_string(count));
     }
     return text;
-}
-
-std::size_t ObjectLedger::LiveObjects() const {
-    std::lock_guard lock(m_mutex);
-    return m_objects.size();
 }
 
 }  // namespace KALVO::DevHost

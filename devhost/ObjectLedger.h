@@ -2,16 +2,15 @@
 //
 // Every object the host makes is counted here, and so is every reference the host itself holds
 // on one (HostRef). What is left over is held by someone else, normally the plug-in, so a test
-// can assert that the plug-in gave back everything it took: Outstanding() == 0. Objects made
-// for one event (EventInfo) enter only when someone still holds them after the event, so that
-// delivering from several threads does not serialise on this ledger's lock.
+// can assert that the plug-in gave back everything it took: Outstanding() == 0.
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 
 namespace KALVO::DevHost {
@@ -40,10 +39,10 @@ public:
     std::uint64_t Outstanding() const;
     // The same per kind of object, e.g. "ReportingService x1, ProcessInfo x2"; empty when none.
     std::string DescribeOutstanding() const;
-    // Host objects alive now, whoever holds them (events being delivered not included).
-    std::size_t LiveObjects() const;
 
 private:
+    std::map<std::string_view, std::uint64_t> OutstandingByKind() const;
+
     mutable std::mutex m_mutex;
     std::unordered_set<ObjectTracking*> m_objects;
 };

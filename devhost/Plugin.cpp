@@ -9,7 +9,7 @@
 
 namespace KALVO::DevHost {
 
-Plugin::Plugin(const std::string& path, Agent::Hosting::IObject* host) : m_path(path) {
+Plugin::Plugin(const std::string& path, Agent::Hosting::IObject* host) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) throw PluginError("plug-in library not found: " + path);
     m_library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -30,21 +30,6 @@ Plugin::Plugin(const std::string& path, Agent::Hosting::IObject* host) : m_path(
 }
 
 Plugin::~Plugin() { Unload(); }
-
-Plugin::Plugin(Plugin&& other) noexcept
-    : m_path(std::move(other.m_path)),
-      m_library(std::exchange(other.m_library, nullptr)),
-      m_package(std::exchange(other.m_package, nullptr)) {}
-
-Plugin& Plugin::operator=(Plugin&& other) noexcept {
-    if (this != &other) {
-        Unload();
-        m_path = std::move(other.m_path);
-        m_library = std::exchange(other.m_library, nullptr);
-        m_package = std::exchange(other.m_package, nullptr);
-    }
-    return *this;
-}
 
 void Plugin::Unload() noexcept {
     if (Agent::Hosting::IPackage* package = std::exchange(m_package, nullptr)) package->DestroyThis();

@@ -26,20 +26,16 @@ public:
     // Unload().
     ~Plugin();
 
-    Plugin(Plugin&& other) noexcept;
-    Plugin& operator=(Plugin&& other) noexcept;
     Plugin(const Plugin&) = delete;  // owns the library handle
     Plugin& operator=(const Plugin&) = delete;
 
     // The package; null after Unload. Borrowed: valid until Unload.
     Agent::Hosting::IPackage* Package() const noexcept { return m_package; }
-    const std::string& Path() const noexcept { return m_path; }
 
     // DestroyThis on the package, then closes the library. Idempotent.
     void Unload() noexcept;
 
 private:
-    std::string m_path;
     void* m_library = nullptr;
     Agent::Hosting::IPackage* m_package = nullptr;
 };

@@ -1,6 +1,5 @@
 #include "devhost/ProcessInfo.h"
 
-#include <string>
 #include <utility>
 
 #include "devhost/TrackedObject.h"
@@ -17,24 +16,6 @@ using EIL::Values::Identifier;
 using EIL::Values::IValue;
 using EIL::Values::IValues;
 
-// Set on a fresh container of our own cannot fail except by memory, which throws below.
-void Put(EIL::Values::ValuesObject& view, char const* name, ObjectPtr<IValue> value) {
-    if (!value || view.Set(Identifier(name), value) != Result::Success) throw std::bad_alloc();
-}
-
-ObjectPtr<EIL::Values::ValuesObject> MakeView(const ProcessRecord& record) {
-    auto view = EIL::Values::MakeValues();
-    Put(*view, "pid", EIL::Values::MakeNumberValue(record.pid));
-    Put(*view, "ppid", EIL::Values::MakeNumberValue(record.parentPid));
-    if (record.path) Put(*view, "path", EIL::Values::MakeStringValue(*record.path));
-    if (record.commandLine) Put(*view, "command_line", EIL::Values::MakeStringValue(*record.commandLine));
-    Put(*view, "uid", EIL::Values::MakeStringValue(record.uid));
-    if (record.userId) Put(*view, "user_id", EIL::Values::MakeNumberValue(*record.userId));
-    if (!record.user.empty()) Put(*view, "user", EIL::Values::MakeStringValue(record.user));
-    if (record.startTime != 0) Put(*view, "start_time", EIL::Values::MakeNumberValue(record.startTime));
-    return view;
-}
-
 ProcessRecord WithUid(ProcessRecord record) {
     if (record.uid.empty()) record.uid = ProcessUid("", record.pid, record.startTime);
     return record;
@@ -43,29 +24,26 @@ ProcessRecord WithUid(ProcessRecord record) {
 }  // namespace
 
 ProcessInfo::ProcessInfo(std::shared_ptr<FaultInjector> faults, ProcessRecord record)
-    : m_faults(std::move(faults)), m_record(WithUid(std::move(record))), m_view(MakeView(m_record)) {}
+    : m_faults(std::move(faults)), m_record(WithUid(std::move(record))) {
+    // Set on a fresh container cannot fail except by memory, which throws.
+    const auto put = [this](char const* name, ObjectPtr<IValue> value) {
+        if (!value || Values::Set(Identifier(name), value) != Result::Success) throw std::bad_alloc();
+    };
+    put("pid", EIL::Values::MakeNumberValue(m_record.pid));
+    put("ppid", EIL::Values::MakeNumberValue(m_record.parentPid));
+    if (m_record.path) put("path", EIL::Values::MakeStringValue(*m_record.path));
+    if (m_record.commandLine) put("command_line", EIL::Values::MakeStringValue(*m_record.commandLine));
+    put("uid", EIL::Values::MakeStringValue(m_record.uid));
+    if (m_record.userId) put("user_id", EIL::Values::MakeNumberValue(*m_record.userId));
+    if (!m_record.user.empty()) put("user", EIL::Values::MakeStringValue(m_record.user));
+    if (m_record.startTime != 0) put("start_time", EIL::Values::MakeNumberValue(m_record.startTime));
+}
 
 char const* ProcessInfo::GetPath() { return m_record.path ? m_record.path->c_str() : nullptr; }
 
 char const* ProcessInfo::GetCommandLine() { return m_record.commandLine ? m_record.commandLine->c_str() : nullptr; }
 
 char const* ProcessInfo::GetUid() { return m_record.uid.c_str(); }
-
-Result::Code ProcessInfo::Get(EIL::Values::IIdentifier const& key, ObjectPtr<IValue>& out) const {
-    return m_view->Get(key, out);
-}
-
-Result::Code ProcessInfo::Set(EIL::Values::IIdentifier const&, ObjectPtr<IValue> const&) { return Result::ProtocolError; }
-
-Result::Code ProcessInfo::Remove(EIL::Values::IIdentifier const&) { return Result::ProtocolError; }
-
-Result::Code ProcessInfo::Clear() { return Result::ProtocolError; }
-
-std::uint64_t ProcessInfo::Count() const { return m_view->Count(); }
-
-Result::Code ProcessInfo::GetByIndex(unsigned long index, ObjectPtr<IValue>& value, ObjectPtr<IValue>* key) const {
-    return m_view->GetByIndex(index, value, key);
-}
 
 Result::Code ProcessInfo::LookupInterface(Agent::Hosting::InterfaceId id, IObject*& out) {
     IObject* found = nullptr;

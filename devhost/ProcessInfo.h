@@ -6,7 +6,6 @@
 // other; it is read-only (Set, Remove and Clear answer 100).
 #pragma once
 
-#include <cstdint>
 #include <memory>
 
 #include "devhost/FaultInjector.h"
@@ -18,14 +17,12 @@
 
 namespace KALVO::DevHost {
 
-class ProcessInfo : public ESP::v0::IProcessInfo, public EIL::Values::IValues {
+class ProcessInfo : public ESP::v0::IProcessInfo, public EIL::Values::Values {
 public:
     static constexpr char const* Kind = "ProcessInfo";
 
     // Throws std::bad_alloc.
     ProcessInfo(std::shared_ptr<FaultInjector> faults, ProcessRecord record);
-
-    const ProcessRecord& Record() const noexcept { return m_record; }
 
     // IProcessInfo
     void Reserved3() override {}
@@ -34,14 +31,12 @@ public:
     char const* GetCommandLine() override;
     char const* GetUid() override;
 
-    // IValues: the detection engineer's view, forwarded to a container built once.
-    Result::Code Get(EIL::Values::IIdentifier const& key, Agent::Hosting::ObjectPtr<EIL::Values::IValue>& out) const override;
-    Result::Code Set(EIL::Values::IIdentifier const& key, Agent::Hosting::ObjectPtr<EIL::Values::IValue> const& value) override;
-    Result::Code Remove(EIL::Values::IIdentifier const& key) override;
-    Result::Code Clear() override;
-    std::uint64_t Count() const override;
-    Result::Code GetByIndex(unsigned long index, Agent::Hosting::ObjectPtr<EIL::Values::IValue>& value,
-                            Agent::Hosting::ObjectPtr<EIL::Values::IValue>* key) const override;
+    // IValues: the detection engineer's view, filled once; read-only.
+    Result::Code Set(EIL::Values::IIdentifier const&, Agent::Hosting::ObjectPtr<EIL::Values::IValue> const&) override {
+        return Result::ProtocolError;
+    }
+    Result::Code Remove(EIL::Values::IIdentifier const&) override { return Result::ProtocolError; }
+    Result::Code Clear() override { return Result::ProtocolError; }
 
     // Answers IObject (as IProcessInfo) and IValues, each of which may be made to fail.
     Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
@@ -52,7 +47,6 @@ protected:
 private:
     std::shared_ptr<FaultInjector> m_faults;
     ProcessRecord m_record;
-    Agent::Hosting::ObjectPtr<EIL::Values::ValuesObject> m_view;
 };
 
 }  // namespace KALVO::DevHost

@@ -7,119 +7,57 @@
 
 namespace KALVO::DevHost {
 
-namespace {
-
-// Resets a statement and its bindings when the call using it ends, on every path.
-class StatementUse {
-public:
-    explicit StatementUse(sqlite3_stmt* statement) noexcept : m_statement(statement) {}
-    ~StatementUse() {
-        sqlite3_reset(m_statement);
-        sqlite3_clear_bindings(m_statement);
+SqliteStore::SqliteStore(std::string path) : m_path(std::move(path)), m_db(nullptr, &sqlite3_close) {
+    sqlite3* db = nullptr;
+    const int opened = sqlite3_open_v2(m_path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    m_db.reset(db);
+    if (opened != SQLITE_OK) {
+        throw std::runtime_error("cannot open storage database '" + m_path + "': " + (db ? sqlite3_errmsg(db) : "out of memory"));
     }
-    StatementUse(const StatementUse&) = delete;
-    StatementUse& operator=(const StatementUse&) = delete;
-
-private:
-    sqlite3_stmt* m_statement;
-};
-
-// Scopes and keys may hold any bytes; they are bound with their lengths.
-bool BindText(sqlite3_stmt* statement, int index, std::string_view text) {
-    return sqlite3_bind_text64(statement, index, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8) == SQLITE_OK;
-}
-
-}  // namespace
-
-SqliteStore::SqliteStore(std::string path) : m_path(std::move(path)) {
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    if (sqlite3_open_v2(m_path.c_str(), &m_db, flags, nullptr) != SQLITE_OK) {
-        const std::string message = m_db ? sqlite3_errmsg(m_db) : "out of memory";
-        sqlite3_close(m_db);
-        throw std::runtime_error("cannot open storage database '" + m_path + "': " + message);
+    // Another process (a second tool run) may hold the file briefly.
+    sqlite3_busy_timeout(db, 5000);
+    if (sqlite3_exec(db,
+                     "CREATE TABLE IF NOT EXISTS host_values ("
+                     " scope TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL,"
+                     " PRIMARY KEY (scope, key))",
+                     nullptr, nullptr, nullptr) != SQLITE_OK) {
+        Fail("cannot create the values table");
     }
-    try {
-        // Another process (a second tool run) may hold the file briefly.
-        sqlite3_busy_timeout(m_db, 5000);
-        if (sqlite3_exec(m_db,
-                         "CREATE TABLE IF NOT EXISTS host_values ("
-                         " scope TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL,"
-                         " PRIMARY KEY (scope, key))",
-                         nullptr, nullptr, nullptr) != SQLITE_OK) {
-            Fail("cannot create the values table");
-        }
-        const auto prepare = [this](char const* sql, sqlite3_stmt*& statement) {
-            if (sqlite3_prepare_v3(m_db, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
-                Fail("cannot prepare a statement");
-            }
-        };
-        prepare("SELECT value FROM host_values WHERE scope = ?1 AND key = ?2", m_read);
-        prepare("INSERT OR REPLACE INTO host_values (scope, key, value) VALUES (?1, ?2, ?3)", m_write);
-        prepare("DELETE FROM host_values WHERE scope = ?1 AND key = ?2", m_erase);
-        prepare("SELECT key FROM host_values WHERE scope = ?1 ORDER BY key", m_keys);
-    } catch (...) {
-        for (sqlite3_stmt* statement : {m_read, m_write, m_erase, m_keys}) sqlite3_finalize(statement);
-        sqlite3_close(m_db);
-        throw;
-    }
-}
-
-SqliteStore::~SqliteStore() {
-    for (sqlite3_stmt* statement : {m_read, m_write, m_erase, m_keys}) sqlite3_finalize(statement);
-    sqlite3_close(m_db);
 }
 
 void SqliteStore::Fail(char const* what) const {
-    throw std::runtime_error(std::string("storage '") + m_path + "': " + what + ": " + sqlite3_errmsg(m_db));
+    throw std::runtime_error(std::string("storage '") + m_path + "': " + what + ": " + sqlite3_errmsg(m_db.get()));
 }
 
-std::optional<std::string> SqliteStore::Read(std::string_view scope, std::string_view key) const {
+std::optional<std::string> SqliteStore::Run(char const* sql, std::string_view scope, std::string_view key,
+                                            std::optional<std::string_view> value) const {
     std::lock_guard lock(m_mutex);
-    StatementUse use(m_read);
-    if (!BindText(m_read, 1, scope) || !BindText(m_read, 2, key)) Fail("cannot bind a read");
-    const int step = sqlite3_step(m_read);
+    sqlite3_stmt* raw = nullptr;
+    if (sqlite3_prepare_v2(m_db.get(), sql, -1, &raw, nullptr) != SQLITE_OK) Fail("cannot prepare a statement");
+    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> statement(raw, &sqlite3_finalize);
+    // Scopes and keys may hold any bytes: bound with their lengths. A zero-length blob must
+    // still be a blob, not NULL: it gets a non-null pointer.
+    if (sqlite3_bind_text64(raw, 1, scope.data(), scope.size(), SQLITE_TRANSIENT, SQLITE_UTF8) != SQLITE_OK ||
+        sqlite3_bind_text64(raw, 2, key.data(), key.size(), SQLITE_TRANSIENT, SQLITE_UTF8) != SQLITE_OK ||
+        (value && sqlite3_bind_blob64(raw, 3, value->empty() ? "" : value->data(), value->size(), SQLITE_TRANSIENT) != SQLITE_OK)) {
+        Fail("cannot bind a statement");
+    }
+    const int step = sqlite3_step(raw);
     if (step == SQLITE_DONE) return std::nullopt;
-    if (step != SQLITE_ROW) Fail("cannot read a value");
+    if (step != SQLITE_ROW) Fail(value ? "cannot write a value" : "cannot read a value");
     // The length after the blob: asking for the bytes first fixes their form.
-    const void* bytes = sqlite3_column_blob(m_read, 0);
-    const int length = sqlite3_column_bytes(m_read, 0);
+    const void* bytes = sqlite3_column_blob(raw, 0);
+    const int length = sqlite3_column_bytes(raw, 0);
     if (!bytes && length != 0) Fail("cannot read a value");
     return std::string(static_cast<char const*>(bytes), static_cast<std::size_t>(length));
 }
 
+std::optional<std::string> SqliteStore::Read(std::string_view scope, std::string_view key) const {
+    return Run("SELECT value FROM host_values WHERE scope = ?1 AND key = ?2", scope, key, std::nullopt);
+}
+
 void SqliteStore::Write(std::string_view scope, std::string_view key, std::string_view value) {
-    std::lock_guard lock(m_mutex);
-    StatementUse use(m_write);
-    // A zero-length blob must still be a blob, not NULL: give it a non-null pointer.
-    static const char empty = 0;
-    if (!BindText(m_write, 1, scope) || !BindText(m_write, 2, key) ||
-        sqlite3_bind_blob64(m_write, 3, value.empty() ? &empty : value.data(), value.size(), SQLITE_TRANSIENT) !=
-            SQLITE_OK) {
-        Fail("cannot bind a write");
-    }
-    if (sqlite3_step(m_write) != SQLITE_DONE) Fail("cannot write a value");
-}
-
-bool SqliteStore::Erase(std::string_view scope, std::string_view key) {
-    std::lock_guard lock(m_mutex);
-    StatementUse use(m_erase);
-    if (!BindText(m_erase, 1, scope) || !BindText(m_erase, 2, key)) Fail("cannot bind an erase");
-    if (sqlite3_step(m_erase) != SQLITE_DONE) Fail("cannot erase a value");
-    return sqlite3_changes(m_db) > 0;
-}
-
-std::vector<std::string> SqliteStore::Keys(std::string_view scope) const {
-    std::lock_guard lock(m_mutex);
-    StatementUse use(m_keys);
-    if (!BindText(m_keys, 1, scope)) Fail("cannot bind a key listing");
-    std::vector<std::string> keys;
-    for (;;) {
-        const int step = sqlite3_step(m_keys);
-        if (step == SQLITE_DONE) return keys;
-        if (step != SQLITE_ROW) Fail("cannot list keys");
-        const auto* text = reinterpret_cast<char const*>(sqlite3_column_text(m_keys, 0));
-        keys.emplace_back(text ? text : "", static_cast<std::size_t>(sqlite3_column_bytes(m_keys, 0)));
-    }
+    Run("INSERT OR REPLACE INTO host_values (scope, key, value) VALUES (?1, ?2, ?3)", scope, key, value);
 }
 
 }  // namespace KALVO::DevHost

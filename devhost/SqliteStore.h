@@ -3,15 +3,13 @@
 // the old value or the new one, never a part. Thread-safe (one connection behind a mutex).
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 struct sqlite3;
-struct sqlite3_stmt;
 
 namespace KALVO::DevHost {
 
@@ -22,32 +20,22 @@ public:
     // Opens (creating if needed) the database at `path`. Throws std::runtime_error naming the
     // path and SQLite's message when it cannot.
     explicit SqliteStore(std::string path);
-    ~SqliteStore();
-
-    SqliteStore(const SqliteStore&) = delete;  // owns a connection
-    SqliteStore& operator=(const SqliteStore&) = delete;
 
     // The value, or nothing when the key is absent. Throws std::runtime_error when the store fails.
     std::optional<std::string> Read(std::string_view scope, std::string_view key) const;
     // Inserts or replaces. Throws std::runtime_error when the store fails.
     void Write(std::string_view scope, std::string_view key, std::string_view value);
-    // Whether a value was removed. Throws std::runtime_error when the store fails.
-    bool Erase(std::string_view scope, std::string_view key);
-    // The keys of `scope` in byte order. Throws std::runtime_error when the store fails.
-    std::vector<std::string> Keys(std::string_view scope) const;
-
-    const std::string& Path() const noexcept { return m_path; }
 
 private:
+    // Runs `sql` with scope, key and (when given) value bound as ?1, ?2, ?3; the first column of
+    // the row it yields, or nothing when it yields none.
+    std::optional<std::string> Run(char const* sql, std::string_view scope, std::string_view key,
+                                   std::optional<std::string_view> value) const;
     [[noreturn]] void Fail(char const* what) const;
 
     std::string m_path;
-    mutable std::mutex m_mutex;  // guards the connection and its statements
-    sqlite3* m_db = nullptr;
-    sqlite3_stmt* m_read = nullptr;
-    sqlite3_stmt* m_write = nullptr;
-    sqlite3_stmt* m_erase = nullptr;
-    sqlite3_stmt* m_keys = nullptr;
+    mutable std::mutex m_mutex;  // guards the connection
+    std::unique_ptr<sqlite3, int (*)(sqlite3*)> m_db;
 };
 
 }  // namespace KALVO::DevHost

@@ -1,7 +1,6 @@
 // TrackedObject<T>: the final class of every object the stand-in host makes. Like the
 // plug-in's ObjectImpl it generates AddRef, Release and GetInterface, and it also enters the
-// object in the host's ObjectLedger so references can be accounted for (a per-event object
-// only once it outlives its event, see MakeUnlisted).
+// object in the host's ObjectLedger so references can be accounted for.
 //
 // Every tracked object also answers IHostObject, a private interface by which the host
 // recognises its own objects among those a plug-in hands back (HostRef, HostObjectCast).
@@ -34,9 +33,6 @@ protected:
     ~IHostObject() = default;
 };
 
-// Selects TrackedObject's constructor of an object kept out of the ledger.
-struct Unlisted {};
-
 // T is the implementation: it derives from the interfaces it answers, names them with
 // `using Interfaces = EIL::Object::InterfaceList<...>` or defines a custom LookupInterface, and
 // names its kind with `static constexpr char const* Kind` (used in reports and HostObjectCast).
@@ -50,17 +46,7 @@ public:
         m_ledger->Register(&m_tracking);
     }
 
-    // An object that stays out of the ledger, so that making and freeing it writes nothing
-    // shared: for short-lived objects the host makes on every event. It must be listed
-    // (List) before the host drops its reference if anyone else may still hold one.
-    template <class... Args>
-    explicit TrackedObject(Unlisted, Args&&... args) : EIL::Object::LookupInterfaceImpl<T>(std::forward<Args>(args)...) {
-        m_tracking.kind = T::Kind;
-    }
-
-    ~TrackedObject() {
-        if (m_ledger) m_ledger->Unregister(&m_tracking);
-    }
+    ~TrackedObject() { m_ledger->Unregister(&m_tracking); }
 
     TrackedObject(const TrackedObject&) = delete;  // objects are shared by reference, never copied
     TrackedObject& operator=(const TrackedObject&) = delete;
@@ -77,19 +63,11 @@ public:
 
     Result::Code GetInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) override {
         if (id == IHostObject::Id) {
-            IHostObject* self = this;
-            self->AddRef();
-            out = self;
+            AddRef();
+            out = static_cast<IHostObject*>(this);
             return Result::Success;
         }
         return EIL::Object::LookupInterfaceImpl<T>::GetInterface(id, out);
-    }
-
-    // Enters an unlisted object in `ledger`; once, by a holder of a reference. The holder's
-    // Release (acq_rel) publishes this to whichever thread frees the object.
-    void List(std::shared_ptr<ObjectLedger> ledger) {
-        ledger->Register(&m_tracking);
-        m_ledger = std::move(ledger);
     }
 
     ObjectTracking& Tracking() override { return m_tracking; }
@@ -103,34 +81,21 @@ public:
             new TrackedObject(std::move(ledger), std::forward<Args>(args)...));
     }
 
-    // An object whose first reference belongs to the returned pointer, outside the ledger
-    // until List. Throws what T's constructor throws, or std::bad_alloc.
-    template <class... Args>
-    static Agent::Hosting::ObjectPtr<TrackedObject> MakeUnlisted(Args&&... args) {
-        return Agent::Hosting::ObjectPtr<TrackedObject>::Adopt(new TrackedObject(Unlisted{}, std::forward<Args>(args)...));
-    }
-
 private:
-    // Shared: an object the plug-in leaks may outlive its host. Empty while unlisted.
+    // Shared: an object the plug-in leaks may outlive its host.
     std::shared_ptr<ObjectLedger> m_ledger;
     ObjectTracking m_tracking;
 };
-
-// Hands `part` out as the IObject of its interface I, with a reference for the receiver.
-template <class I>
-Result::Code HandOut(I* part, Agent::Hosting::IObject*& out) noexcept {
-    Agent::Hosting::IObject* object = part;
-    object->AddRef();
-    out = object;
-    return Result::Success;
-}
 
 // The lookup of an object that answers only IObject besides the private host interface (its
 // interface has no identifier of its own), for a T's LookupInterface.
 template <class I>
 Result::Code AnswerObjectOnly(I* self, Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) noexcept {
     if (id != Agent::Hosting::IObject::Id) return Result::ProtocolNotSupported;
-    return HandOut<I>(self, out);
+    Agent::Hosting::IObject* object = self;
+    object->AddRef();
+    out = object;
+    return Result::Success;
 }
 
 // The IHostObject view of `object` when it is one of the stand-in host's objects, else null.

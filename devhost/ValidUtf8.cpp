@@ -6,45 +6,20 @@
 
 namespace KALVO::DevHost {
 
-namespace {
-
-namespace RJ = EIL::RJ;
-
-// Reads bytes for RapidJSON's UTF-8 validator; past the end it hands out NULs and keeps
-// counting, so an incomplete sequence shows as a position beyond the end.
-class ByteStream {
-public:
-    using Ch = char;
-    ByteStream(std::string_view bytes, std::size_t position) noexcept : m_bytes(bytes), m_position(position) {}
-    Ch Peek() const noexcept { return m_position < m_bytes.size() ? m_bytes[m_position] : '\0'; }
-    Ch Take() noexcept {
-        const Ch c = Peek();
-        ++m_position;
-        return c;
-    }
-    std::size_t Tell() const noexcept { return m_position; }
-
-private:
-    std::string_view m_bytes;
-    std::size_t m_position;
-};
-
-struct DiscardSink {
-    void Put(char) noexcept {}
-};
-
-}  // namespace
-
 std::string ValidUtf8(std::string_view bytes) {
+    // RapidJSON's validator reads whole sequences; the NULs after the end stop an incomplete
+    // one there, so it shows as ending beyond the bytes.
+    const std::string padded = std::string(bytes) + std::string(4, '\0');
+    struct {
+        void Put(char) noexcept {}
+    } discard;
     std::string text;
     text.reserve(bytes.size());
-    std::size_t position = 0;
-    while (position < bytes.size()) {
-        ByteStream stream(bytes, position);
-        DiscardSink sink;
-        if (RJ::UTF8<>::Validate(stream, sink) && stream.Tell() <= bytes.size()) {
-            text.append(bytes.substr(position, stream.Tell() - position));
-            position = stream.Tell();
+    for (std::size_t position = 0; position < bytes.size();) {
+        EIL::RJ::StringStream stream(padded.c_str() + position);
+        if (EIL::RJ::UTF8<>::Validate(stream, discard) && position + stream.Tell() <= bytes.size()) {
+            text.append(bytes.substr(position, stream.Tell()));
+            position += stream.Tell();
         } else {
             text.append("\xEF\xBF\xBD");
             ++position;

@@ -46,4 +46,16 @@ std::optional<EntryKey> ReadKey(const IValue* key) {
     return std::nullopt;
 }
 
+std::vector<Entry> ReadEntries(EIL::Values::IValues& values) {
+    std::vector<Entry> entries;
+    const std::uint64_t count = values.Count();
+    for (std::uint64_t index = 0; index < count; ++index) {
+        Agent::Hosting::ObjectPtr<IValue> value;
+        Agent::Hosting::ObjectPtr<IValue> key;
+        if (values.GetByIndex(static_cast<unsigned long>(index), value, &key) != Result::Success) break;
+        if (std::optional<EntryKey> entryKey = ReadKey(key.Get())) entries.push_back(Entry{std::move(*entryKey), std::move(value)});
+    }
+    return entries;
+}
+
 }  // namespace KALVO::DevHost

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/IValue.h"
 #include "host/IValues.h"
@@ -31,5 +32,13 @@ struct EntryKey {
     std::uint64_t id = 0;
 };
 std::optional<EntryKey> ReadKey(const EIL::Values::IValue* key);
+
+// The entries of a container in index order, up to the first that cannot be fetched; those whose
+// key cannot be read are left out. The value may be null.
+struct Entry {
+    EntryKey key;
+    Agent::Hosting::ObjectPtr<EIL::Values::IValue> value;
+};
+std::vector<Entry> ReadEntries(EIL::Values::IValues& values);
 
 }  // namespace KALVO::DevHost

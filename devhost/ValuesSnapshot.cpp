@@ -63,21 +63,14 @@ ObjectPtr<IValue> CopyValue(IValue& value, std::size_t depth) {
 
 ObjectPtr<ValuesObject> Copy(IValues& values, std::size_t depth) {
     ObjectPtr<ValuesObject> copy = EIL::Values::MakeValues();
-    const std::uint64_t count = values.Count();
-    for (std::uint64_t index = 0; index < count; ++index) {
-        ObjectPtr<IValue> value;
-        ObjectPtr<IValue> key;
-        if (values.GetByIndex(static_cast<unsigned long>(index), value, &key) != Result::Success) break;
-        const std::optional<EntryKey> entryKey = ReadKey(key.Get());
-        if (!entryKey) continue;
+    for (const auto& [key, value] : ReadEntries(values)) {
         ObjectPtr<IValue> copied;
         if (value) {
             copied = CopyValue(*value, depth);
             if (!copied) continue;
         }
-        const Result::Code code =
-            entryKey->name ? copy->Set(EIL::Values::Identifier(entryKey->name->c_str()), copied)
-                           : copy->Set(EIL::Values::Identifier("", entryKey->id), copied);
+        const Result::Code code = key.name ? copy->Set(EIL::Values::Identifier(key.name->c_str()), copied)
+                                           : copy->Set(EIL::Values::Identifier("", key.id), copied);
         if (code == Result::OutOfMemory) throw std::bad_alloc();
     }
     return copy;

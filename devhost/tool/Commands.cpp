@@ -21,7 +21,6 @@
 #include "devhost/tool/SensorFeed.h"
 #include "devhost/tool/SensorSession.h"
 #include "devhost/tool/StateDirectory.h"
-#include "devhost/tool/TraceWriter.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -241,7 +240,7 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
         {
             Reconfiguration reconfiguration(config, *session, signals, forecast ? &*forecast : nullptr);
             WatchedSink sink(forecast ? static_cast<EventSink&>(*forecast) : feed, events, signals);
-            result = Replay(ReplayOptions{options.trace, options.threads, ::isatty(STDERR_FILENO) == 1}, sink, signals);
+            result = Replay(ReplayOptions{options.trace, options.threads}, sink, signals);
         }
         session->Stop();
         if (config) Note("configuration " + *config + ":");

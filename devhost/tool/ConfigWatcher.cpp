@@ -3,10 +3,11 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <sstream>
+#include <utility>
 
 #include "devhost/tool/Console.h"
 #include "eil/json/RapidJson.h"
@@ -36,16 +37,8 @@ std::string ReadConfigurationFile(const std::string& path) {
     return text;
 }
 
-bool ConfigWatcher::Stamp::operator==(const Stamp& other) const noexcept {
-    return modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec &&
-           size == other.size && inode == other.inode;
-}
-
-ConfigWatcher::ConfigWatcher(std::optional<std::string> path, Apply apply, std::chrono::milliseconds interval)
-    : m_path(std::move(path)), m_apply(std::move(apply)), m_interval(interval) {
-    m_stamp = StampOf();
-    m_thread = std::thread([this] { Watch(); });
-}
+ConfigWatcher::ConfigWatcher(std::optional<std::string> path, Apply apply)
+    : m_path(std::move(path)), m_apply(std::move(apply)), m_stamp(StampOf()), m_thread([this] { Watch(); }) {}
 
 ConfigWatcher::~ConfigWatcher() {
     {
@@ -64,10 +57,11 @@ void ConfigWatcher::Trigger() {
     m_wake.notify_all();
 }
 
-std::optional<ConfigWatcher::Stamp> ConfigWatcher::StampOf() const {
+ConfigWatcher::Stamp ConfigWatcher::StampOf() const {
     struct stat status {};
     if (!m_path || ::stat(m_path->c_str(), &status) != 0) return std::nullopt;
-    return Stamp{status.st_mtim, static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino)};
+    return std::tuple(static_cast<long long>(status.st_mtim.tv_sec), static_cast<long long>(status.st_mtim.tv_nsec),
+                      static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino));
 }
 
 void ConfigWatcher::Watch() {
@@ -75,20 +69,15 @@ void ConfigWatcher::Watch() {
         bool triggered = false;
         {
             std::unique_lock lock(m_mutex);
-            m_wake.wait_for(lock, m_interval, [this] { return m_exit || m_triggered; });
+            m_wake.wait_for(lock, std::chrono::milliseconds(500), [this] { return m_exit || m_triggered; });
             if (m_exit) return;
             triggered = std::exchange(m_triggered, false);
         }
-        if (!m_path) {
-            if (triggered) m_apply(std::nullopt);
-            continue;
-        }
-        const std::optional<Stamp> stamp = StampOf();
-        const bool changed = stamp != m_stamp;
-        if (!triggered && !changed) continue;
+        const Stamp stamp = StampOf();  // always nothing without a file
+        if (!triggered && stamp == m_stamp) continue;
         m_stamp = stamp;
         try {
-            m_apply(ReadConfigurationFile(*m_path));
+            m_apply(m_path ? std::optional(ReadConfigurationFile(*m_path)) : std::nullopt);
         } catch (const std::exception& error) {
             Warn(std::string(error.what()) + "; the sensor keeps its configuration");
         }

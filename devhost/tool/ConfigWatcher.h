@@ -7,16 +7,14 @@
 // it has.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
-#include <ctime>
 #include <functional>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <utility>
+#include <tuple>
 
 namespace KALVO::DevHost::Tool {
 
@@ -36,8 +34,7 @@ public:
     using Apply = std::function<void(const std::optional<std::string>& text)>;
 
     // `path`: the file to watch, or nothing (then only Trigger does anything).
-    ConfigWatcher(std::optional<std::string> path, Apply apply,
-                  std::chrono::milliseconds interval = std::chrono::milliseconds(500));
+    ConfigWatcher(std::optional<std::string> path, Apply apply);
     ~ConfigWatcher();
 
     ConfigWatcher(const ConfigWatcher&) = delete;  // owns a thread
@@ -47,19 +44,14 @@ public:
     void Trigger();
 
 private:
-    struct Stamp {
-        timespec modified{};
-        long long size = -1;
-        unsigned long long inode = 0;
-        bool operator==(const Stamp& other) const noexcept;
-    };
-    std::optional<Stamp> StampOf() const;
+    // The file's modification time (seconds, nanoseconds), size and inode; nothing when absent.
+    using Stamp = std::optional<std::tuple<long long, long long, long long, unsigned long long>>;
+    Stamp StampOf() const;
     void Watch();
 
     std::optional<std::string> m_path;
     Apply m_apply;
-    std::chrono::milliseconds m_interval;
-    std::optional<Stamp> m_stamp;  // the watcher thread's only
+    Stamp m_stamp;  // the watcher thread's only
     std::mutex m_mutex;            // guards the two flags
     std::condition_variable m_wake;
     bool m_triggered = false;

@@ -116,44 +116,38 @@ void KeyForecast::Deliver(const TraceEvent& event) {
     Entry& entry = Count(hash, shell, key);
     KeyFigures& figures = entry.row.figures;
     const std::int32_t limit = m_settings.reportLimit.load();
+    const auto count = [&](std::uint64_t KeyFigures::*field) { ++(figures.*field), ++(m_totals.total.*field); };
     ++m_totals.total.delivered;
     if (filtered) {
-        ++figures.filtered;
-        ++m_totals.total.filtered;
+        count(&KeyFigures::filtered);
     } else if (limit != 0 && (!shell || !key.empty())) {
         // The sensor counted the key: follow its cache to see keys leave it.
         Cache& cache = m_caches[shell ? 1 : 0];
-        unsigned int count = 0;
-        if (cache.counts.Get(hash, count)) {
-            cache.counts.Update(hash, count + 1);
+        unsigned int seen = 0;
+        if (cache.counts.Get(hash, seen)) {
+            cache.counts.Update(hash, seen + 1);
         } else {
             std::lock_guard cacheLock(cache.counts.Mutex());
-            const std::size_t slot = cache.counts.InsertData(cacheLock, hash, 1, nullptr);
-            if (cache.used[slot]) {
+            std::optional<std::uint64_t>& slot = cache.slots[cache.counts.InsertData(cacheLock, hash, 1, nullptr)];
+            if (slot) {
                 ++m_totals.evictions;
-                if (auto evicted = m_entries.find(cache.slots[slot]); evicted != m_entries.end()) evicted->second.evicted = true;
+                if (auto evicted = m_entries.find(*slot); evicted != m_entries.end()) evicted->second.evicted = true;
             }
-            cache.slots[slot] = hash;
-            cache.used[slot] = true;
+            slot = hash;
         }
     }
     if (reported) {
         // A key that had used up its limit and is reported again was forgotten by the cache.
-        if (entry.evicted && limit > 0 && figures.reported >= static_cast<std::uint64_t>(limit)) {
-            ++figures.reportedAgain;
-            ++m_totals.total.reportedAgain;
-        }
-        ++figures.reported;
-        ++m_totals.total.reported;
+        if (entry.evicted && limit > 0 && figures.reported >= static_cast<std::uint64_t>(limit)) count(&KeyFigures::reportedAgain);
+        count(&KeyFigures::reported);
     } else if (!filtered) {
-        ++figures.suppressed;
-        ++m_totals.total.suppressed;
+        count(&KeyFigures::suppressed);
         if (m_atLimit.size() < DistinctCapacity) m_atLimit.insert(hash);
     }
     if (m_distinct.size() < DistinctCapacity) {
         m_distinct.insert(hash);
-    } else if (!m_distinct.count(hash)) {
-        m_totals.distinctCapped = true;
+    } else {
+        m_totals.distinctCapped |= !m_distinct.contains(hash);
     }
 }
 

@@ -12,7 +12,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -87,12 +86,11 @@ private:
     SensorSession& m_session;
     mutable std::mutex m_mutex;
     SecurityMonitor::RepeatSettings m_settings;
-    // The sensor's two caches (process steps, shell commands), fed the same keys; the slot
-    // arrays tell which key a slot held before, so an eviction is seen.
+    // The sensor's two caches (process steps, shell commands), fed the same keys; the slots
+    // tell which key a slot held before, so an eviction is seen.
     struct Cache {
         EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> counts;
-        std::vector<std::uint64_t> slots = std::vector<std::uint64_t>(512);
-        std::vector<bool> used = std::vector<bool>(512);
+        std::vector<std::optional<std::uint64_t>> slots = std::vector<std::optional<std::uint64_t>>(512);
     };
     Cache m_caches[2];
     std::unordered_map<std::uint64_t, Entry> m_entries;            // by key hash

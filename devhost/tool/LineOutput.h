@@ -17,14 +17,9 @@ public:
 
     // Writes `line` and a line feed. Any thread. Does nothing once a write has failed.
     void Write(std::string_view line);
-    // Writes `text` as it is, without a line feed (a progress indicator's carriage returns).
-    void WriteRaw(std::string_view text);
     bool Failed() const noexcept { return m_failed.load(std::memory_order_acquire); }
 
 private:
-    // Writes both parts completely; called with m_mutex held.
-    void WriteAll(std::string_view first, std::string_view second);
-
     int m_fd;
     std::mutex m_mutex;  // keeps lines whole
     std::atomic<bool> m_failed{false};

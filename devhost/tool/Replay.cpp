@@ -1,24 +1,25 @@
 #include "devhost/tool/Replay.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "devhost/tool/Console.h"
-#include "devhost/tool/LineReader.h"
 #include "devhost/tool/TraceFormat.h"
+#include "eil/core/ScopeGuard.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -32,62 +33,82 @@ constexpr std::uint64_t NamedSkips = 20;
 // never all in memory.
 class EventQueue {
 public:
-    explicit EventQueue(std::size_t capacity) : m_capacity(capacity) {}
-
     void Push(TraceEvent event) {
         std::unique_lock lock(m_mutex);
-        m_notFull.wait(lock, [this] { return m_events.size() < m_capacity; });
+        m_changed.wait(lock, [this] { return m_events.size() < 1024; });
         m_events.push_back(std::move(event));
-        m_notEmpty.notify_one();
+        m_changed.notify_all();
     }
     // Nothing once closed and drained.
     std::optional<TraceEvent> Pop() {
         std::unique_lock lock(m_mutex);
-        m_notEmpty.wait(lock, [this] { return !m_events.empty() || m_closed; });
+        m_changed.wait(lock, [this] { return !m_events.empty() || m_closed; });
         if (m_events.empty()) return std::nullopt;
         TraceEvent event = std::move(m_events.front());
         m_events.pop_front();
-        m_notFull.notify_one();
+        m_changed.notify_all();
         return event;
     }
     void Close() {
         std::lock_guard lock(m_mutex);
         m_closed = true;
-        m_notEmpty.notify_all();
+        m_changed.notify_all();
     }
 
 private:
-    std::size_t m_capacity;
     std::mutex m_mutex;
-    std::condition_variable m_notFull;
-    std::condition_variable m_notEmpty;
+    std::condition_variable m_changed;
     std::deque<TraceEvent> m_events;
     bool m_closed = false;
 };
 
-class Progress {
-public:
-    Progress(bool enabled, std::uint64_t total) : m_enabled(enabled), m_total(total) {}
-    ~Progress() {
-        if (m_shown) ShowProgress({});
+// Appends what `fd` has to `buffer`, waiting at most 200 ms at a time so that a replay fed from
+// a pipe still notices a stop request. False at the end of the input or on a stop request.
+bool ReadMore(int fd, std::string& buffer, const SignalWatcher& signals) {
+    char block[65536];
+    while (!signals.StopRequested()) {
+        pollfd waiting{fd, POLLIN, 0};
+        const int ready = ::poll(&waiting, 1, 200);
+        if (ready < 0 && errno != EINTR) throw std::system_error(errno, std::generic_category(), "poll");
+        if (ready <= 0) continue;
+        const ssize_t count = ::read(fd, block, sizeof block);
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+        if (count < 0) throw std::system_error(errno, std::generic_category(), "read");
+        buffer.append(block, static_cast<std::size_t>(count));
+        return count > 0;
     }
-    void Update(std::uint64_t events, std::uint64_t bytes) {
-        if (!m_enabled) return;
-        const auto now = std::chrono::steady_clock::now();
-        if (m_shown && now - m_last < std::chrono::milliseconds(200)) return;
-        m_last = now;
-        m_shown = true;
-        std::string text = "replay: " + std::to_string(events) + " events";
-        if (m_total > 0) text += " (" + std::to_string(bytes * 100 / m_total) + "%)";
-        ShowProgress(text);
-    }
+    return false;
+}
 
-private:
-    bool m_enabled;
-    std::uint64_t m_total;
-    bool m_shown = false;
-    std::chrono::steady_clock::time_point m_last{};
-};
+// Parses the lines of `fd` until its end or a stop request and hands each event to `deliver`;
+// returns how many lines were skipped. `name` names the trace in warnings.
+template <class Deliver>
+std::uint64_t ReadTrace(int fd, const std::string& name, const SignalWatcher& signals, Deliver&& deliver) {
+    std::uint64_t skipped = 0;
+    std::string buffer;
+    std::size_t start = 0;  // of the next line in `buffer`
+    std::uint64_t lineNumber = 0;
+    for (bool more = true;;) {
+        std::size_t end = buffer.find('\n', start);
+        if (end == std::string::npos) {
+            buffer.erase(0, start);
+            start = 0;
+            if (more && (more = ReadMore(fd, buffer, signals))) continue;
+            if (signals.StopRequested() || buffer.empty()) return skipped;
+            end = buffer.size();  // a last line without a line feed
+        }
+        const std::string_view line(buffer.data() + start, end - start);
+        start = std::min(end + 1, buffer.size());
+        ++lineNumber;
+        if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;  // blank lines are harmless
+        try {
+            deliver(ParseTraceLine(line));
+        } catch (const TraceFormatError& error) {
+            if (++skipped <= NamedSkips) Warn(name + ":" + std::to_string(lineNumber) + ": line skipped: " + error.what());
+            if (skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
+        }
+    }
+}
 
 }  // namespace
 
@@ -95,80 +116,36 @@ ReplayResult Replay(const ReplayOptions& options, EventSink& sink, SignalWatcher
     const bool fromStdin = options.path == "-";
     const int fd = fromStdin ? STDIN_FILENO : ::open(options.path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) throw std::runtime_error("cannot read trace " + options.path + ": " + std::strerror(errno));
-    struct Closer {
-        int fd;
-        bool owned;
-        ~Closer() {
-            if (owned) ::close(fd);
-        }
-    } closer{fd, !fromStdin};
-
+    const auto closer = EIL::Core::MakeScopeExit([&] {
+        if (!fromStdin) ::close(fd);
+    });
     struct stat status {};
     if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode))
         throw std::runtime_error("cannot read trace " + options.path + ": it is a directory");
-    const std::uint64_t total = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
     const std::string name = fromStdin ? std::string("stdin") : options.path;
 
-    ReplayResult result;
     std::atomic<std::uint64_t> delivered{0};
-    EventQueue queue(1024);
-    std::vector<std::thread> workers;
-    if (options.threads > 1) {
-        for (unsigned index = 0; index < options.threads; ++index) {
-            workers.emplace_back([&] {
-                while (std::optional<TraceEvent> event = queue.Pop()) {
-                    sink.Deliver(*event);
-                    delivered.fetch_add(1, std::memory_order_relaxed);
-                }
-            });
-        }
-    }
-    struct Joiner {
-        EventQueue& queue;
-        std::vector<std::thread>& workers;
-        ~Joiner() {
+    const auto deliver = [&](const TraceEvent& event) {
+        sink.Deliver(event);
+        delivered.fetch_add(1, std::memory_order_relaxed);
+    };
+    ReplayResult result;
+    if (options.threads <= 1) {
+        result.skipped = ReadTrace(fd, name, signals, deliver);
+    } else {
+        EventQueue queue;
+        std::vector<std::thread> workers;
+        const auto joiner = EIL::Core::MakeScopeExit([&] {
             queue.Close();
             for (std::thread& worker : workers) worker.join();
+        });
+        for (unsigned index = 0; index < options.threads; ++index) {
+            workers.emplace_back([&] {
+                while (std::optional<TraceEvent> event = queue.Pop()) deliver(*event);
+            });
         }
-    } joiner{queue, workers};
-
-    Progress progress(options.progress, total);
-    LineReader reader(fd, [&] { return signals.StopRequested(); });
-    std::string line;
-    for (;;) {
-        const LineReader::Status status = reader.Next(line);
-        if (status == LineReader::Status::End || status == LineReader::Status::Stopped) break;
-        std::optional<TraceEvent> event;
-        std::string fault;
-        if (status == LineReader::Status::TooLong) {
-            fault = "line too long";
-        } else if (line.find_first_not_of(" \t\r") == std::string::npos) {
-            continue;  // blank lines separate nothing, but are harmless
-        } else {
-            try {
-                event = ParseTraceLine(line);
-            } catch (const TraceFormatError& error) {
-                fault = error.what();
-            }
-        }
-        if (!event) {
-            ++result.skipped;
-            if (result.skipped <= NamedSkips)
-                Warn(name + ":" + std::to_string(reader.LineNumber()) + ": line skipped: " + fault);
-            if (result.skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
-            continue;
-        }
-        if (workers.empty()) {
-            sink.Deliver(*event);
-            delivered.fetch_add(1, std::memory_order_relaxed);
-        } else {
-            queue.Push(std::move(*event));
-        }
-        progress.Update(delivered.load(std::memory_order_relaxed), reader.Consumed());
+        result.skipped = ReadTrace(fd, name, signals, [&](TraceEvent event) { queue.Push(std::move(event)); });
     }
-    queue.Close();
-    for (std::thread& worker : workers) worker.join();
-    workers.clear();
     result.delivered = delivered.load(std::memory_order_relaxed);
     return result;
 }

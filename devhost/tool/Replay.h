@@ -15,7 +15,6 @@ namespace KALVO::DevHost::Tool {
 struct ReplayOptions {
     std::string path;  // "-": stdin
     unsigned threads = 1;
-    bool progress = false;  // show a progress line on stderr (a terminal)
 };
 
 struct ReplayResult {

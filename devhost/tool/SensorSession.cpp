@@ -23,18 +23,15 @@ ReportKind KindOf(const EventRecord& event) {
 }  // namespace
 
 SensorSession::SensorSession(SessionOptions options, LineOutput& events) {
-    HostOptions hostOptions;
-    hostOptions.storagePath = std::move(options.storagePath);
-    hostOptions.configuration = std::move(options.configuration);
-    m_host = std::make_unique<Host>(std::move(hostOptions));
+    m_host = std::make_unique<Host>(HostOptions{std::move(options.storagePath), std::move(options.configuration)});
 
     // A run may last hours: the host keeps counts, not copies.
     m_host->Logs().SetRetention(0);
-    m_host->Logs().SetEcho(&LogStream(), options.logThreshold);
+    m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, options.logThreshold);
     m_host->Reports().SetRetention(0);
     m_host->Filter().SetRetention(0);
     m_host->Reports().SetListener([this, &events](const EventRecord& event) {
-        m_reported[static_cast<std::size_t>(KindOf(event))].fetch_add(1, std::memory_order_relaxed);
+        m_reported.Add(KindOf(event));
         events.Write(RenderEventJson(event));
     });
     for (const FaultRule& rule : options.faults) m_host->Faults().Apply(rule);
@@ -76,16 +73,6 @@ Result::Code SensorSession::Reconfigure(const std::optional<std::string>& text) 
     if (text) m_host->Config().SetText(*text);
     static constexpr std::string_view context = R"({"reason":"configuration"})";
     return m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
-}
-
-std::uint64_t SensorSession::Reported(ReportKind kind) const noexcept {
-    return m_reported[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed);
-}
-
-std::uint64_t SensorSession::Reported() const noexcept {
-    std::uint64_t total = 0;
-    for (const auto& count : m_reported) total += count.load(std::memory_order_relaxed);
-    return total;
 }
 
 }  // namespace KALVO::DevHost::Tool

@@ -4,8 +4,6 @@
 // they arrive, one JSON object a line, and counted by observation type for the summary.
 #pragma once
 
-#include <array>
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -18,6 +16,7 @@
 #include "devhost/Host.h"
 #include "devhost/Plugin.h"
 #include "devhost/tool/LineOutput.h"
+#include "devhost/tool/SensorFeed.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -55,16 +54,15 @@ public:
     Result::Code Reconfigure(const std::optional<std::string>& text);
 
     Host& GetHost() noexcept { return *m_host; }
-    std::uint64_t Reported(ReportKind kind) const noexcept;
-    std::uint64_t Reported() const noexcept;
+    std::uint64_t Reported(ReportKind kind) const noexcept { return m_reported.Of(kind); }
+    std::uint64_t Reported() const noexcept { return m_reported.Total(); }
 
 private:
     std::unique_ptr<Host> m_host;
     std::unique_ptr<Plugin> m_plugin;
     std::mutex m_lifecycle;  // one lifecycle call at a time, as the agent makes them
     bool m_started = false;  // guarded by m_lifecycle
-    // Counters only: relaxed.
-    std::array<std::atomic<std::uint64_t>, ReportKindCount> m_reported{};
+    KindCounts<ReportKind, ReportKindCount> m_reported;
 };
 
 }  // namespace KALVO::DevHost::Tool

@@ -3,7 +3,6 @@
 // directory does).
 #pragma once
 
-#include <optional>
 #include <string>
 
 namespace KALVO::DevHost::Tool {

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "devhost/ProcessRecord.h"
 
@@ -16,10 +15,6 @@ namespace KALVO::DevHost::Tool {
 enum class EventKind { Create, Exists, Terminate, Shell };
 
 inline constexpr std::size_t EventKindCount = 4;
-
-// "create", "exists", "terminate", "shell": the trace's spelling.
-std::string_view EventKindName(EventKind kind) noexcept;
-std::optional<EventKind> EventKindFromName(std::string_view name) noexcept;
 
 struct TraceEvent {
     EventKind kind = EventKind::Exists;

@@ -1,6 +1,8 @@
 #include "devhost/tool/TraceFormat.h"
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <cstdint>
 #include <optional>
 
@@ -14,85 +16,61 @@ namespace {
 namespace RJ = EIL::RJ;
 using Writer = RJ::Writer<RJ::StringBuffer>;
 
+// The kinds' spelling in a trace, in EventKind's order.
+constexpr std::string_view KindNames[EventKindCount] = {"create", "exists", "terminate", "shell"};
+
 void WriteProcess(Writer& writer, const ProcessRecord& process) {
+    const auto number = [&](char const* name, std::uint64_t value) { writer.Key(name), writer.Uint64(value); };
+    const auto text = [&](char const* name, std::string_view value) { writer.Key(name), WriteJsonText(writer, value); };
     writer.StartObject();
-    writer.Key("pid");
-    writer.Uint64(process.pid);
-    writer.Key("ppid");
-    writer.Uint64(process.parentPid);
-    if (process.path) {
-        writer.Key("path");
-        WriteJsonText(writer, *process.path);
-    }
-    if (process.commandLine) {
-        writer.Key("command_line");
-        WriteJsonText(writer, *process.commandLine);
-    }
-    writer.Key("uid");
-    WriteJsonText(writer, process.uid);
-    if (process.userId) {
-        writer.Key("user_id");
-        writer.Uint64(*process.userId);
-    }
-    if (!process.user.empty()) {
-        writer.Key("user");
-        WriteJsonText(writer, process.user);
-    }
-    if (process.startTime != 0) {
-        writer.Key("start_time");
-        writer.Uint64(process.startTime);
-    }
+    number("pid", process.pid);
+    number("ppid", process.parentPid);
+    if (process.path) text("path", *process.path);
+    if (process.commandLine) text("command_line", *process.commandLine);
+    text("uid", process.uid);
+    if (process.userId) number("user_id", *process.userId);
+    if (!process.user.empty()) text("user", process.user);
+    if (process.startTime != 0) number("start_time", process.startTime);
     writer.EndObject();
 }
 
-std::string Quoted(std::string_view owner, std::string_view name) {
-    std::string text;
-    if (!owner.empty()) text.append("\"").append(owner).append("\".");
-    return text.append("\"").append(name).append("\"");
-}
-
-const RJ::Value* Member(const RJ::Value& object, char const* name) {
+// The member `name` of `object` (`owner` names the object in messages): nothing when absent
+// (or null, where `nullable`), else a value that `is` accepts, else a TraceFormatError naming
+// `expected`.
+const RJ::Value* Member(const RJ::Value& object, std::string_view owner, char const* name, bool (RJ::Value::*is)() const,
+                        char const* expected, bool nullable = false) {
     const auto member = object.FindMember(name);
-    return member == object.MemberEnd() ? nullptr : &member->value;
+    if (member == object.MemberEnd() || (nullable && member->value.IsNull())) return nullptr;
+    if (!(member->value.*is)()) {
+        throw TraceFormatError((owner.empty() ? "" : "\"" + std::string(owner) + "\".") + "\"" + name + "\" is not " + expected);
+    }
+    return &member->value;
 }
-
-std::string Text(const RJ::Value& value) { return std::string(value.GetString(), value.GetStringLength()); }
 
 std::optional<std::uint64_t> Number(const RJ::Value& object, std::string_view owner, char const* name) {
-    const RJ::Value* value = Member(object, name);
-    if (!value) return std::nullopt;
-    if (!value->IsUint64()) throw TraceFormatError(Quoted(owner, name) + " is not an unsigned integer");
-    return value->GetUint64();
+    const RJ::Value* value = Member(object, owner, name, &RJ::Value::IsUint64, "an unsigned integer");
+    return value ? std::optional(value->GetUint64()) : std::nullopt;
 }
 
-// Absent and null both mean "the host does not know".
-std::optional<std::string> OptionalText(const RJ::Value& object, std::string_view owner, char const* name) {
-    const RJ::Value* value = Member(object, name);
-    if (!value || value->IsNull()) return std::nullopt;
-    if (!value->IsString()) throw TraceFormatError(Quoted(owner, name) + " is not a string or null");
-    return Text(*value);
-}
-
-std::string PlainText(const RJ::Value& object, std::string_view owner, char const* name) {
-    const RJ::Value* value = Member(object, name);
-    if (!value) return {};
-    if (!value->IsString()) throw TraceFormatError(Quoted(owner, name) + " is not a string");
-    return Text(*value);
+// Absent and null both mean "the host does not know" where `nullable`.
+std::optional<std::string> Text(const RJ::Value& object, std::string_view owner, char const* name, bool nullable = false) {
+    const RJ::Value* value = Member(object, owner, name, &RJ::Value::IsString, nullable ? "a string or null" : "a string", nullable);
+    return value ? std::optional(std::string(value->GetString(), value->GetStringLength())) : std::nullopt;
 }
 
 ProcessRecord ReadProcess(const RJ::Value& document, char const* name) {
-    const RJ::Value* object = Member(document, name);
-    if (!object) throw TraceFormatError(Quoted({}, name) + " is missing");
-    if (!object->IsObject()) throw TraceFormatError(Quoted({}, name) + " is not an object");
+    const auto member = document.FindMember(name);
+    if (member == document.MemberEnd()) throw TraceFormatError("\"" + std::string(name) + "\" is missing");
+    const RJ::Value& object = *Member(document, {}, name, &RJ::Value::IsObject, "an object");
     ProcessRecord process;
-    process.pid = Number(*object, name, "pid").value_or(0);
-    process.parentPid = Number(*object, name, "ppid").value_or(0);
-    process.path = OptionalText(*object, name, "path");
-    process.commandLine = OptionalText(*object, name, "command_line");
-    process.uid = PlainText(*object, name, "uid");
-    process.userId = Number(*object, name, "user_id");
-    process.user = PlainText(*object, name, "user");
-    process.startTime = Number(*object, name, "start_time").value_or(0);
+    process.pid = Number(object, name, "pid").value_or(0);
+    process.parentPid = Number(object, name, "ppid").value_or(0);
+    process.path = Text(object, name, "path", true);
+    process.commandLine = Text(object, name, "command_line", true);
+    process.uid = Text(object, name, "uid").value_or("");
+    process.userId = Number(object, name, "user_id");
+    process.user = Text(object, name, "user").value_or("");
+    process.startTime = Number(object, name, "start_time").value_or(0);
     return process;
 }
 
@@ -103,8 +81,7 @@ std::string FormatTraceLine(const TraceEvent& event) {
     Writer writer(buffer);
     writer.StartObject();
     writer.Key("kind");
-    const std::string_view kind = EventKindName(event.kind);
-    writer.String(kind.data(), static_cast<RJ::SizeType>(kind.size()));
+    WriteJsonText(writer, KindNames[static_cast<std::size_t>(event.kind)]);
     writer.Key("process");
     WriteProcess(writer, event.process);
     if (event.kind == EventKind::Create) {
@@ -131,22 +108,19 @@ TraceEvent ParseTraceLine(std::string_view line) {
                                std::to_string(document.GetErrorOffset() + 1) + ")");
     }
     if (!document.IsObject()) throw TraceFormatError("not a JSON object");
-
-    const RJ::Value* kindValue = Member(document, "kind");
-    if (!kindValue) throw TraceFormatError("\"kind\" is missing");
-    if (!kindValue->IsString()) throw TraceFormatError("\"kind\" is not a string");
-    const std::optional<EventKind> kind = EventKindFromName(Text(*kindValue));
-    if (!kind) throw TraceFormatError("unknown \"kind\" (create, exists, terminate or shell)");
+    const std::optional<std::string> kindName = Text(document, {}, "kind");
+    if (!kindName) throw TraceFormatError("\"kind\" is missing");
+    const auto* kind = std::find(std::begin(KindNames), std::end(KindNames), *kindName);
+    if (kind == std::end(KindNames)) throw TraceFormatError("unknown \"kind\" (create, exists, terminate or shell)");
 
     TraceEvent event;
-    event.kind = *kind;
+    event.kind = static_cast<EventKind>(kind - std::begin(KindNames));
     event.process = ReadProcess(document, "process");
     if (event.kind == EventKind::Create) event.parent = ReadProcess(document, "parent");
     if (event.kind == EventKind::Shell) {
-        const RJ::Value* command = Member(document, "command");
+        std::optional<std::string> command = Text(document, {}, "command");
         if (!command) throw TraceFormatError("\"command\" is missing");
-        if (!command->IsString()) throw TraceFormatError("\"command\" is not a string");
-        event.command = Text(*command);
+        event.command = std::move(*command);
     }
     event.time = Number(document, {}, "time");
     return event;
