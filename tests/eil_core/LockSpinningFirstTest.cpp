@@ -35,20 +35,5 @@ TEST(LockSpinningFirst, WaitsForAHolderBeyondTheSpinAndThenHoldsTheLock) {
     mutex.unlock();
 }
 
-TEST(LockSpinningFirst, SerialisesThreadsLikeLock) {
-    std::shared_mutex mutex;
-    long counter = 0;
-    auto work = [&] {
-        for (int i = 0; i < 20000; ++i) {
-            const auto lock = LockSpinningFirst(mutex);
-            ++counter;
-        }
-    };
-    std::thread a(work), b(work);
-    a.join();
-    b.join();
-    EXPECT_EQ(counter, 40000);
-}
-
 }  // namespace
 }  // namespace KALVO::EIL::Core
