@@ -24,19 +24,18 @@ protected:
 };
 
 TEST_F(LoggingTest, CurrentExceptionClassifiesWhatIsBeingHandled) {
-    struct Case {
+    const struct {
         const char* name;
         void (*raise)();
         int code;
         std::string text;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"system error", [] { throw std::system_error(5, std::generic_category(), "io"); }, 5, "io: "},
         {"runtime error", [] { throw std::runtime_error("boom"); }, 12, "boom"},
         {"bad alloc", [] { throw std::bad_alloc(); }, 12, "std::bad_alloc"},
         {"integer", [] { throw 42; }, 13, "Unknown exception type"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         host.Logs().Clear();
         std::error_code error;

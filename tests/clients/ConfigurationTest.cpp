@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "devhost/Host.h"
+#include "tests/support/ErrorOf.h"
 #include "tests/support/SmallStack.h"
 
 namespace {
@@ -32,16 +33,6 @@ void ExpectEverythingGivenBack(const Host& host, const std::string& context) {
     EXPECT_EQ(host.Config().OutstandingTexts(), 0u) << context;
     EXPECT_EQ(host.Config().UnknownReleases(), 0u) << context;
     EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences() << " " << context;
-}
-
-// Runs `work` and returns the message of the std::runtime_error it throws ("" when none).
-std::string RuntimeErrorOf(const std::function<void()>& work) {
-    try {
-        work();
-    } catch (const std::runtime_error& e) {
-        return e.what();
-    }
-    return "";
 }
 
 constexpr char const* Unresolved = "The specified key cannot be resolved";
@@ -118,7 +109,7 @@ TEST(Configuration, TypeTestsFollowTheValueNotItsSpelling) {
         }
         // Each getter succeeds exactly when its test passes, and otherwise names its type.
         for (const Getter& getter : GettersOf(config, row.key)) {
-            EXPECT_EQ(RuntimeErrorOf(getter.get), row.passes[getter.test] ? "" : getter.message)
+            EXPECT_EQ(KALVO::Testing::ErrorOf(getter.get), row.passes[getter.test] ? "" : getter.message)
                 << "key " << row.key << ": " << getter.message;
         }
     }
@@ -140,8 +131,8 @@ TEST(Configuration, KeysAcceptBothPointerFormsAndTheirEscapes) {
     // Missing member, index past the end, a step through a scalar, a pointer that is not one.
     for (const std::string key : {"/missing", "/a/2", "/a/x", "/s~1t/0", "a", "#/a/%zz", "/a/~2"}) {
         EXPECT_FALSE(config.Exists(key)) << "key: " << key;
-        EXPECT_EQ(RuntimeErrorOf([&] { (void)config.IsNull(key); }), Unresolved) << "key: " << key;
-        EXPECT_EQ(RuntimeErrorOf([&] { (void)config.GetInt32(key); }), Unresolved) << "key: " << key;
+        EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)config.IsNull(key); }), Unresolved) << "key: " << key;
+        EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)config.GetInt32(key); }), Unresolved) << "key: " << key;
     }
 }
 
@@ -168,7 +159,7 @@ TEST(Configuration, NestingIsReadUpToTheLimitAndRefusedBeyondOnAHostThread) {
         Host host(WithText(c.text));
         std::string message = "?";
         KALVO::Testing::RunOnSmallStack([&] {
-            message = RuntimeErrorOf([&] { EXPECT_EQ(Configuration(host.Root()).GetObject("").size(), c.text.size()); });
+            message = KALVO::Testing::ErrorOf([&] { EXPECT_EQ(Configuration(host.Root()).GetObject("").size(), c.text.size()); });
         });
         EXPECT_EQ(message, c.read ? "" : InvalidSchema) << c.text.size() << " bytes";
         ExpectEverythingGivenBack(host, std::to_string(c.text.size()) + " bytes");

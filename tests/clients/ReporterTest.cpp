@@ -65,11 +65,9 @@ TEST(Reporter, FailuresThrowTheHostCodeAndReleaseEverything) {
         KALVO::Result::Code code;
         char const* text;  // the fixed text the error starts with; "" for none
     } rows[] = {
-        {Step::Create, Operation::GetInterfaceServiceProvider, 43, ""},
         {Step::Create, Operation::GetServiceReporting, 2, ""},
         {Step::Create, Operation::CreateSecurityEvent, 12, "unable to create new security event"},
         {Step::Observe, Operation::CreateObservation, 22, "unable to create new observation"},
-        {Step::Report, Operation::GetServiceReporting, 2, ""},
         {Step::Report, Operation::ReportSecurityEvent, 89, "unable to report security event"},
     };
     for (const auto& row : rows) {

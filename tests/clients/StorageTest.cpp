@@ -4,10 +4,10 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 
 #include "devhost/Host.h"
+#include "tests/support/ErrorOf.h"
 
 namespace {
 
@@ -16,16 +16,6 @@ using KALVO::DevHost::Operation;
 using KALVO::Storage::Storage;
 
 constexpr char const* Scope = "securitymonitor";
-
-// Runs `work` and returns the message of the std::exception it throws ("" when none).
-std::string ErrorOf(const std::function<void()>& work) {
-    try {
-        work();
-    } catch (const std::exception& e) {
-        return e.what();
-    }
-    return "";
-}
 
 void ExpectNothingHeld(const Host& host, const std::string& context) {
     EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences() << " " << context;
@@ -41,14 +31,14 @@ TEST(Storage, ValuesRoundTripAsRawBytesUnderKeysOfAtMost128Bytes) {
     }
     // The scope is part of the address.
     const Storage other(host.Root(), "other");
-    EXPECT_EQ(ErrorOf([&] { (void)other.GetString("key"); }), "key does not exist in storage");
+    EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)other.GetString("key"); }), "key does not exist in storage");
     // Keys longer than 128 bytes are refused before the host is asked.
     const std::string atLimit(128, 'k'), tooLong(129, 'k'), refused = "key is too long (128 characters maximum)";
     storage.SetBuffer(atLimit, "v", 1);
     EXPECT_EQ(storage.GetString(atLimit), "v");
     host.Faults().ResetCounts();
-    EXPECT_EQ(ErrorOf([&] { (void)storage.GetString(tooLong); }), refused);
-    EXPECT_EQ(ErrorOf([&] { storage.SetBuffer(tooLong, "v", 1); }), refused);
+    EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)storage.GetString(tooLong); }), refused);
+    EXPECT_EQ(KALVO::Testing::ErrorOf([&] { storage.SetBuffer(tooLong, "v", 1); }), refused);
     EXPECT_EQ(host.Faults().Calls(Operation::GetInterfaceStorage), 0u);
     ExpectNothingHeld(host, "round trip");
 }
@@ -60,17 +50,15 @@ TEST(Storage, HostFailuresBecomeTheirFixedTexts) {
         bool read;
         char const* message;
     } rows[] = {
-        {Operation::GetValue, 22, true, "key does not exist in storage"},
-        {Operation::GetValue, 89, true, "unable to get value from storage"},
-        {Operation::SetValue, 89, false, "unable to store value in storage"},
-        {Operation::SetValue, 22, false, "unable to store value in storage"},
+        {Operation::GetValue, 22, true, "key does not exist in storage"}, {Operation::GetValue, 89, true, "unable to get value from storage"},
+        {Operation::SetValue, 89, false, "unable to store value in storage"}, {Operation::SetValue, 22, false, "unable to store value in storage"},
     };
     for (const auto& row : rows) {
         Host host;
         host.Store().Write(Scope, "key", "value");
         const Storage storage(host.Root(), Scope);
         host.Faults().FailNext(row.operation, row.code);
-        const std::string message = ErrorOf([&] {
+        const std::string message = KALVO::Testing::ErrorOf([&] {
             if (row.read) {
                 (void)storage.GetString("key");
             } else {
@@ -93,13 +81,10 @@ TEST(Storage, ReadOfAGrowingValueIsRetriedFiveTimesInAll) {
         std::uint64_t expectedCalls;
         char const* expected;  // null: "unable to get value from storage"
     } rows[] = {
-        {1, 4, "stored"},  // one failed attempt
-        {7, 10, "stored"},  // four failed attempts, the fifth reads
+        {1, 4, "stored"}, {7, 10, "stored"},  // one failed attempt; four, and the fifth reads
         // Five failed attempts: the last length query said 0, and an empty read is what
         // the client is left with.
-        {9, 10, ""},
-        {10, 10, ""},
-        {20, 10, ""},
+        {9, 10, ""}, {20, 10, ""},
     };
     for (const auto& row : rows) {
         Host host;
@@ -107,7 +92,7 @@ TEST(Storage, ReadOfAGrowingValueIsRetriedFiveTimesInAll) {
         const Storage storage(host.Root(), Scope);
         host.Faults().FailNext(Operation::GetValue, 12, row.failedCalls);
         std::string value;
-        EXPECT_EQ(ErrorOf([&] { value = storage.GetString("key"); }), "") << "failed calls " << row.failedCalls;
+        EXPECT_EQ(KALVO::Testing::ErrorOf([&] { value = storage.GetString("key"); }), "") << "failed calls " << row.failedCalls;
         EXPECT_EQ(value, row.expected) << "failed calls " << row.failedCalls;
         EXPECT_EQ(host.Faults().Calls(Operation::GetValue), row.expectedCalls) << "failed calls " << row.failedCalls;
         ExpectNothingHeld(host, "failed calls " + std::to_string(row.failedCalls));

@@ -40,18 +40,6 @@ TEST(CollapseExpression, RandomLiteralPatternsAgreeWithTheRegularExpression) {
     }
 }
 
-TEST(CollapseExpression, CountsUnrolledAtoms) {
-    const struct {
-        const char* pattern;
-        std::size_t atoms;
-    } cases[] = {
-        {"abc", 3},         {"a*", 2},       {"a{3}", 3},       {"a{2,5}", 5},     {"a{4,}", 5},
-        {"(ab){3}", 9},     {"[{}]{2}", 2},  {"\\{3}", 3},      {"a{x}", 4},       {"(a|b)c", 4},
-        {"(?:a){2}", 4},    {"((a){2}){3}", 15},
-    };
-    for (const auto& c : cases) EXPECT_EQ(CollapseExpressionAtoms(c.pattern), c.atoms) << c.pattern;
-}
-
 TEST(CollapseExpression, RefusesExpressionsTooCostlyToMatch) {
     const std::vector<std::string> refused = {
         "(.*.*.*){5000}", "(.*.*.*){100}", "a{600}", "(a{50}){50}", "x{99999999999999999999999}", "((((a{9}){9}){9}){9})",

@@ -39,8 +39,9 @@ TEST(ScopeGuard, ReleasedOrMovedFromGuardsDoNotFire) {
     {
         auto released = MakeScopeExit([&fired] { ++fired; });
         released.Release();
+        auto moved = std::move(released);
         auto original = MakeScopeExit([&fired] { ++fired; });
-        auto moved = std::move(original);
+        auto kept = std::move(original);
     }
     EXPECT_EQ(fired, 1);
 }

@@ -1,7 +1,7 @@
 // The JSON tree: what the sensor parses from host texts (one value or a refusal, numbers in
-// their narrowest type, nesting refused before it can exhaust a host thread's stack), and the
-// tree operations that must stay iterative and keep every node's parent right. The JSON fuzzer
-// checks the write-and-read-back round trip on arbitrary texts.
+// their narrowest type, nesting refused before it can exhaust a host thread's stack), and one
+// test of each tree operation. The JSON fuzzer checks the write-and-read-back round trip on
+// arbitrary texts.
 #include "eil/json/Json.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +11,6 @@
 #include <limits>
 #include <string>
 #include <typeinfo>
-#include <vector>
 
 #include "tests/support/SmallStack.h"
 
@@ -23,27 +22,6 @@ inline void PrintTo(const Json& json, std::ostream* out) { *out << ToStringA(jso
 namespace {
 
 using namespace std::string_literals;
-
-// Whether every node below `root` points to the container that holds it (explicit stack: the
-// trees tested may be deep).
-::testing::AssertionResult ParentsAreConsistent(const Json& root) {
-    std::vector<const Json*> pending{&root};
-    while (!pending.empty()) {
-        const Json* node = pending.back();
-        pending.pop_back();
-        std::vector<const Json*> children;
-        if (node->IsObject()) {
-            for (const auto& member : node->Get<Json::ObjectType>()) children.push_back(&member.second);
-        } else if (node->IsArray()) {
-            for (const auto& element : node->Get<Json::ArrayType>()) children.push_back(&element);
-        }
-        for (const Json* child : children) {
-            if (child->GetParent() != node) return ::testing::AssertionFailure() << "wrong parent below " << node->GetPath();
-            pending.push_back(child);
-        }
-    }
-    return ::testing::AssertionSuccess();
-}
 
 // Runs `action` and expects it to throw exactly `Exception` with the message `what`.
 template <class Exception>
@@ -132,31 +110,9 @@ TEST(JsonText, NestingIsReadToTheLimitAndRefusedBeyondOnAHostThreadStack) {
             EXPECT_EQ(ToStringA(json), text);
             Json copy = json;
             EXPECT_EQ(copy, json);
-            Json moved = std::move(copy);
-            EXPECT_TRUE(ParentsAreConsistent(moved));
+            EXPECT_EQ(Json(std::move(copy)), json);
         }
     });
-}
-
-TEST(JsonTree, HandBuiltDeepTreeNeedsNoStack) {
-#ifdef KALVO_SANITIZED
-    constexpr int Depth = 30'000;  // still far beyond what recursion survives on 512 KiB
-#else
-    constexpr int Depth = 100'000;
-#endif
-    Testing::RunOnSmallStack([] {
-        Json deep;
-        Json* node = &deep;
-        for (int i = 0; i < Depth; ++i) node = i % 2 ? &(*node)["k"] : &(*node)[0ul];
-        *node = "leaf";
-        const Json copy = deep;
-        EXPECT_EQ(copy, deep);
-        EXPECT_TRUE(ParentsAreConsistent(copy));
-        EXPECT_EQ(ToStringA(copy).size(), ToStringA(deep).size());
-        node->operator=(1);
-        EXPECT_FALSE(copy == deep);
-        EXPECT_EQ(deep.Find(copy.Find("/0/k/0").GetPath()).GetPath(), "/0/k/0");
-    });  // both trees destroyed here
 }
 
 TEST(JsonTree, AccessByKeyAndIndexFollowsTheType) {
@@ -190,9 +146,6 @@ TEST(JsonTree, FindWalksEscapedPathsThatGetPathWrites) {
     }
     EXPECT_TRUE(Throws<std::invalid_argument>([&] { json.Find("a"); }, "path"));
     EXPECT_TRUE(Throws<std::out_of_range>([&] { json.Find("/a/b/2"); }, "index"));
-    EXPECT_EQ(json["t~"]["~1"].GetName(), "~1");
-    EXPECT_EQ(json["a"]["b"][1ul].GetIndex(), 1u);
-    EXPECT_TRUE(Throws<std::runtime_error>([&] { json["a"].GetIndex(); }, "position not found"));
 }
 
 TEST(JsonTree, StringsAndCharactersReadBackOnlyWhenTheyFit) {
@@ -226,11 +179,9 @@ TEST(JsonTree, CreatesChildrenOrRefusesAndComparesByTypeAndValue) {
     EXPECT_EQ(ToStringA(null), "[true]");
     EXPECT_TRUE(Throws<std::runtime_error>([&] { CreateObjectChild(root, "n", true); }, "Json key exists"));
     EXPECT_TRUE(Throws<std::runtime_error>([&] { CreateArrayChild(root, true); }, "incompatible type"));
-    EXPECT_EQ(ToStringA(root), R"({"list":[{"k":false}],"n":-5})");
 
     EXPECT_FALSE(Json(std::int64_t{5}) == Json(std::uint64_t{5}));
-    EXPECT_FALSE(FromString("[1,2]") == FromString("[1]"));
-    EXPECT_FALSE(FromString(R"({"a":[1]})") == FromString(R"({"b":[1]})"));
+    EXPECT_FALSE(FromString("[1,2]") == FromString("[1]") || FromString(R"({"a":[1]})") == FromString(R"({"b":[1]})"));
     EXPECT_EQ(FromString(Sample)["a"], FromString(R"({"b":[10,{"c":"x"}]})"));  // a member against a root
 }
 

@@ -33,10 +33,8 @@ TEST(Identifier, IdsMatchTheHostsKeyFormat) {
         {"info", 0x28ee82696673adfcULL}, {"type_id", 0x7b660c6fca703c50ULL}, {"command", 0x2e3f465733317c69ULL}, {"", 0},
         {std::string("ab\0cd", 5), 0x014984000117d8c3ULL},  // stops at the first NUL
         // Bytes 0x80-0xFF are sign-extended: these differ from a zero-extending hash.
-        {"caf\xc3\xa9", 0xba42cb72da7008e6ULL},
-        {"\xd0\x9f\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82", 0x7ea39b5432b98976ULL},
-        {"\x80", 0xffff7fffffff2680ULL},
-        {"\xff", 0xfffffefffffffe4dULL},
+        {"caf\xc3\xa9", 0xba42cb72da7008e6ULL}, {"\xd0\x9f\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82", 0x7ea39b5432b98976ULL},
+        {"\x80", 0xffff7fffffff2680ULL}, {"\xff", 0xfffffefffffffe4dULL},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(Identifier::Hash(c.name), c.id) << "name: " << c.name;

@@ -38,9 +38,6 @@ std::string OracleProcessPath(std::string path) {
     return path;
 }
 
-// The input as gtest prints strings, escapes and all, so that a failure can be pasted into a table.
-std::string Literal(const std::string& text) { return ::testing::PrintToString(text); }
-
 // Makes inputs from a fixed seed. Draws use `% n` rather than the standard distributions, whose
 // results differ between standard libraries, so every build checks the same inputs.
 class InputMaker {
@@ -80,21 +77,13 @@ public:
     }
 
 private:
+    // A run of hex digits of one style: lower case, upper case, letters only, digits only, mixed.
     std::string Hex(std::size_t length) {
-        static constexpr std::string_view lower = "0123456789abcdef";
-        static constexpr std::string_view upper = "0123456789ABCDEF";
-        static constexpr std::string_view letters = "abcdefABCDEF";
-        const std::size_t style = Below(5);
+        static constexpr std::string_view styles[] = {"0123456789abcdef", "0123456789ABCDEF", "abcdefABCDEF", "0123456789",
+                                                      "0123456789abcdefABCDEF"};
+        const std::string_view alphabet = styles[Below(std::size(styles))];
         std::string run;
-        for (std::size_t i = 0; i < length; ++i) {
-            switch (style) {
-                case 0: run += lower[Below(16)]; break;
-                case 1: run += upper[Below(16)]; break;
-                case 2: run += letters[Below(letters.size())]; break;
-                case 3: run += static_cast<char>('0' + Below(10)); break;
-                default: run += (OneIn(2) ? lower : upper)[Below(16)];
-            }
-        }
+        for (std::size_t i = 0; i < length; ++i) run += alphabet[Below(alphabet.size())];
         return run;
     }
 
@@ -146,7 +135,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsOnRandomInputs) {
         const std::string input = maker.CommandLine();
         std::string actual = input;
         NormalizeCommandline(actual);
-        ASSERT_EQ(actual, OracleCommandline(input)) << "iteration " << i << " input: " << Literal(input);
+        ASSERT_EQ(actual, OracleCommandline(input)) << "iteration " << i << " input: " << ::testing::PrintToString(input);
     }
 }
 
@@ -179,7 +168,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
                         const std::string input = std::string(leftLength, left) + piece + std::string(rightLength, right);
                         std::string actual = input;
                         NormalizeCommandline(actual);
-                        ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << Literal(input);
+                        ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
                     }
                 }
             }
@@ -194,7 +183,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
                     const std::string input = std::string(leftLength, filler[0]) + hash + " " + std::string(rightLength, filler[0]);
                     std::string actual = input;
                     NormalizeCommandline(actual);
-                    ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << Literal(input);
+                    ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
                 }
             }
         }
@@ -232,7 +221,7 @@ TEST(NormalizeProcessPath, MatchesTheRegexReplacementOnRandomInputs) {
         const std::string input = maker.ProcessPath();
         std::string actual = input;
         NormalizeProcessPath(actual);
-        ASSERT_EQ(actual, OracleProcessPath(input)) << "iteration " << i << " input: " << Literal(input);
+        ASSERT_EQ(actual, OracleProcessPath(input)) << "iteration " << i << " input: " << ::testing::PrintToString(input);
     }
 }
 

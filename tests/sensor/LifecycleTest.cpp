@@ -28,13 +28,10 @@ TEST_F(SensorTest, StartRegistersMonitorsAndCommandAndStopUndoesIt) {
     EXPECT_FALSE(sensor.Host().Router().HasHandler("securitymonitor!OnHealthCheck"));
 }
 
-TEST_F(SensorTest, StopBeforeStartOnlyTriesToUnregisterTheCommand) {
+TEST_F(SensorTest, StopBeforeStartOnlyUnregistersTheCommandAndASecondStartReplacesTheCore) {
     EXPECT_EQ(sensor.Stop(), Result::Success);
     EXPECT_EQ(sensor.Host().Faults().Calls(Operation::UnregisterCommandHandler), 1u);
     EXPECT_EQ(sensor.Host().Faults().Calls(Operation::UnregisterProcessMonitor), 0u);
-}
-
-TEST_F(SensorTest, SecondStartReplacesTheCoreAfterTheNewOneIsBuilt) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     ASSERT_EQ(sensor.Start(), Result::Success);
     EXPECT_EQ(sensor.Host().Faults().Calls(Operation::RegisterProcessMonitor), 2u);

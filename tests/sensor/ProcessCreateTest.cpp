@@ -44,18 +44,16 @@ TEST_F(SensorTest, CreationIsReportedWithBothProcessRecords) {
 }
 
 TEST_F(SensorTest, ReportLimitPerKey) {
-    struct Case {
+    const struct {
         const char* configuration;
         int creations;
         std::vector<bool> reported;
-    };
-    const Case cases[] = {
-        {"{}", 5, {true, true, true, false, false}},
-        {R"({"securitymonitor":{"process_tree_report_limit":1}})", 3, {true, false, false}},
+    } cases[] = {
+        {"{}", 5, {true, true, true, false, false}}, {R"({"securitymonitor":{"process_tree_report_limit":1}})", 3, {true, false, false}},
         {R"({"securitymonitor":{"process_tree_report_limit":0}})", 5, {true, true, true, true, true}},
         {R"({"securitymonitor":{"process_tree_report_limit":-1}})", 5, {true, true, true, true, true}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.configuration);
         EXPECT_EQ(sensor.Reconfigure(c.configuration), Result::ProtocolError);  // not started yet: refused
         StartWith(c.configuration);

@@ -37,19 +37,18 @@ TEST_F(SensorTest, ShellCommandIsReportedWithItsCommandObservable) {
 }
 
 TEST_F(SensorTest, ShellCommandLimit) {
-    struct Case {
+    const struct {
         const char* configuration;
         std::string shellPath;
         std::vector<std::string> commands;
         std::vector<bool> reported;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"{}", "/bin/zsh", {"ls", "ls", "ls", "ls", "pwd"}, {true, true, true, false, true}},
         {R"({"securitymonitor":{"process_tree_report_limit":0}})", "/bin/zsh", {"ls", "ls", "ls", "ls"}, {true, true, true, true}},
         {"{}", "", {"", "", "", ""}, {true, true, true, true}},  // nothing to count by
         {"{}", "/proc/12/root/bin/zsh", {"id", "id", "id", "id"}, {true, true, true, false}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.configuration + (" " + c.shellPath));
         StartWith(c.configuration);
         EXPECT_EQ(Commands(sensor, c.shellPath, c.commands), c.reported);
