@@ -1,5 +1,5 @@
-// The process-wide logger: what reaches the host's log sink, and how a caught exception is
-// classified into the code a host entry point returns.
+// The process-wide logger: how a caught exception is classified into the code a host entry
+// point returns, and the two lines that report it.
 #include <gtest/gtest.h>
 
 #include <stdexcept>

@@ -1,5 +1,6 @@
-// The configuration reader against the stand-in host: every failure a caller can meet, the
-// type tests, key forms and the host's text being given back on every path.
+// The configuration reader against the stand-in host: every type test and getter against values
+// at each type's limits, key forms and unresolved keys, and nesting read up to its limit and
+// refused beyond it on a host thread's stack, the host's text given back on every path.
 #include "configuration/Configuration.h"
 
 #include <gtest/gtest.h>

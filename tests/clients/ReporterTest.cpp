@@ -1,6 +1,7 @@
 // The reporting client against the stand-in host: the shape of what crosses to the host
-// (source record, tags), and every host call failing in turn with nothing left held: the host's
-// references by its ledger, the plug-in's own objects by the leak checker of the ASan build.
+// (source record, tags), and the calls whose failure the client names in its own text, with
+// nothing left held: the host's references by its ledger, the plug-in's own objects by the leak
+// checker of the ASan build. The fault matrix fails every other host call at sensor level.
 #include "reporting/Reporter.h"
 
 #include <gtest/gtest.h>

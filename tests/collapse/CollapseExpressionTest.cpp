@@ -1,3 +1,5 @@
+// The collapse expression: literal patterns compared as text against std::regex on random
+// patterns, and the refusal of expressions too costly to match.
 #include "monitor/CollapseExpression.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The three scope guards, each leaving its scope both ways, and released or moved-from guards.
 #include "eil/core/ScopeGuard.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Hex and Base64: the standard vectors, the lenient reading of what is not in the alphabet, and
+// random bytes through the round trip.
 #include <gtest/gtest.h>
 
 #include <cstdint>

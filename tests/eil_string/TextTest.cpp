@@ -1,3 +1,4 @@
+// The string helpers of the foundation library, one table each.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,3 +1,5 @@
+// The wildcard matcher against the same pattern as a regular expression, on random patterns and
+// texts over an alphabet of letters in both cases, stars, question marks and escapes.
 #include "eil/string/Wildcard.h"
 
 #include <gtest/gtest.h>

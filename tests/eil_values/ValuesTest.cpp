@@ -1,3 +1,5 @@
+// The value containers the sensor builds its observables in: the codes of GetData the host
+// relies on, random edits against a plain map, and readers walking while writers edit.
 #include "eil/values/Values.h"
 
 #include <gtest/gtest.h>
