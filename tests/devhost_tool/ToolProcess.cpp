@@ -68,9 +68,7 @@ ToolProcess::~ToolProcess() {
         ::kill(m_pid, SIGKILL);
         ::waitpid(m_pid, nullptr, 0);
     }
-    for (int fd : {m_in, m_outFd, m_errFd}) {
-        if (fd >= 0) ::close(fd);
-    }
+    for (int fd : {m_in, m_outFd, m_errFd}) if (fd >= 0) ::close(fd);
 }
 
 bool ToolProcess::Pump(int timeoutMs) {
@@ -126,9 +124,7 @@ int ToolProcess::Finish(std::chrono::seconds timeout) {
     CloseInput();
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     bool killed = false;
-    while (!killed && Pump(50)) {
-        if (std::chrono::steady_clock::now() >= deadline) killed = ::kill(m_pid, SIGKILL) == 0;
-    }
+    while (!killed && Pump(50)) killed = std::chrono::steady_clock::now() >= deadline && ::kill(m_pid, SIGKILL) == 0;
     int status = 0;
     while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
     }

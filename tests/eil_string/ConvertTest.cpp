@@ -21,9 +21,7 @@ constexpr char32_t ScalarStep = 1;
 TEST(Convert, EveryScalarValueRoundTripsThroughEveryForm) {
     // U+0000 included: the decoders must not stop at a zero.
     std::u32string all;
-    for (char32_t c = 0; c <= 0x10FFFF; c += ScalarStep) {
-        if (c < 0xD800 || c > 0xDFFF) all += c;
-    }
+    for (char32_t c = 0; c <= 0x10FFFF; c += ScalarStep) if (c < 0xD800 || c > 0xDFFF) all += c;
     const std::string utf8 = ToUtf8(all);
     EXPECT_EQ(ToUtf32(utf8), all);
     const std::u16string utf16 = ToUtf16(utf8);

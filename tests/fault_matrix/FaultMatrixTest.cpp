@@ -234,9 +234,7 @@ TEST_P(FaultMatrix, EveryPhaseSurvivesTheFaultAndRecovers) {
 
 std::string ParamName(const ::testing::TestParamInfo<Operation>& info) {
     std::string name(DevHost::OperationName(info.param));
-    for (char& c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-    }
+    for (char& c : name) if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
     return name;
 }
 

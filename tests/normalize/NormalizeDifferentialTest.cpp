@@ -129,6 +129,21 @@ private:
     std::mt19937_64 m_random;
 };
 
+// The scanners ask the block only for runs of four digits; every length is checked here, so the
+// remainder step after the doublings is right too.
+TEST(CharBlock, RunStartsAgreeWithAScanOfTheEightPlaces) {
+    for (unsigned pattern = 0; pattern < 256; ++pattern) {
+        std::uint64_t mask = 0;
+        for (std::size_t i = 0; i < CharBlock::Size; ++i) mask |= std::uint64_t{(pattern >> i) & 1} << (8 * i + 7);
+        for (std::size_t length = 1; length <= CharBlock::Size; ++length) {
+            const unsigned run = (1u << length) - 1;
+            std::uint64_t starts = 0;
+            for (std::size_t i = 0; i + length <= CharBlock::Size; ++i) starts |= std::uint64_t{((pattern >> i) & run) == run} << (8 * i + 7);
+            EXPECT_EQ(CharBlock::RunStarts(mask, length), starts) << "pattern " << pattern << " length " << length;
+        }
+    }
+}
+
 TEST(NormalizeCommandline, MatchesTheRegexReplacementsOnRandomInputs) {
     InputMaker maker(0x6b616c766f);
     for (int i = 0; i < Iterations; ++i) {
