@@ -16,7 +16,7 @@ shift || true
 build=${KALVO_FUZZ_BUILD:-build/fuzz}
 names=("$@")
 if [ "${#names[@]}" -eq 0 ]; then
-  names=(json configuration health_check synchronize normalize)
+  names=(json normalize)
 fi
 
 cmake --preset fuzz -B "$build" >/dev/null

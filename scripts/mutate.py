@@ -149,6 +149,10 @@ def main():
     ap.add_argument("--build-dir", default="build/mutate")
     ap.add_argument("--timeout", type=int, default=180, help="seconds for one mutant's test run")
     ap.add_argument("--only", help="run the mutants whose line contains this text")
+    ap.add_argument("--list", metavar="FILE", help="run only the mutants listed in FILE (lines as in mutants.txt)")
+    ap.add_argument("--survivors", metavar="FILE", help="write the survivors to FILE, one a line as in mutants.txt")
+    ap.add_argument("--skip-baseline", action="store_true",
+                    help="build the unmutated tree but do not run its tests first (already seen passing)")
     args = ap.parse_args()
     if args.generate:
         generate(args.generate, args.seed)
@@ -162,15 +166,21 @@ def main():
         # their heavy loops down as under sanitizers, so a mutant costs seconds of testing.
         subprocess.run(["cmake", "--preset", "gcc", "-B", args.build_dir, "-DCMAKE_UNITY_BUILD=OFF",
                         "-DKALVO_WERROR=OFF", "-DCMAKE_CXX_FLAGS=-DKALVO_SANITIZED=1"], cwd=ROOT, check=True)
-    if run(build, 3600) != 0 or run(test, 1800) != 0:
+    if run(build, 3600) != 0 or (not args.skip_baseline and run(test, 1800) != 0):
         print("the unmutated tree must build and pass first", file=sys.stderr)
         return 2
 
+    listed = None
+    if args.list:
+        with open(args.list, encoding="utf-8") as f:
+            listed = {l.rstrip("\n") for l in f if l.strip() and not l.startswith("#")}
     tally = {"killed": 0, "survived": 0, "timed out": 0, "did not compile": 0, "not found": 0}
     survivors = []
     started = time.time()
     for path, text, token, occurrence, replacement in load():
         if args.only and args.only not in text:
+            continue
+        if listed is not None and SEP.join([path, text, token, occurrence, replacement]) not in listed:
             continue
         full = os.path.join(ROOT, path)
         if not os.path.exists(full):
@@ -198,6 +208,9 @@ def main():
         print("%-15s %s:%d  %s   [%s]" % (verdict, path, line_no, change, text.strip()), flush=True)
         if verdict == "survived":
             survivors.append("%s:%d  %s   [%s]" % (path, line_no, change, text.strip()))
+            if args.survivors:
+                with open(args.survivors, "a", encoding="utf-8") as f:
+                    f.write(SEP.join([path, text, token, occurrence, replacement]) + "\n")
     run(build, 3600)
     counted = tally["killed"] + tally["survived"] + tally["timed out"]
     print("\nkilled %d, survived %d, timed out %d of %d counted; did not compile %d, not found %d; %.0f min"

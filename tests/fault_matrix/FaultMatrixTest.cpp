@@ -26,17 +26,9 @@ constexpr Phase AllPhases[] = {Phase::Start,       Phase::ProcessCreate, Phase::
                                Phase::ShellCommand, Phase::HealthCheck,  Phase::Synchronize,   Phase::Stop};
 
 const char* PhaseName(Phase phase) {
-    switch (phase) {
-    case Phase::Start: return "Start";
-    case Phase::ProcessCreate: return "ProcessCreate";
-    case Phase::ProcessExists: return "ProcessExists";
-    case Phase::ProcessTerminate: return "ProcessTerminate";
-    case Phase::ShellCommand: return "ShellCommand";
-    case Phase::HealthCheck: return "HealthCheck";
-    case Phase::Synchronize: return "Synchronize";
-    case Phase::Stop: return "Stop";
-    }
-    return "?";
+    constexpr const char* names[] = {"Start",        "ProcessCreate", "ProcessExists", "ProcessTerminate",
+                                     "ShellCommand", "HealthCheck",   "Synchronize",   "Stop"};
+    return names[static_cast<int>(phase)];
 }
 
 bool IsLookup(Operation operation) {
@@ -87,17 +79,15 @@ std::optional<Expected> ExpectedLine(Operation operation, Phase phase, Result::C
             return Expected{LogLevel::Error, "unable to create our interface"};
         return std::nullopt;
     case Phase::ProcessCreate:
-        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping OnProcessCreate event for process"};
-        if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process process start event"};
-        return std::nullopt;
     case Phase::ProcessExists:
-        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping OnProcessExists event for process"};
-        if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process process exists event"};
+    case Phase::ShellCommand: {
+        const bool create = phase == Phase::ProcessCreate, exists = phase == Phase::ProcessExists;
+        const std::string handler = create ? "OnProcessCreate" : exists ? "OnProcessExists" : "OnShellCommand";
+        const std::string event = create ? "process start" : exists ? "process exists" : "shell command";
+        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping " + handler + " event for process"};
+        if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process " + event + " event"};
         return std::nullopt;
-    case Phase::ShellCommand:
-        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping OnShellCommand event for process"};
-        if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process shell command event"};
-        return std::nullopt;
+    }
     case Phase::Synchronize:
         if (In(operation, {Operation::GetInterfaceConfiguration, Operation::GetData}))
             return Expected{LogLevel::Warn, "Failed to get configuration for process tree collapsing"};
@@ -244,9 +234,7 @@ TEST_P(FaultMatrix, EveryPhaseSurvivesTheFaultAndRecovers) {
 
 std::string ParamName(const ::testing::TestParamInfo<Operation>& info) {
     std::string name(DevHost::OperationName(info.param));
-    for (char& c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-    }
+    for (char& c : name) if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
     return name;
 }
 

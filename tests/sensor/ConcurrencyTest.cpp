@@ -25,7 +25,6 @@ TEST_F(SensorTest, EventsConfigurationAndHealthChecksRunConcurrently) {
     sensor.Host().Logs().SetRetention(16);
     sensor.Host().Filter().SetRetention(16);
     std::atomic<bool> stop{false};
-    std::atomic<std::uint64_t> delivered{0};
 
     auto deliverer = [&](int thread) {
         auto parent = sensor.Process("parent" + std::to_string(thread), "/bin/bash", "bash");
@@ -36,7 +35,6 @@ TEST_F(SensorTest, EventsConfigurationAndHealthChecksRunConcurrently) {
             sensor.Host().Monitors().DeliverProcessExists(child);
             sensor.Host().Monitors().DeliverShellCommand(parent, "make -j" + std::to_string(n % 600));
             sensor.Host().Monitors().DeliverProcessTerminate(child);
-            delivered.fetch_add(4);
         }
     };
     std::vector<std::thread> threads;
@@ -61,7 +59,6 @@ TEST_F(SensorTest, EventsConfigurationAndHealthChecksRunConcurrently) {
     stop.store(true);
     for (auto& thread : threads) thread.join();
 
-    EXPECT_GT(delivered.load(), 0u);
     EXPECT_GT(sensor.Reported(), 0u);
     EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
     EXPECT_EQ(sensor.Stop(), Result::Success);

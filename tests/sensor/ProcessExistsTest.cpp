@@ -69,52 +69,5 @@ TEST_F(SensorTest, StoredIdentifiersAreSplitDroppingEmptyPieces) {
     EXPECT_EQ(Exists(sensor, ""), 1u);
 }
 
-TEST_F(SensorTest, SuppressedRunningProcessIsNeitherRecordedNorReported) {
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    sensor.Host().Filter().SetAnswer(1);
-    EXPECT_EQ(Exists(sensor, "hidden"), 0u);
-    EXPECT_EQ(sensor.Logged(LogLevel::Info, "Skipping OnProcessExists event for process hidden"), 1u);
-    ASSERT_EQ(sensor.Stop(), Result::Success);
-    EXPECT_EQ(Stored(sensor), "");
-}
-
-TEST_F(SensorTest, FirstRunWithoutStoredValueLogsNothingAboutIt) {
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
-    EXPECT_EQ(sensor.Logged(LogLevel::Warn, ""), 0u);
-    ASSERT_EQ(sensor.Stop(), Result::Success);
-    EXPECT_EQ(Stored(sensor), "");
-}
-
-TEST_F(SensorTest, StorageFailuresNeitherFailStartNorStop) {
-    sensor.Host().Faults().FailAlways(DevHost::Operation::GetValue, 89);
-    sensor.Host().Faults().FailAlways(DevHost::Operation::SetValue, 89);
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    EXPECT_EQ(Exists(sensor, "q"), 1u);
-    EXPECT_EQ(sensor.Stop(), Result::Success);
-    EXPECT_EQ(Stored(sensor), "<none>");
-    EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
-}
-
-TEST(SensorPersistence, IdentifiersSurviveAReopenedDatabase) {
-    const std::string path = ::testing::TempDir() + "/sensor-persistence.sqlite";
-    std::remove(path.c_str());
-    DevHost::HostOptions options;
-    options.storagePath = path;
-    {
-        SensorHarness sensor(options);
-        ASSERT_EQ(sensor.Start(), Result::Success);
-        EXPECT_EQ(Exists(sensor, "persisted"), 1u);
-        ASSERT_EQ(sensor.Stop(), Result::Success);
-    }
-    {
-        SensorHarness sensor(options);
-        ASSERT_EQ(sensor.Start(), Result::Success);
-        EXPECT_EQ(Exists(sensor, "persisted"), 0u);
-        ASSERT_EQ(sensor.Stop(), Result::Success);
-    }
-    std::remove(path.c_str());
-}
-
 }  // namespace
 }  // namespace KALVO::Testing

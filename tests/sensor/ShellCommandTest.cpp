@@ -37,19 +37,18 @@ TEST_F(SensorTest, ShellCommandIsReportedWithItsCommandObservable) {
 }
 
 TEST_F(SensorTest, ShellCommandLimit) {
-    struct Case {
+    const struct {
         const char* configuration;
         std::string shellPath;
         std::vector<std::string> commands;
         std::vector<bool> reported;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"{}", "/bin/zsh", {"ls", "ls", "ls", "ls", "pwd"}, {true, true, true, false, true}},
         {R"({"securitymonitor":{"process_tree_report_limit":0}})", "/bin/zsh", {"ls", "ls", "ls", "ls"}, {true, true, true, true}},
         {"{}", "", {"", "", "", ""}, {true, true, true, true}},  // nothing to count by
         {"{}", "/proc/12/root/bin/zsh", {"id", "id", "id", "id"}, {true, true, true, false}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.configuration + (" " + c.shellPath));
         StartWith(c.configuration);
         EXPECT_EQ(Commands(sensor, c.shellPath, c.commands), c.reported);
@@ -57,31 +56,17 @@ TEST_F(SensorTest, ShellCommandLimit) {
     }
 }
 
-TEST_F(SensorTest, ShellCommandKeepsEveryByteOfTheCommand) {
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    static constexpr char bytes[] = "echo \0\xff\x80 done";
-    const std::string command(bytes, sizeof bytes - 1);
-    ASSERT_EQ(Commands(sensor, "/bin/sh", {command}), std::vector<bool>{true});
-    const auto events = sensor.Host().Reports().Events();
-    EXPECT_NE(DevHost::RenderValuesJson(*events.at(0)->observations.at(0).observables.at(1).values).find("done"),
-              std::string::npos);
-}
-
-TEST_F(SensorTest, NullShellCommandIsReportedAsEmpty) {
+TEST_F(SensorTest, ShellCommandKeepsEveryByteAndANullTextIsEmpty) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     auto shell = sensor.Process("s", "/bin/sh", "sh");
+    static constexpr char bytes[] = "echo \0\xff\x80 done";
+    sensor.Host().Monitors().DeliverShellCommand(shell, std::string_view(bytes, sizeof bytes - 1));
     sensor.Host().Monitors().DeliverShellCommand(shell, std::string_view());  // a null text of length 0
-    ASSERT_EQ(sensor.Reported(), 1u);
     const auto events = sensor.Host().Reports().Events();
-    EXPECT_EQ(DevHost::RenderValuesJson(*events.at(0)->observations.at(0).observables.at(1).values),
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_NE(DevHost::RenderValuesJson(*events[0]->observations.at(0).observables.at(1).values).find("done"), std::string::npos);
+    EXPECT_EQ(DevHost::RenderValuesJson(*events[1]->observations.at(0).observables.at(1).values),
               R"({"command":"","type_id":"d2828e56-c9a9-43a0-91b6-96eccca93a5e","type":"shell_command"})");
-}
-
-TEST_F(SensorTest, SuppressedShellCommandIsOnlyLogged) {
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    sensor.Host().Filter().SetAnswer(1);
-    EXPECT_EQ(Commands(sensor, "/bin/sh", {"rm -rf /"}), std::vector<bool>{false});
-    EXPECT_EQ(sensor.Logged(LogLevel::Info, "Skipping OnShellCommand event for process shell"), 1u);
 }
 
 }  // namespace

@@ -19,11 +19,6 @@ std::uint64_t ReportsOfRepeatedCreation(SensorHarness& sensor, int times, const 
     return sensor.Reported() - before;
 }
 
-TEST_F(SensorTest, ConfigurationIsReadAtStart) {
-    StartWith(R"({"securitymonitor":{"process_tree_report_limit":1}})");
-    EXPECT_EQ(ReportsOfRepeatedCreation(sensor, 4), 1u);
-}
-
 TEST_F(SensorTest, SynchronizeWithReasonConfigurationRereadsAndResetsAbsentKeys) {
     StartWith(R"({"securitymonitor":{"process_tree_report_limit":1}})");
     EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_report_limit":5}})"), Result::Success);
@@ -35,27 +30,22 @@ TEST_F(SensorTest, SynchronizeWithReasonConfigurationRereadsAndResetsAbsentKeys)
 TEST_F(SensorTest, SynchronizeContexts) {
     StartWith(R"({"securitymonitor":{"process_tree_report_limit":1}})");
     sensor.Host().Config().SetText(R"({"securitymonitor":{"process_tree_report_limit":2}})");
-    struct Case {
+    const struct {
         std::string context;
         Result::Code code;
         bool rereads;
         std::size_t warnings;
         std::size_t errors;
-    };
-    const Case cases[] = {
-        {R"({"reason":"Configuration"})", 0, false, 0, 0},
-        {R"({"reason":"other"})", 0, false, 0, 0},
-        {R"({})", 0, false, 0, 0},
-        {"null", 0, false, 0, 0},
-        {R"({"reason":5})", 0, false, 0, 0},
-        {"not json", 100, false, 1, 0},
-        {"", 100, false, 1, 0},
-        {"[1]", 0, true, 0, 2},
+    } cases[] = {
+        {R"({"reason":"Configuration"})", 0, false, 0, 0}, {R"({"reason":"other"})", 0, false, 0, 0},
+        {R"({})", 0, false, 0, 0}, {"null", 0, false, 0, 0}, {R"({"reason":5})", 0, false, 0, 0},
+        {"not json", 100, false, 1, 0}, {"", 100, false, 1, 0},
+        {"[1]", 0, true, 0, 2},  // "incompatible type": logged, and the configuration re-read
         {R"({"reason":"configuration"})", 0, true, 0, 0},
     };
     int limit = 1;
     int round = 0;
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.context);
         sensor.Host().Logs().Clear();
         EXPECT_EQ(sensor.Synchronize(c.context), c.code);
@@ -75,28 +65,22 @@ TEST_F(SensorTest, SynchronizeContexts) {
     EXPECT_EQ(sensor.Logged(LogLevel::Warn, "cannot determine reason for synchronize"), 1u);
 }
 
-TEST_F(SensorTest, NonObjectContextLogsTheFailureAndRereads) {
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    EXPECT_EQ(sensor.Synchronize("[1]"), Result::Success);
-    EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: 'incompatible type'"), 1u);
-    EXPECT_EQ(sensor.Logged(LogLevel::Error, "Security monitor failed to synchronize"), 1u);
-}
-
 TEST_F(SensorTest, ConfigurationProblemsGiveOneWarningAndKeepWhatWorked) {
     StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"sleep.*"}})");
-    struct Case {
+    const struct {
         std::string configuration;
         std::size_t warnings;
-    };
-    const Case cases[] = {
-        {"not json", 1},
-        {R"({"securitymonitor":{"process_tree_report_limit":"3"}})", 1},
+    } cases[] = {
+        {"not json", 1}, {R"({"securitymonitor":{"process_tree_report_limit":"3"}})", 1},
         {R"({"securitymonitor":{"process_tree_collapse_regex":"("}})", 1},
         {R"({"securitymonitor":{"process_tree_collapse_regex":"("}})", 0},  // the same invalid text: silent
         {R"({"securitymonitor":{"process_tree_collapse_regex":")" + std::string(300, 'a') + R"("}})", 1},
         {R"({"securitymonitor":{"process_tree_report_limit":1.5}})", 1},
+#if defined(__GLIBCXX__)
+        {R"({"securitymonitor":{"process_tree_collapse_regex":"(a)\\1"}})", 1},  // back references: refused as invalid
+#endif
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         sensor.Host().Logs().Clear();
         EXPECT_EQ(sensor.Reconfigure(c.configuration), Result::Success) << c.configuration.substr(0, 80);
         EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), c.warnings)
@@ -108,14 +92,6 @@ TEST_F(SensorTest, ConfigurationProblemsGiveOneWarningAndKeepWhatWorked) {
     EXPECT_EQ(sensor.Synchronize(R"({"reason":"configuration"})"), Result::Success);
     EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), 1u);
 }
-
-#if defined(__GLIBCXX__)
-TEST_F(SensorTest, BackReferencesAreRefusedLikeInvalidExpressions) {
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    EXPECT_EQ(sensor.Reconfigure(R"({"securitymonitor":{"process_tree_collapse_regex":"(a)\\1"}})"), Result::Success);
-    EXPECT_EQ(sensor.Logged(LogLevel::Warn, "Failed to get configuration for process tree collapsing"), 1u);
-}
-#endif
 
 }  // namespace
 }  // namespace KALVO::Testing

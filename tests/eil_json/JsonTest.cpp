@@ -1,0 +1,189 @@
+// The JSON tree: what the sensor parses from host texts (one value or a refusal, numbers in
+// their narrowest type, nesting refused before it can exhaust a host thread's stack), and one
+// test of each tree operation. The JSON fuzzer checks the write-and-read-back round trip on
+// arbitrary texts.
+#include "eil/json/Json.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <string>
+#include <typeinfo>
+
+#include "tests/support/SmallStack.h"
+
+namespace KALVO::EIL::Json {
+
+// Failures print the tree as text instead of its bytes.
+inline void PrintTo(const Json& json, std::ostream* out) { *out << ToStringA(json); }
+
+namespace {
+
+using namespace std::string_literals;
+
+// Runs `action` and expects it to throw exactly `Exception` with the message `what`.
+template <class Exception>
+::testing::AssertionResult Throws(const std::function<void()>& action, const std::string& what) {
+    try {
+        action();
+    } catch (const std::exception& error) {
+        if (typeid(error) != typeid(Exception) || error.what() != what)
+            return ::testing::AssertionFailure() << "threw " << typeid(error).name() << ": " << error.what();
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "did not throw";
+}
+
+std::wstring Widen(std::string_view ascii) { return std::wstring(ascii.begin(), ascii.end()); }
+
+// `depth` containers around a 0, e.g. [[0]] or {"a":{"a":0}}.
+std::string Nested(std::size_t depth, std::string_view open, std::string_view close) {
+    std::string text;
+    for (std::size_t i = 0; i < depth; ++i) text += open;
+    text += '0';
+    for (std::size_t i = 0; i < depth; ++i) text += close;
+    return text;
+}
+
+const char* const Sample = R"({"a":{"b":[10,{"c":"x"}]},"s/l":1,"t~":{"~1":2},"":3,"n":null,"e":{}})";
+
+// The round trip of arbitrary texts is the JSON fuzzer's; here, what it does not check.
+TEST(JsonText, WritesMembersInNameOrderWideTooAndNonFiniteAsNull) {
+    const std::string text = R"({"b":[1.5,"\u0001"],"a":{"z":-1,"Z":null}})";
+    const std::string sorted = R"({"a":{"Z":null,"z":-1},"b":[1.5,"\u0001"]})";
+    const Json json = FromString(text);
+    EXPECT_EQ(ToStringA(json), sorted);
+    EXPECT_EQ(ToStringW(json), Widen(sorted));
+    EXPECT_EQ(FromString(Widen(text)), json);
+    EXPECT_EQ(FromString(ToIndentedStringW(json)), json);
+    Json nonFinite = Array();
+    CreateArrayChild(nonFinite, std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(ToStringA(nonFinite), "[null]");
+}
+
+TEST(JsonText, TakesTheNarrowestNumberType) {
+    const struct {
+        std::string text;
+        Type type;
+    } cases[] = {
+        {"0", Type::UInt64}, {"-0", Type::UInt64}, {"18446744073709551615", Type::UInt64}, {"-1", Type::Int64},
+        {"-9223372036854775808", Type::Int64}, {"18446744073709551616", Type::Double}, {"1.0", Type::Double},
+    };
+    for (const auto& test : cases) {
+        EXPECT_EQ(FromString(test.text).GetType(), test.type) << test.text;
+        EXPECT_EQ(FromString(test.text).IsInt64(), test.type == Type::Int64) << test.text;
+    }
+}
+
+TEST(JsonText, RefusesAnythingButOneValue) {
+    const std::string texts[] = {
+        "", " \n", "{", "[1,]", "[1] [2]", "{} x", "nul", "[01]", R"({a:1})", "{}\0"s, "[\"a\0\"]"s, "NaN", "1e400",
+        "// comment\n{}", "\xEF\xBB\xBF{}",
+    };
+    for (const auto& text : texts) {
+        EXPECT_TRUE(Throws<std::runtime_error>([&] { FromString(text); }, "Failed to parse the json")) << "input: " << text;
+    }
+    EXPECT_TRUE(Throws<std::runtime_error>([] { FromString(R"({"a":1,"a":2})"); }, "Json key exists"));
+    EXPECT_NO_THROW(FromString(" \t\r\n{} \n"));
+}
+
+// Numbers in host texts that RapidJSON's full-precision reader mishandles, found by fuzzing:
+// the first crashes it (inside StrtodDiyFp), the zeros came out as -2.6e-141, 1.3e269 and
+// 3.6e-71. Every health-check payload and synchronize context is read here, so the reader runs
+// at its normal precision.
+TEST(JsonText, HostileNumbersNeitherCrashNorComeOutWrong) {
+    Testing::RunOnSmallStack([] { EXPECT_NO_FATAL_FAILURE((void)FromString(R"({"id":"1","n":1.080000000095e-337})")); });
+    for (const char* text : {"0e-88", "0E83", "-0e304"}) EXPECT_EQ(FromString(text).Get<double>(), 0.0) << " input: " << text;
+}
+
+TEST(JsonText, NestingIsReadToTheLimitAndRefusedBeyondOnAHostThreadStack) {
+    Testing::RunOnSmallStack([] {
+        for (const auto& brackets : {std::pair{"[", "]"}, std::pair{R"({"a":)", "}"}}) {
+            const std::string_view open = brackets.first, close = brackets.second;
+            for (const std::string& text : {Nested(100'000, open, ""), Nested(100'000, open, close), Nested(MaxParseDepth + 1, open, close)}) {
+                EXPECT_TRUE(Throws<std::runtime_error>([&] { FromString(text); }, "Failed to parse the json")) << text.size();
+            }
+            const std::string text = Nested(MaxParseDepth, open, close);
+            const Json json = FromString(text);
+            EXPECT_EQ(ToStringA(json), text);
+            Json copy = json;
+            EXPECT_EQ(copy, json);
+            EXPECT_EQ(Json(std::move(copy)), json);
+        }
+    });
+}
+
+TEST(JsonTree, AccessByKeyAndIndexFollowsTheType) {
+    Json null, emptyObject = Object(), array = FromString("[1,2]");
+    EXPECT_TRUE(null["x"].IsNull());
+    EXPECT_EQ(ToStringA(null), R"({"x":null})");  // null turned into an object, member inserted
+    EXPECT_TRUE(emptyObject[0ul].IsNull());
+    EXPECT_EQ(ToStringA(emptyObject), "[null]");  // deliberately: an empty object becomes an array
+    EXPECT_TRUE(Throws<std::out_of_range>([&] { array[3ul]; }, "index"));
+    array[2ul] = "third";
+    EXPECT_EQ(ToStringA(array), R"([1,2,"third"])");
+    const Json object = FromString(R"({"a":1})");
+    EXPECT_TRUE(Throws<std::out_of_range>([&] { object["missing"]; }, "missing"));
+    EXPECT_TRUE(Throws<std::runtime_error>([&] { array["a"]; }, "incompatible type"));
+    EXPECT_TRUE(Throws<std::runtime_error>([] { (void)FromString(R"({"a":1})")[0ul]; }, "incompatible type"));
+}
+
+TEST(JsonTree, FindWalksEscapedPathsThatGetPathWrites) {
+    const Json json = FromString(Sample);
+    const struct {
+        const char* path;
+        const char* value;
+    } cases[] = {
+        {"/a/b/0", "10"}, {"/a/b/1/c", R"("x")"}, {"/s~1l", "1"}, {"/t~0/~01", "2"}, {"/", "3"}, {"/e", "{}"},
+    };
+    for (const auto& test : cases) {
+        const Json& found = json.Find(test.path);
+        EXPECT_EQ(ToStringA(found), test.value) << test.path;
+        EXPECT_EQ(found.GetPath(), test.path);
+        EXPECT_EQ(&json.Find(std::wstring(test.path, test.path + std::strlen(test.path))), &found) << test.path;
+    }
+    EXPECT_TRUE(Throws<std::invalid_argument>([&] { json.Find("a"); }, "path"));
+    EXPECT_TRUE(Throws<std::out_of_range>([&] { json.Find("/a/b/2"); }, "index"));
+}
+
+TEST(JsonTree, StringsAndCharactersReadBackOnlyWhenTheyFit) {
+    EXPECT_EQ(std::string(FromString("[104,105]")), "hi");
+    EXPECT_EQ(std::string(FromString("[-61,-87]")), "\xC3\xA9");
+    for (const char* text : {"[200]", "[128]", "[-129]", "[1.0]", "5", "{}"}) {
+        EXPECT_TRUE(Throws<std::runtime_error>([&] { (void)std::string(FromString(text)); }, "incompatible type")) << text;
+    }
+    EXPECT_TRUE(Throws<std::runtime_error>([] { (void)static_cast<char>(Json(std::int64_t{128})); }, "incompatible type"));
+    std::wstring wide;
+    EXPECT_TRUE(FromString("[104,233,128512]").TryStringWFromArray(wide));
+    EXPECT_EQ(wide, L"h\u00e9\U0001F600");
+
+    const Json json = FromString(R"({"s":"text","chars":[111,107],"n":5})");
+    std::string out = "unchanged";
+    EXPECT_FALSE(json.TryGetMember<std::string>("n", out));
+    EXPECT_FALSE(json.TryGetMember<std::string>("missing", out));
+    EXPECT_EQ(out, "unchanged");
+    EXPECT_TRUE(json.TryGetMember<std::string>("chars", out));
+    EXPECT_EQ(out, "ok");
+}
+
+TEST(JsonTree, CreatesChildrenOrRefusesAndComparesByTypeAndValue) {
+    Json root;
+    CreateObjectChild(root, "list", Type::Array);
+    CreateArrayChild(root["list"], Type::Object)["k"] = false;
+    CreateObjectChild(root, "n", std::int64_t{-5});
+    EXPECT_EQ(ToStringA(root), R"({"list":[{"k":false}],"n":-5})");
+    Json null;
+    CreateArrayChild(null, true);
+    EXPECT_EQ(ToStringA(null), "[true]");
+    EXPECT_TRUE(Throws<std::runtime_error>([&] { CreateObjectChild(root, "n", true); }, "Json key exists"));
+    EXPECT_TRUE(Throws<std::runtime_error>([&] { CreateArrayChild(root, true); }, "incompatible type"));
+
+    EXPECT_FALSE(Json(std::int64_t{5}) == Json(std::uint64_t{5}));
+    EXPECT_FALSE(FromString("[1,2]") == FromString("[1]") || FromString(R"({"a":[1]})") == FromString(R"({"b":[1]})"));
+    EXPECT_EQ(FromString(Sample)["a"], FromString(R"({"b":[10,{"c":"x"}]})"));  // a member against a root
+}
+
+}  // namespace
+}  // namespace KALVO::EIL::Json
