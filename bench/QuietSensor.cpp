@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "devhost/EventInfo.h"
+#include "devhost/MonitorRegistration.h"
 
 namespace KALVO::Bench {
 

@@ -3,41 +3,35 @@
 // the contexts it receives and counts the events it suppressed.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
 #include "devhost/TrackedObject.h"
 #include "host/IEventFilter.h"
-#include "host/IObject.h"
 
 namespace KALVO::DevHost {
 
-class EventFilter : public ESP::v0::IEventFilter {
+class EventFilter : public ObjectOnly<ESP::v0::IEventFilter> {
 public:
     static constexpr char const* Kind = "EventFilter";
 
     explicit EventFilter(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
 
     // The answer to every event; 0 (let through) by default.
-    void SetAnswer(std::uint32_t answer);
-
+    void SetAnswer(std::uint32_t answer) { m_answer = answer; }
     // The context texts received, oldest first.
     std::vector<std::string> Contexts() const { return m_contexts.Snapshot(); }
     void SetRetention(std::size_t limit) { m_contexts.SetLimit(limit); }
-    std::uint64_t Calls() const;
     // Calls answered 1.
-    std::uint64_t Suppressed() const;
-
-    // Only IObject: IEventFilter is found as a service and has no identifier of its own.
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
-        return AnswerObjectOnly<ESP::v0::IEventFilter>(this, id, out);
-    }
+    std::uint64_t Suppressed() const { return m_suppressed; }
 
     // IEventFilter
     void Reserved3() override {}
@@ -46,8 +40,19 @@ public:
     void Reserved6() override {}
     void Reserved7() override {}
     // Any event thread, concurrently. Recording a context that fails for memory lets it through.
-    std::uint32_t FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& actor,
-                              Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& target, char const* context) override;
+    std::uint32_t FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>&,
+                              Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>&, char const* context) override {
+        std::optional<Result::Code> failure;
+        try {
+            m_contexts.Emplace(context ? std::string_view(context) : std::string_view());
+            failure = m_faults->Check(Operation::Filter);
+        } catch (...) {
+            failure = 0;  // let the event through, as a filter that failed would
+        }
+        const std::uint32_t answer = failure.value_or(m_answer.load());
+        if (answer == IEventFilter::Suppress) ++m_suppressed;
+        return answer;
+    }
 
 protected:
     ~EventFilter() = default;
@@ -55,10 +60,8 @@ protected:
 private:
     std::shared_ptr<FaultInjector> m_faults;
     RetainedList<std::string> m_contexts;
-    mutable std::mutex m_mutex;  // guards the three below
-    std::uint32_t m_answer = 0;
-    std::uint64_t m_calls = 0;
-    std::uint64_t m_suppressed = 0;
+    std::atomic<std::uint32_t> m_answer{0};
+    std::atomic<std::uint64_t> m_suppressed{0};
 };
 
 }  // namespace KALVO::DevHost

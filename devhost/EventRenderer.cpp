@@ -4,9 +4,10 @@
 #include <string_view>
 #include <vector>
 
-#include "devhost/ValueReading.h"
+#include <fmt/format.h>
+
 #include "devhost/ValidUtf8.h"
-#include "devhost/ValuesSnapshot.h"
+#include "devhost/ValueReading.h"
 #include "eil/json/RapidJson.h"
 #include "eil/values/Identifier.h"
 
@@ -14,14 +15,13 @@ namespace KALVO::DevHost {
 
 namespace {
 
-namespace RJ = EIL::RJ;
 using Agent::Hosting::ObjectPtr;
 using EIL::Values::IValue;
 using EIL::Values::IValues;
 using EIL::Values::ValueType;
-using Writer = RJ::Writer<RJ::StringBuffer>;
+using Writer = EIL::RJ::Writer<EIL::RJ::StringBuffer>;
 
-void WriteContainer(Writer& writer, IValues& values, std::size_t depth);
+void WriteContainer(Writer& writer, IValues* values, std::size_t depth);
 
 void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
     const std::uint32_t type = value ? value->Type() : 0;
@@ -31,53 +31,42 @@ void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
         writer.Null();
     } else if (type == static_cast<std::uint32_t>(ValueType::Object)) {
         const ObjectPtr<IValues> inner = OpenContainer(*value);
-        if (!inner) {
-            writer.Null();
-        } else if (depth + 1 >= MaxValuesDepth) {
+        if (inner && depth + 1 >= MaxValuesDepth) {
             WriteJsonText(writer, "\xE2\x80\xA6");  // "…": nested too deep to show
         } else {
-            WriteContainer(writer, *inner, depth + 1);
+            WriteContainer(writer, inner.Get(), depth + 1);
         }
     } else if (type == static_cast<std::uint32_t>(ValueType::UInt64) && (number = ReadNumber(*value))) {
         writer.Uint64(*number);
     } else if (type == static_cast<std::uint32_t>(ValueType::String) && (bytes = ReadBytes(*value))) {
         WriteJsonText(writer, *bytes);
     } else {
-        WriteJsonText(writer, "<type " + std::to_string(type) + ", " + std::to_string(value->GetSize()) + " bytes>");
+        WriteJsonText(writer, fmt::format("<type {}, {} bytes>", type, value->GetSize()));
     }
 }
 
-void WriteContainer(Writer& writer, IValues& values, std::size_t depth) {
-    const std::vector<Entry> entries = ReadEntries(values);
-    bool isList = !entries.empty();
-    for (std::size_t index = 0; index < entries.size(); ++index) isList &= !entries[index].key.name && entries[index].key.id == index;
-    if (isList) {
-        writer.StartArray();
-        for (const Entry& entry : entries) WriteValue(writer, entry.value.Get(), depth);
-        writer.EndArray();
+// A container, or null for none.
+void WriteContainer(Writer& writer, IValues* values, std::size_t depth) {
+    if (!values) {
+        writer.Null();
         return;
     }
-    writer.StartObject();
+    const std::vector<Entry> entries = ReadEntries(*values);
+    bool isList = !entries.empty();
+    for (std::size_t index = 0; index < entries.size(); ++index) isList &= !entries[index].name && entries[index].id == index;
+    isList ? writer.StartArray() : writer.StartObject();
     for (const Entry& entry : entries) {
-        WriteJsonText(writer, entry.key.name ? *entry.key.name : std::to_string(entry.key.id));
+        if (!isList) WriteJsonText(writer, entry.name ? *entry.name : std::to_string(entry.id));
         WriteValue(writer, entry.value.Get(), depth);
     }
-    writer.EndObject();
+    isList ? writer.EndArray() : writer.EndObject();
 }
 
-void WriteMember(Writer& writer, std::string_view name, IValues* values) {
-    WriteJsonText(writer, name);
-    if (values) {
-        WriteContainer(writer, *values, 0);
-    } else {
-        writer.Null();
-    }
-}
-
-std::string RenderValuesJson(IValues& values, std::size_t depth) {
-    RJ::StringBuffer buffer;
+template <class Write>
+std::string Render(Write write) {
+    EIL::RJ::StringBuffer buffer;
     Writer writer(buffer);
-    WriteContainer(writer, values, depth);
+    write(writer);
     return std::string(buffer.GetString(), buffer.GetSize());
 }
 
@@ -90,7 +79,7 @@ std::string DescribeObservable(IValues& observable) {
         }
         if (std::optional<std::string> text = ReadBytes(*value)) return *text;
     }
-    return RenderValuesJson(observable, 0);
+    return RenderValuesJson(observable);
 }
 
 std::string RenderMessage(const ObservationRecord& observation) {
@@ -114,30 +103,34 @@ std::string RenderMessage(const ObservationRecord& observation) {
 
 }  // namespace
 
-std::string RenderValuesJson(IValues& values) { return RenderValuesJson(values, 0); }
+std::string RenderValuesJson(IValues& values) {
+    return Render([&](Writer& writer) { WriteContainer(writer, &values, 0); });
+}
 
 std::string RenderEventJson(const EventRecord& event) {
-    RJ::StringBuffer buffer;
-    Writer writer(buffer);
-    writer.StartObject();
-    writer.Key("sequence"), writer.Uint64(event.sequence);
-    writer.Key("observations"), writer.StartArray();
-    for (const ObservationRecord& observation : event.observations) {
+    return Render([&](Writer& writer) {
         writer.StartObject();
-        writer.Key("severity"), writer.Uint(observation.severity);
-        writer.Key("type_id"), WriteJsonText(writer, observation.typeId);
-        writer.Key("message"), WriteJsonText(writer, observation.message);
-        writer.Key("text"), WriteJsonText(writer, RenderMessage(observation));
-        WriteMember(writer, "source", observation.source.Get());
-        WriteMember(writer, "tags", observation.tags.Get());
-        writer.Key("observables"), writer.StartObject();
-        for (const ObservableRecord& observable : observation.observables) WriteMember(writer, observable.name, observable.values.Get());
+        writer.Key("sequence"), writer.Uint64(event.sequence);
+        writer.Key("observations"), writer.StartArray();
+        for (const ObservationRecord& observation : event.observations) {
+            writer.StartObject();
+            writer.Key("severity"), writer.Uint(observation.severity);
+            writer.Key("type_id"), WriteJsonText(writer, observation.typeId);
+            writer.Key("message"), WriteJsonText(writer, observation.message);
+            writer.Key("text"), WriteJsonText(writer, RenderMessage(observation));
+            writer.Key("source"), WriteContainer(writer, observation.source.Get(), 0);
+            writer.Key("tags"), WriteContainer(writer, observation.tags.Get(), 0);
+            writer.Key("observables"), writer.StartObject();
+            for (const ObservableRecord& observable : observation.observables) {
+                WriteJsonText(writer, observable.name);
+                WriteContainer(writer, observable.values.Get(), 0);
+            }
+            writer.EndObject();
+            writer.EndObject();
+        }
+        writer.EndArray();
         writer.EndObject();
-        writer.EndObject();
-    }
-    writer.EndArray();
-    writer.EndObject();
-    return std::string(buffer.GetString(), buffer.GetSize());
+    });
 }
 
 }  // namespace KALVO::DevHost

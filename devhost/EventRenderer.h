@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "devhost/EventRecord.h"
+#include "devhost/ReportingService.h"
 #include "host/IValues.h"
 
 namespace KALVO::DevHost {

@@ -1,5 +1,8 @@
 #include "devhost/FaultInjector.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
@@ -30,10 +33,22 @@ constexpr auto All = [] {
     return all;
 }();
 
+// The number after `separator` at the end of `text` (cut off from it), or `absent` when there is
+// none. A number below `min` is refused as `what`.
 template <class Number>
-bool ParseNumber(std::string_view text, Number& number) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return !text.empty() && error == std::errc() && end == text.data() + text.size();
+Number TakeNumber(std::string_view rule, std::string_view& text, char const* separator, Number absent, Number min,
+                  char const* what) {
+    const std::size_t at = separator ? text.find(*separator) : 0;
+    if (at == std::string_view::npos) return absent;
+    const std::string_view digits = text.substr(separator ? at + 1 : 0);
+    Number number = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || number < min) {
+        throw std::invalid_argument(fmt::format("bad {} in fault rule '{}': expected {}", what, rule,
+                                                min == 0 ? "an unsigned 32-bit number" : "a number from 1"));
+    }
+    text = text.substr(0, at);
+    return number;
 }
 
 }  // namespace
@@ -48,67 +63,20 @@ std::string_view OperationName(Operation operation) noexcept {
 FaultRule ParseFaultRule(std::string_view text) {
     const std::size_t equals = text.rfind('=');
     if (equals == std::string_view::npos) {
-        throw std::invalid_argument("fault rule '" + std::string(text) + "' is not of the form Operation=code[xN]");
+        throw std::invalid_argument(fmt::format("fault rule '{}' is not of the form Operation=code[xN][@M]", text));
     }
     const std::string_view name = text.substr(0, equals);
     const auto* found = std::find(std::begin(Names), std::end(Names), name);
     if (found == std::end(Names)) {
-        std::string known;
-        for (const std::string_view each : Names) known.append(known.empty() ? "" : ", ").append(each);
-        throw std::invalid_argument("unknown operation '" + std::string(name) + "' in fault rule; known: " + known);
+        throw std::invalid_argument(fmt::format("unknown operation '{}' in fault rule; known: {}", name, fmt::join(Names, ", ")));
     }
-    std::string_view codeText = text.substr(equals + 1);
-    std::optional<std::uint64_t> count;
-    if (const std::size_t times = codeText.find('x'); times != std::string_view::npos) {
-        std::uint64_t parsed = 0;
-        if (!ParseNumber(codeText.substr(times + 1), parsed) || parsed == 0) {
-            throw std::invalid_argument("bad count in fault rule '" + std::string(text) + "': expected a number from 1");
-        }
-        count = parsed;
-        codeText = codeText.substr(0, times);
-    }
-    Result::Code code = 0;
-    if (!ParseNumber(codeText, code)) {
-        throw std::invalid_argument("bad code in fault rule '" + std::string(text) + "': expected an unsigned 32-bit number");
-    }
-    return FaultRule{static_cast<Operation>(found - std::begin(Names)), code, count};
-}
-
-void FaultInjector::Apply(const FaultRule& rule) noexcept {
-    std::lock_guard lock(m_mutex);
-    Slot& slot = m_slots[static_cast<std::size_t>(rule.operation)];
-    slot.code = rule.code;
-    slot.remaining = rule.count;
-}
-
-void FaultInjector::ClearAll() noexcept {
-    std::lock_guard lock(m_mutex);
-    for (Slot& slot : m_slots) slot.remaining = 0;
-}
-
-std::optional<Result::Code> FaultInjector::Check(Operation operation) noexcept {
-    std::lock_guard lock(m_mutex);
-    Slot& slot = m_slots[static_cast<std::size_t>(operation)];
-    ++slot.calls;
-    if (slot.remaining == std::uint64_t{0}) return std::nullopt;
-    if (slot.remaining) --*slot.remaining;
-    ++slot.failures;
-    return slot.code;
-}
-
-std::uint64_t FaultInjector::Calls(Operation operation) const noexcept {
-    std::lock_guard lock(m_mutex);
-    return m_slots[static_cast<std::size_t>(operation)].calls;
-}
-
-std::uint64_t FaultInjector::Failures(Operation operation) const noexcept {
-    std::lock_guard lock(m_mutex);
-    return m_slots[static_cast<std::size_t>(operation)].failures;
-}
-
-void FaultInjector::ResetCounts() noexcept {
-    std::lock_guard lock(m_mutex);
-    for (Slot& slot : m_slots) slot.calls = slot.failures = 0;
+    std::string_view rest = text.substr(equals + 1);
+    const auto start = TakeNumber<std::uint64_t>(text, rest, "@", 0, 1, "start");
+    // No count: every call, or once from the start given.
+    const auto count = TakeNumber<std::uint64_t>(text, rest, "x", start != 0 ? 1 : 0, 1, "count");
+    const auto code = TakeNumber<Result::Code>(text, rest, nullptr, 0, 0, "code");
+    return FaultRule{static_cast<Operation>(found - std::begin(Names)), code,
+                     count == 0 ? std::nullopt : std::optional<std::uint64_t>(count), start == 0 ? 0 : start - 1};
 }
 
 }  // namespace KALVO::DevHost

@@ -1,34 +1,91 @@
 #include "devhost/Host.h"
 
+#include <fmt/format.h>
+
 #include <utility>
+#include <vector>
 
 #include "devhost/ProcessInfo.h"
-#include "host/IConfiguration.h"
-#include "host/IEventFilter.h"
-#include "host/ILogSink.h"
-#include "host/IMessageRouter.h"
-#include "host/IMonitorRegistration.h"
-#include "host/IReportingService.h"
-#include "host/IStorage.h"
+#include "host/IServiceProvider.h"
 
 namespace KALVO::DevHost {
 
 namespace {
 
+using namespace Agent::Hosting;
+
+// A host object handed out by identifier: the root hands out its parts by interface
+// identifier, its service provider the services by service identifier. Each identifier can be
+// made to fail on its own.
+struct Offer {
+    std::uint64_t id;
+    Operation operation;     // the fault that can stop this one
+    HostRef<IObject> object;  // the IObject of the part's interface
+
+    template <class I, class T>
+    static Offer Of(std::uint64_t id, Operation operation, const HostRef<TrackedObject<T>>& part) {
+        return {id, operation, HostRef<IObject>::Share(static_cast<I*>(part.Get()))};
+    }
+};
+
+// The part of identifier `id` with a reference for the receiver; 43 when none, `out` untouched.
+Result::Code HandOut(FaultInjector& faults, const std::vector<Offer>& parts, std::uint64_t id, IObject*& out) {
+    for (const Offer& part : parts) {
+        if (part.id != id) continue;
+        if (const auto failure = faults.Check(part.operation)) return *failure;
+        part.object->AddRef();
+        out = part.object.Get();
+        return Result::Success;
+    }
+    return Result::ProtocolNotSupported;
+}
+
+class ServiceProvider : public IServiceProvider {
+public:
+    static constexpr char const* Kind = "ServiceProvider";
+    using Interfaces = EIL::Object::InterfaceList<IServiceProvider>;
+
+    ServiceProvider(std::shared_ptr<FaultInjector> faults, std::vector<Offer> services) noexcept
+        : m_faults(std::move(faults)), m_services(std::move(services)) {}
+
+    void Reserved3() override {}
+    void Reserved4() override {}
+    Result::Code GetService(ServiceId id, IObject*& out) override { return HandOut(*m_faults, m_services, id, out); }
+
+protected:
+    ~ServiceProvider() = default;
+
+private:
+    std::shared_ptr<FaultInjector> m_faults;
+    const std::vector<Offer> m_services;
+};
+
+// The host object a plug-in receives in CreateInstance. It has no interface of its own beyond
+// IObject.
+class RootObject : public ObjectOnly<IObject> {
+public:
+    static constexpr char const* Kind = "Host";
+
+    RootObject(std::shared_ptr<FaultInjector> faults, std::vector<Offer> parts) noexcept
+        : m_faults(std::move(faults)), m_parts(std::move(parts)) {}
+
+    Result::Code LookupInterface(InterfaceId id, IObject*& out) {
+        if (id != IObject::Id) return HandOut(*m_faults, m_parts, id, out);
+        if (const auto failure = m_faults->Check(Operation::GetInterfaceObject)) return *failure;
+        return ObjectOnly::LookupInterface(id, out);
+    }
+
+protected:
+    ~RootObject() = default;
+
+private:
+    std::shared_ptr<FaultInjector> m_faults;
+    const std::vector<Offer> m_parts;
+};
+
 template <class T, class... Args>
-HostRef<TrackedObject<T>> MakePart(const std::shared_ptr<ObjectLedger>& ledger, Args&&... args) {
+HostRef<TrackedObject<T>> Make(const std::shared_ptr<ObjectLedger>& ledger, Args&&... args) {
     return HostRef<TrackedObject<T>>(TrackedObject<T>::Make(ledger, std::forward<Args>(args)...));
-}
-
-template <class T>
-HostRef<TrackedObject<T>> ShareOf(const HostRef<TrackedObject<T>>& part) {
-    return HostRef<TrackedObject<T>>::Share(part.Get());
-}
-
-// `part` handed out as its interface I under `id`.
-template <class I, class T>
-PartTable::Part PartOf(std::uint64_t id, Operation operation, const HostRef<TrackedObject<T>>& part) {
-    return {id, operation, HostRef<Agent::Hosting::IObject>::Share(static_cast<I*>(part.Get()))};
 }
 
 }  // namespace
@@ -36,44 +93,51 @@ PartTable::Part PartOf(std::uint64_t id, Operation operation, const HostRef<Trac
 Host::Host(HostOptions options)
     : m_ledger(std::make_shared<ObjectLedger>()),
       m_faults(std::make_shared<FaultInjector>()),
-      m_log(MakePart<LogSink>(m_ledger, m_faults)),
-      m_configuration(MakePart<HostConfiguration>(m_ledger, m_faults, std::move(options.configuration))),
-      m_storage(MakePart<HostStorage>(m_ledger, m_faults, std::move(options.storagePath))),
-      m_router(MakePart<MessageRouter>(m_ledger, m_faults, m_ledger)),
-      m_reporting(MakePart<ReportingService>(m_ledger, m_faults, m_ledger)),
-      m_monitors(MakePart<MonitorRegistration>(m_ledger, m_faults, m_ledger, ShareOf(m_log))),
-      m_filter(MakePart<EventFilter>(m_ledger, m_faults)),
+      m_log(Make<LogSink>(m_ledger, m_faults)),
+      m_configuration(Make<HostConfiguration>(m_ledger, m_faults, std::move(options.configuration))),
+      m_storage(Make<HostStorage>(m_ledger, m_faults, std::move(options.storagePath))),
+      m_router(Make<MessageRouter>(m_ledger, m_faults, m_ledger)),
+      m_reporting(Make<ReportingService>(m_ledger, m_faults, m_ledger)),
+      m_monitors(Make<MonitorRegistration>(m_ledger, m_faults, m_ledger, m_log)),
+      m_filter(Make<EventFilter>(m_ledger, m_faults)),
       m_root(MakeRoot()) {}
 
-HostRef<TrackedObject<RootObject>> Host::MakeRoot() const {
-    using namespace Agent::Hosting;
-    std::vector<PartTable::Part> services;
-    services.push_back(PartOf<Reporting::IReportingService>(Reporting::IReportingService::ServiceId,
-                                                            Operation::GetServiceReporting, m_reporting));
-    services.push_back(PartOf<ESP::v0::IMonitorRegistration>(ESP::v0::IMonitorRegistration::ServiceId,
-                                                             Operation::GetServiceMonitorRegistration, m_monitors));
-    services.push_back(PartOf<ESP::v0::IEventFilter>(ESP::v0::IEventFilter::ServiceId, Operation::GetServiceEventFilter, m_filter));
-    const auto provider = MakePart<ServiceProvider>(m_ledger, PartTable(m_faults, std::move(services)));
-    std::vector<PartTable::Part> parts;
-    parts.push_back(PartOf<IServiceProvider>(IServiceProvider::Id, Operation::GetInterfaceServiceProvider, provider));
-    parts.push_back(PartOf<Messaging::IMessageRouter>(Messaging::IMessageRouter::Id, Operation::GetInterfaceMessageRouter, m_router));
-    parts.push_back(PartOf<Logging::ILogSink>(Logging::ILogSink::Id, Operation::GetInterfaceLogSink, m_log));
-    parts.push_back(PartOf<Configuration::IConfiguration>(Configuration::IConfiguration::Id, Operation::GetInterfaceConfiguration,
-                                                          m_configuration));
-    parts.push_back(PartOf<Storage::IStorage>(Storage::IStorage::Id, Operation::GetInterfaceStorage, m_storage));
-    return MakePart<RootObject>(m_ledger, m_faults, PartTable(m_faults, std::move(parts)));
+HostRef<IObject> Host::MakeRoot() const {
+    const auto provider = Make<ServiceProvider>(
+        m_ledger, m_faults,
+        std::vector<Offer>{
+            Offer::Of<Reporting::IReportingService>(Reporting::IReportingService::ServiceId, Operation::GetServiceReporting, m_reporting),
+            Offer::Of<ESP::v0::IMonitorRegistration>(ESP::v0::IMonitorRegistration::ServiceId,
+                                                    Operation::GetServiceMonitorRegistration, m_monitors),
+            Offer::Of<ESP::v0::IEventFilter>(ESP::v0::IEventFilter::ServiceId, Operation::GetServiceEventFilter, m_filter),
+        });
+    const auto root = Make<RootObject>(
+        m_ledger, m_faults,
+        std::vector<Offer>{
+            Offer::Of<IServiceProvider>(IServiceProvider::Id, Operation::GetInterfaceServiceProvider, provider),
+            Offer::Of<Messaging::IMessageRouter>(Messaging::IMessageRouter::Id, Operation::GetInterfaceMessageRouter, m_router),
+            Offer::Of<Logging::ILogSink>(Logging::ILogSink::Id, Operation::GetInterfaceLogSink, m_log),
+            Offer::Of<Configuration::IConfiguration>(Configuration::IConfiguration::Id, Operation::GetInterfaceConfiguration,
+                                                    m_configuration),
+            Offer::Of<Storage::IStorage>(Storage::IStorage::Id, Operation::GetInterfaceStorage, m_storage),
+        });
+    return HostRef<IObject>::Share(static_cast<RootObject*>(root.Get()));
 }
 
-Host::~Host() = default;
-
-Agent::Hosting::IObject* Host::Root() const noexcept { return static_cast<IHostRoot*>(m_root.Get()); }
-
-Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo> Host::MakeProcess(ProcessRecord record) const {
+ObjectPtr<ESP::v0::IProcessInfo> Host::MakeProcess(ProcessRecord record) const {
     return TrackedObject<ProcessInfo>::Make(m_ledger, m_faults, std::move(record));
 }
 
-std::uint64_t Host::OutstandingReferences() const { return m_ledger->Outstanding(); }
+std::uint64_t Host::OutstandingReferences() const {
+    std::uint64_t total = 0;
+    for (const auto& [kind, count] : m_ledger->OutstandingByKind()) total += count;
+    return total;
+}
 
-std::string Host::DescribeOutstandingReferences() const { return m_ledger->DescribeOutstanding(); }
+std::string Host::DescribeOutstandingReferences() const {
+    std::string text;
+    for (const auto& [kind, count] : m_ledger->OutstandingByKind()) text += fmt::format("{}{} x{}", text.empty() ? "" : ", ", kind, count);
+    return text;
+}
 
 }  // namespace KALVO::DevHost

@@ -13,25 +13,23 @@
 #include <memory>
 #include <string>
 
-#include "devhost/ObjectLedger.h"
-#include "devhost/ProcessRecord.h"
 #include "devhost/EventFilter.h"
+#include "devhost/FaultInjector.h"
 #include "devhost/HostConfiguration.h"
 #include "devhost/HostStorage.h"
 #include "devhost/LogSink.h"
 #include "devhost/MessageRouter.h"
 #include "devhost/MonitorRegistration.h"
+#include "devhost/ProcessRecord.h"
 #include "devhost/ReportingService.h"
-#include "devhost/RootObject.h"
 #include "devhost/TrackedObject.h"
 #include "host/IProcessInfo.h"
-#include "host/ObjectPtr.h"
 
 namespace KALVO::DevHost {
 
 struct HostOptions {
     // The storage database file, or ":memory:" for a store that lives as long as the host.
-    std::string storagePath = SqliteStore::InMemory;
+    std::string storagePath = HostStorage::InMemory;
     // The configuration text served at first.
     std::string configuration = "{}";
 };
@@ -40,13 +38,12 @@ class Host {
 public:
     // Throws std::runtime_error when the storage cannot be opened.
     explicit Host(HostOptions options = {});
-    ~Host();
 
     Host(const Host&) = delete;  // owns the host's objects
     Host& operator=(const Host&) = delete;
 
     // The host object to hand to a plug-in's CreateInstance; borrowed (the Host holds it).
-    Agent::Hosting::IObject* Root() const noexcept;
+    Agent::Hosting::IObject* Root() const noexcept { return m_root.Get(); }
 
     HostConfiguration& Config() const noexcept { return *m_configuration; }
     HostStorage& Store() const noexcept { return *m_storage; }
@@ -68,18 +65,21 @@ public:
 
 private:
     // The host object, with the parts made before it.
-    HostRef<TrackedObject<RootObject>> MakeRoot() const;
+    HostRef<Agent::Hosting::IObject> MakeRoot() const;
+
+    template <class T>
+    using Part = HostRef<TrackedObject<T>>;
 
     std::shared_ptr<ObjectLedger> m_ledger;
     std::shared_ptr<FaultInjector> m_faults;
-    HostRef<TrackedObject<LogSink>> m_log;
-    HostRef<TrackedObject<HostConfiguration>> m_configuration;
-    HostRef<TrackedObject<HostStorage>> m_storage;
-    HostRef<TrackedObject<MessageRouter>> m_router;
-    HostRef<TrackedObject<ReportingService>> m_reporting;
-    HostRef<TrackedObject<MonitorRegistration>> m_monitors;
-    HostRef<TrackedObject<EventFilter>> m_filter;
-    HostRef<TrackedObject<RootObject>> m_root;
+    Part<LogSink> m_log;
+    Part<HostConfiguration> m_configuration;
+    Part<HostStorage> m_storage;
+    Part<MessageRouter> m_router;
+    Part<ReportingService> m_reporting;
+    Part<MonitorRegistration> m_monitors;
+    Part<EventFilter> m_filter;
+    HostRef<Agent::Hosting::IObject> m_root;  // made last, from the parts
 };
 
 }  // namespace KALVO::DevHost

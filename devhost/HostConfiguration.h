@@ -21,23 +21,51 @@ public:
     static constexpr char const* Kind = "Configuration";
     using Interfaces = EIL::Object::InterfaceList<KALVO::Configuration::IConfiguration>;
 
-    HostConfiguration(std::shared_ptr<FaultInjector> faults, std::string text);
+    HostConfiguration(std::shared_ptr<FaultInjector> faults, std::string text) : m_faults(std::move(faults)), m_text(std::move(text)) {}
 
     // Replaces the text; texts already handed out stay as they were.
-    void SetText(std::string text);
-    std::string Text() const;
+    void SetText(std::string text) {
+        std::lock_guard lock(m_mutex);
+        m_text = std::move(text);
+    }
 
     // Texts handed out by GetData and not yet given back.
-    std::size_t OutstandingTexts() const;
+    std::size_t OutstandingTexts() const {
+        std::lock_guard lock(m_mutex);
+        return m_handedOut.size();
+    }
     // ReleaseData calls with a pointer that was not outstanding (never handed out, or given
     // back twice); such calls are otherwise ignored.
-    std::uint64_t UnknownReleases() const;
+    std::uint64_t UnknownReleases() const {
+        std::lock_guard lock(m_mutex);
+        return m_unknownReleases;
+    }
 
     // IConfiguration. Each text is NUL-terminated (beyond `length`) and stays valid until it is
     // given back with ReleaseData, or until this object is destroyed.
     void Reserved3() override {}
-    Result::Code GetData(char const*& text, std::uint64_t& length) override;
-    void ReleaseData(char const* text) override;
+    Result::Code GetData(char const*& text, std::uint64_t& length) override {
+        return Serve(*m_faults, Operation::GetData, [&] {
+            std::lock_guard lock(m_mutex);
+            auto copy = std::make_unique<std::string>(m_text);
+            const std::string& handed = *copy;
+            m_handedOut.emplace(handed.c_str(), std::move(copy));
+            text = handed.c_str();
+            length = handed.size();
+            return Result::Success;
+        });
+    }
+    void ReleaseData(char const* text) override {
+        std::unique_ptr<std::string> released;  // freed outside the lock
+        std::lock_guard lock(m_mutex);
+        const auto found = m_handedOut.find(text);
+        if (found == m_handedOut.end()) {
+            ++m_unknownReleases;
+        } else {
+            released = std::move(found->second);
+            m_handedOut.erase(found);
+        }
+    }
 
 protected:
     ~HostConfiguration() = default;

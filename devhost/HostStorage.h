@@ -1,33 +1,42 @@
-// HostStorage: the stand-in host's IStorage over an SqliteStore, with the host's exact read
-// protocol: a null buffer with size 0 asks for the length; a short buffer answers 12 with the
-// needed size; a missing key 22; a failing store 89.
+// HostStorage: the stand-in host's IStorage. Byte values under (scope, key), kept in an SQLite
+// database file, or in memory for the path ":memory:". Each write is one statement and so one
+// transaction: a crash leaves the old value or the new one, never a part. Thread-safe (one
+// connection behind a mutex).
+//
+// The host's exact read protocol: a null buffer with size 0 asks for the length; a short
+// buffer answers 12 with the needed size; a missing key 22; a failing store 89.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "devhost/FaultInjector.h"
-#include "devhost/SqliteStore.h"
 #include "eil/object/LookupInterfaceImpl.h"
 #include "host/IStorage.h"
+
+struct sqlite3;
 
 namespace KALVO::DevHost {
 
 class HostStorage : public KALVO::Storage::IStorage {
 public:
     static constexpr char const* Kind = "Storage";
+    static constexpr char const* InMemory = ":memory:";
     using Interfaces = EIL::Object::InterfaceList<KALVO::Storage::IStorage>;
 
-    // `path` is a database file, or ":memory:". Throws std::runtime_error when it cannot be opened.
+    // Opens (creating if needed) the database at `path`. Throws std::runtime_error naming the
+    // path and SQLite's message when it cannot.
     HostStorage(std::shared_ptr<FaultInjector> faults, std::string path);
 
-    // Direct access for tests and tools: no fault injection, no call counting. Throw
-    // std::runtime_error when the store fails.
-    std::optional<std::string> Read(std::string_view scope, std::string_view key) const { return m_store.Read(scope, key); }
-    void Write(std::string_view scope, std::string_view key, std::string_view value) { m_store.Write(scope, key, value); }
+    // Direct access for tests and tools: no fault injection, no call counting. Read answers
+    // nothing when the key is absent, Write inserts or replaces. Both throw std::runtime_error
+    // when the store fails.
+    std::optional<std::string> Read(std::string_view scope, std::string_view key) const;
+    void Write(std::string_view scope, std::string_view key, std::string_view value);
 
     // IStorage. Any thread, concurrently.
     void Reserved3() override {}
@@ -43,8 +52,16 @@ protected:
     ~HostStorage() = default;
 
 private:
+    // Runs `sql` with scope, key and (when given) value bound as ?1, ?2, ?3; the first column of
+    // the row it yields, or nothing when it yields none.
+    std::optional<std::string> Run(char const* sql, std::string_view scope, std::string_view key,
+                                   std::optional<std::string_view> value) const;
+    [[noreturn]] void Fail(char const* what) const;
+
     std::shared_ptr<FaultInjector> m_faults;
-    SqliteStore m_store;
+    std::string m_path;
+    mutable std::mutex m_mutex;  // guards the connection
+    std::unique_ptr<sqlite3, int (*)(sqlite3*)> m_db;
 };
 
 }  // namespace KALVO::DevHost

@@ -3,12 +3,12 @@
 // Thread-safe: plug-ins log from every thread.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,24 +40,53 @@ public:
     void SetRetention(std::size_t limit) { m_lines.SetLimit(limit); }
     // Echoes each line whose severity is at most `threshold` (Warn shows Error and Warn), one
     // call at a time; empty stops echoing.
-    void SetEcho(Echo echo, std::uint32_t threshold);
+    void SetEcho(Echo echo, std::uint32_t threshold) {
+        std::lock_guard lock(m_echoMutex);
+        m_echo = std::move(echo);
+        m_echoThreshold = threshold;
+    }
 
     std::vector<LogLine> Lines() const { return m_lines.Snapshot(); }
-    // Retained lines whose text contains `part` (and, when given, of that severity).
-    std::size_t CountContaining(std::string_view part) const { return CountContaining(std::nullopt, part); }
-    std::size_t CountContaining(std::optional<std::uint32_t> severity, std::string_view part) const;
+    // Retained lines of that severity whose text contains `part`.
+    std::size_t CountContaining(std::uint32_t severity, std::string_view part) const {
+        const std::vector<LogLine> lines = Lines();
+        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
+            return line.severity == severity && line.text.find(part) != std::string::npos;
+        }));
+    }
     void Clear() { m_lines.Clear(); }
 
     // Records (and echoes) a line; the host's own lines come this way too, logger "devhost".
-    void Record(LogLine line);
+    void Record(LogLine line) {
+        {
+            std::lock_guard lock(m_echoMutex);
+            if (m_echo && line.severity <= m_echoThreshold) m_echo(SeverityName(line.severity) + ' ' + line.logger + ": " + line.text);
+        }
+        m_lines.Emplace(std::move(line));
+    }
 
     // ILogSink. Any thread. A null logger name is recorded as empty; a null text as empty.
-    Result::Code Log(char const* loggerName, std::uint32_t severity, char const* text, unsigned long length) override;
+    Result::Code Log(char const* loggerName, std::uint32_t severity, char const* text, unsigned long length) override {
+        return Serve(*m_faults, Operation::Log, [&] {
+            Record(LogLine{loggerName ? loggerName : "", severity, text ? std::string(text, length) : std::string()});
+            return Result::Success;
+        });
+    }
 
 protected:
     ~LogSink() = default;
 
 private:
+    static std::string SeverityName(std::uint32_t severity) {
+        switch (static_cast<Logging::v0::Severity>(severity)) {
+            case Logging::v0::Severity::Error: return "error";
+            case Logging::v0::Severity::Warn: return "warn";
+            case Logging::v0::Severity::Info: return "info";
+            case Logging::v0::Severity::Trace: return "trace";
+        }
+        return std::to_string(severity);
+    }
+
     std::shared_ptr<FaultInjector> m_faults;
     RetainedList<LogLine> m_lines;
     std::mutex m_echoMutex;  // guards the echo settings and serialises the echo

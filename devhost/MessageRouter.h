@@ -1,52 +1,135 @@
 // MessageRouter: the stand-in host's IMessageRouter. Keeps command handlers by routing key and
-// lets a test or tool send a command the way the agent would (Execute), collecting the answer.
+// lets a test or tool send a command the way the agent would (Execute), collecting the answer
+// in an OutputStream.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "devhost/FaultInjector.h"
-#include "devhost/ObjectLedger.h"
-#include "devhost/OutputStream.h"
+#include "devhost/TrackedObject.h"
 #include "eil/object/LookupInterfaceImpl.h"
 #include "host/ICommandHandler.h"
 #include "host/IMessageRouter.h"
-#include "host/ObjectPtr.h"
+#include "host/IOutputStream.h"
 
 namespace KALVO::DevHost {
+
+struct StreamLimits {
+    std::size_t maxPerWrite = std::numeric_limits<std::size_t>::max();  // bytes taken by one Write
+    std::size_t capacity = std::numeric_limits<std::size_t>::max();     // bytes taken in all
+};
+
+// An in-memory IOutputStream that collects a command handler's answer. It can be told to take
+// fewer bytes than offered, so tests can drive a handler's short-write path.
+class OutputStream : public ObjectOnly<EIL::Stream::IOutputStream> {
+public:
+    static constexpr char const* Kind = "OutputStream";
+
+    explicit OutputStream(StreamLimits limits) noexcept : m_limits(limits) {}
+
+    std::string Contents() const {
+        std::lock_guard lock(m_mutex);
+        return m_contents;
+    }
+
+    // Takes as many bytes as the limits allow (possibly 0) and answers 0; `written` (when not
+    // null) receives the count. Null data with a non-zero size: 22.
+    Result::Code Write(void const* data, unsigned long size, unsigned long* written) override {
+        if (!data && size != 0) return Result::InvalidArgument;
+        return AtBoundary([&] {
+            std::lock_guard lock(m_mutex);
+            const std::size_t room = m_limits.capacity - std::min(m_limits.capacity, m_contents.size());
+            const std::size_t taken = std::min({static_cast<std::size_t>(size), m_limits.maxPerWrite, room});
+            m_contents.append(static_cast<char const*>(data), taken);
+            if (written) *written = taken;
+            return Result::Success;
+        });
+    }
+
+protected:
+    ~OutputStream() = default;
+
+private:
+    const StreamLimits m_limits;
+    mutable std::mutex m_mutex;  // guards m_contents
+    std::string m_contents;
+};
 
 class MessageRouter : public Messaging::IMessageRouter {
 public:
     static constexpr char const* Kind = "MessageRouter";
     using Interfaces = EIL::Object::InterfaceList<Messaging::IMessageRouter>;
 
-    MessageRouter(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger);
+    MessageRouter(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger)
+        : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
 
     // Sends `payload` to the handler of `routingKey` on this thread, with a fresh in-memory
     // stream limited by `limits`, and returns the handler's code with what it wrote in
     // `answer`. No handler under that key: 78 and an empty answer.
-    Result::Code Execute(const std::string& routingKey, std::string_view payload, std::string& answer,
-                         StreamLimits limits = {});
+    Result::Code Execute(const std::string& routingKey, std::string_view payload, std::string& answer, StreamLimits limits = {}) {
+        answer.clear();
+        const Handler handler = Find(routingKey);
+        if (!handler) return Result::NotImplemented;
+        const HostRef<TrackedObject<OutputStream>> stream(TrackedObject<OutputStream>::Make(m_ledger, limits));
+        const Result::Code code = handler->Execute(routingKey.c_str(), payload.data(), payload.size(), *stream);
+        answer = stream->Contents();
+        return code;
+    }
 
-    bool HasHandler(const std::string& routingKey) const;
+    bool HasHandler(const std::string& routingKey) const { return static_cast<bool>(Find(routingKey)); }
     // Releases every handler (before unloading a plug-in that left one behind).
-    void Clear();
+    void Clear() {
+        Handlers released;  // released outside the lock: a handler's destructor may call back
+        std::lock_guard lock(m_mutex);
+        released.swap(m_handlers);
+    }
 
     // IMessageRouter. Any thread.
     // Null key or handler: 22. A second registration under a key replaces (and releases) the first.
-    Result::Code RegisterCommandHandler(char const* routingKey, Messaging::ICommandHandler* handler) override;
+    Result::Code RegisterCommandHandler(char const* routingKey, Messaging::ICommandHandler* handler) override {
+        return Serve(*m_faults, Operation::RegisterCommandHandler, [&] {
+            if (!routingKey || !handler) return Result::InvalidArgument;
+            Handler replaced(handler);  // the one replaced is released after the lock
+            std::lock_guard lock(m_mutex);
+            std::swap(m_handlers[routingKey], replaced);
+            return Result::Success;
+        });
+    }
     // Null key: 22; no handler under the key: 2.
-    Result::Code UnregisterCommandHandler(char const* routingKey) override;
+    Result::Code UnregisterCommandHandler(char const* routingKey) override {
+        return Serve(*m_faults, Operation::UnregisterCommandHandler, [&] {
+            if (!routingKey) return Result::InvalidArgument;
+            Handler removed;  // released after the lock
+            std::lock_guard lock(m_mutex);
+            const auto found = m_handlers.find(std::string_view(routingKey));
+            if (found == m_handlers.end()) return Result::NoSuchEntry;
+            removed = std::move(found->second);
+            m_handlers.erase(found);
+            return Result::Success;
+        });
+    }
 
 protected:
     ~MessageRouter() = default;
 
 private:
     // Handlers belong to the plug-in; the router holds one reference on each.
-    using Handlers = std::map<std::string, Agent::Hosting::ObjectPtr<Messaging::ICommandHandler>, std::less<>>;
+    using Handler = Agent::Hosting::ObjectPtr<Messaging::ICommandHandler>;
+    using Handlers = std::map<std::string, Handler, std::less<>>;
+
+    Handler Find(std::string_view routingKey) const {
+        std::lock_guard lock(m_mutex);
+        const auto found = m_handlers.find(routingKey);
+        return found == m_handlers.end() ? Handler() : found->second;
+    }
 
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;

@@ -9,6 +9,7 @@
 // for their whole run, and an unregistration takes it exclusively once.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -18,62 +19,90 @@
 #include <vector>
 
 #include "devhost/FaultInjector.h"
-#include "devhost/HostRef.h"
 #include "devhost/LogSink.h"
-#include "devhost/ObjectLedger.h"
 #include "devhost/TrackedObject.h"
+#include "host/IEventInfo.h"
 #include "host/IMonitorRegistration.h"
 #include "host/IProcessInfo.h"
 #include "host/IProcessMonitor.h"
 #include "host/IShellMonitor.h"
-#include "host/ObjectPtr.h"
 
 namespace KALVO::DevHost {
 
-namespace EventMask {
-inline constexpr std::uint32_t ProcessCreate = 0x2;     // OnProcessCreate and OnProcessCreateInstant
-inline constexpr std::uint32_t ProcessExists = 0x4;     // OnProcessExists
-inline constexpr std::uint32_t ProcessTerminate = 0x8;  // OnProcessTerminate and OnProcessTerminateInstant
-inline constexpr std::uint32_t ShellCommand = 0x2;      // OnShellCommand
-}  // namespace EventMask
+// The record of one delivered event. The sensor does not consult it; it exists so monitors
+// receive a real, accounted-for object.
+class EventInfo : public ObjectOnly<ESP::v0::IEventInfo> {
+public:
+    static constexpr char const* Kind = "EventInfo";
+};
 
-class MonitorRegistration : public ESP::v0::IMonitorRegistration {
+class MonitorRegistration : public ObjectOnly<ESP::v0::IMonitorRegistration> {
 public:
     static constexpr char const* Kind = "MonitorRegistration";
 
     using ProcessPtr = Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>;
-
-    // `log` receives a line when a monitor lets an exception escape (which a real host would
-    // not survive).
-    MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger,
-                        HostRef<TrackedObject<LogSink>> log);
-
-    // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
-    // takes it, and returns how many it reached. Every monitor gets its own counted copies of
-    // the arguments, so one cannot disturb what the next receives.
-    std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent);
-    std::size_t DeliverProcessCreateInstant(const ProcessPtr& process, const ProcessPtr& parent);
-    std::size_t DeliverProcessExists(const ProcessPtr& process);
-    std::size_t DeliverProcessTerminate(const ProcessPtr& process);
-    std::size_t DeliverProcessTerminateInstant(const ProcessPtr& process);
-    // The text is passed as its bytes and length (null when empty), with no terminator.
-    std::size_t DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine);
-
     struct Registered {
         void* monitor;  // the registered interface (IProcessMonitor or IShellMonitor)
         std::uint32_t mask;
     };
-    std::vector<Registered> ProcessMonitors() const;
-    std::vector<Registered> ShellMonitors() const;
+
+    // `log` receives a line when a monitor lets an exception escape (which a real host would
+    // not survive).
+    MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger, HostRef<TrackedObject<LogSink>> log)
+        : m_faults(std::move(faults)), m_ledger(std::move(ledger)), m_log(std::move(log)) {}
+
+    // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
+    // takes it, and returns how many it reached. Every monitor gets its own counted copies of
+    // the arguments, so one cannot disturb what the next receives.
+    std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent) {
+        return Deliver<ESP::v0::IProcessMonitor>(m_process, 0x2, [&](auto* monitor, auto& event) {
+            ProcessPtr child = process, creator = parent;
+            monitor->OnProcessCreate(event, child, creator);
+        });
+    }
+    std::size_t DeliverProcessExists(const ProcessPtr& process) {
+        return Deliver<ESP::v0::IProcessMonitor>(m_process, 0x4, [&](auto* monitor, auto& event) {
+            ProcessPtr copy = process;
+            monitor->OnProcessExists(event, copy);
+        });
+    }
+    std::size_t DeliverProcessTerminate(const ProcessPtr& process) {
+        return Deliver<ESP::v0::IProcessMonitor>(m_process, 0x8, [&](auto* monitor, auto& event) {
+            ProcessPtr copy = process;
+            monitor->OnProcessTerminate(event, copy);
+        });
+    }
+    // The text is passed as its bytes and length (null when empty), with no terminator.
+    std::size_t DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine) {
+        return Deliver<ESP::v0::IShellMonitor>(m_shell, 0x2, [&](auto* monitor, auto& event) {
+            ProcessPtr copy = process;
+            monitor->OnShellCommand(event, copy, commandLine.empty() ? nullptr : commandLine.data(),
+                                    static_cast<unsigned long>(commandLine.size()));
+        });
+    }
+
+    std::vector<Registered> ProcessMonitors() const {
+        std::lock_guard lock(m_mutex);
+        return m_process;
+    }
+    std::vector<Registered> ShellMonitors() const {
+        std::lock_guard lock(m_mutex);
+        return m_shell;
+    }
     // Monitor callbacks that let an exception escape.
-    std::uint64_t EscapedExceptions() const;
+    std::uint64_t EscapedExceptions() const {
+        std::lock_guard lock(m_mutex);
+        return m_escaped;
+    }
     // Forgets every registration (waiting for deliveries in flight on other threads), before
     // unloading a plug-in that left one behind.
-    void Clear();
-
-    // Only IObject: IMonitorRegistration is found as a service and has no identifier of its own.
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
-        return AnswerObjectOnly<ESP::v0::IMonitorRegistration>(this, id, out);
+    void Clear() {
+        {
+            std::lock_guard lock(m_mutex);
+            m_process.clear();
+            m_shell.clear();
+        }
+        WaitForDeliveries();
     }
 
     // IMonitorRegistration. Any thread. Registering a null monitor, or one already registered:
@@ -97,12 +126,77 @@ protected:
 private:
     using List = std::vector<Registered>;
 
-    Result::Code Register(Operation operation, List& list, void* monitor, std::uint32_t mask);
-    Result::Code Unregister(Operation operation, List& list, void* monitor);
-    // Calls `method` with `args` on every monitor of type M on `list` whose mask has `bit` and
-    // that is still registered when its turn comes.
-    template <class M, class... Params, class... Args>
-    std::size_t Deliver(const List& list, std::uint32_t bit, void (M::*method)(Params...), const Args&... args);
+    // How deeply this thread is inside deliveries: an unregistration from a monitor's own
+    // callback must not wait for the delivery it runs in.
+    static inline thread_local int t_deliveryDepth = 0;
+
+    static List::iterator Find(List& list, void* monitor) {
+        return std::find_if(list.begin(), list.end(), [&](const Registered& entry) { return entry.monitor == monitor; });
+    }
+
+    void WaitForDeliveries() {
+        if (t_deliveryDepth == 0) std::unique_lock wait(m_delivering);
+    }
+
+    // Calls `call(monitor, event)` for every monitor of type M on `list` whose mask has `bit`
+    // and that is still registered when its turn comes.
+    template <class M, class Call>
+    std::size_t Deliver(List& list, std::uint32_t bit, Call call) {
+        std::shared_lock delivering(m_delivering);
+        ++t_deliveryDepth;
+        struct Leave {
+            ~Leave() { --t_deliveryDepth; }
+        } leave;
+        List monitors;
+        {
+            std::lock_guard lock(m_mutex);
+            std::copy_if(list.begin(), list.end(), std::back_inserter(monitors), [&](const auto& entry) { return entry.mask & bit; });
+        }
+        const Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo> event = TrackedObject<EventInfo>::Make(m_ledger);
+        std::size_t reached = 0;
+        for (const Registered& entry : monitors) {
+            {
+                // A monitor unregistered by an earlier callback of this delivery gets nothing more.
+                std::lock_guard lock(m_mutex);
+                if (Find(list, entry.monitor) == list.end()) continue;
+            }
+            Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo> eventCopy = event;
+            try {
+                call(static_cast<M*>(entry.monitor), eventCopy);
+            } catch (...) {
+                {
+                    std::lock_guard lock(m_mutex);
+                    ++m_escaped;
+                }
+                m_log->Record({"devhost", static_cast<std::uint32_t>(Logging::v0::Severity::Error),
+                               "a monitor callback let an exception escape"});
+            }
+            ++reached;
+        }
+        return reached;
+    }
+
+    Result::Code Register(Operation operation, List& list, void* monitor, std::uint32_t mask) {
+        return Serve(*m_faults, operation, [&] {
+            std::lock_guard lock(m_mutex);
+            if (!monitor || Find(list, monitor) != list.end()) return Result::InvalidArgument;
+            list.push_back({monitor, mask});
+            return Result::Success;
+        });
+    }
+
+    Result::Code Unregister(Operation operation, List& list, void* monitor) {
+        return Serve(*m_faults, operation, [&] {
+            {
+                std::lock_guard lock(m_mutex);
+                const auto found = Find(list, monitor);
+                if (found == list.end()) return Result::NoSuchEntry;
+                list.erase(found);
+            }
+            WaitForDeliveries();  // returns once no delivery of another thread runs
+            return Result::Success;
+        });
+    }
 
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;

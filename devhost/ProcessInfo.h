@@ -7,13 +7,16 @@
 #pragma once
 
 #include <memory>
+#include <new>
+#include <utility>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/ProcessRecord.h"
+#include "eil/values/Identifier.h"
+#include "eil/values/MakeValue.h"
 #include "eil/values/Values.h"
 #include "host/IProcessInfo.h"
 #include "host/IValues.h"
-#include "host/ObjectPtr.h"
 
 namespace KALVO::DevHost {
 
@@ -22,14 +25,29 @@ public:
     static constexpr char const* Kind = "ProcessInfo";
 
     // Throws std::bad_alloc.
-    ProcessInfo(std::shared_ptr<FaultInjector> faults, ProcessRecord record);
+    ProcessInfo(std::shared_ptr<FaultInjector> faults, ProcessRecord record) : m_faults(std::move(faults)), m_record(std::move(record)) {
+        using namespace EIL::Values;
+        if (m_record.uid.empty()) m_record.uid = ProcessUid("", m_record.pid, m_record.startTime);
+        // Set on a fresh container cannot fail except by memory, which throws.
+        const auto put = [this](char const* name, Agent::Hosting::ObjectPtr<IValue> value) {
+            if (!value || Values::Set(Identifier(name), value) != Result::Success) throw std::bad_alloc();
+        };
+        put("pid", MakeNumberValue(m_record.pid));
+        put("ppid", MakeNumberValue(m_record.parentPid));
+        if (m_record.path) put("path", MakeStringValue(*m_record.path));
+        if (m_record.commandLine) put("command_line", MakeStringValue(*m_record.commandLine));
+        put("uid", MakeStringValue(m_record.uid));
+        if (m_record.userId) put("user_id", MakeNumberValue(*m_record.userId));
+        if (!m_record.user.empty()) put("user", MakeStringValue(m_record.user));
+        if (m_record.startTime != 0) put("start_time", MakeNumberValue(m_record.startTime));
+    }
 
     // IProcessInfo
     void Reserved3() override {}
     void Reserved4() override {}
-    char const* GetPath() override;
-    char const* GetCommandLine() override;
-    char const* GetUid() override;
+    char const* GetPath() override { return m_record.path ? m_record.path->c_str() : nullptr; }
+    char const* GetCommandLine() override { return m_record.commandLine ? m_record.commandLine->c_str() : nullptr; }
+    char const* GetUid() override { return m_record.uid.c_str(); }
 
     // IValues: the detection engineer's view, filled once; read-only.
     Result::Code Set(EIL::Values::IIdentifier const&, Agent::Hosting::ObjectPtr<EIL::Values::IValue> const&) override {
@@ -39,7 +57,17 @@ public:
     Result::Code Clear() override { return Result::ProtocolError; }
 
     // Answers IObject (as IProcessInfo) and IValues, each of which may be made to fail.
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out);
+    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
+        const bool values = id == EIL::Values::IValues::Id;
+        if (!values && id != Agent::Hosting::IObject::Id) return Result::ProtocolNotSupported;
+        if (const auto failure = m_faults->Check(values ? Operation::ProcessGetInterfaceValues : Operation::ProcessGetInterfaceObject)) {
+            return *failure;
+        }
+        out = values ? static_cast<Agent::Hosting::IObject*>(static_cast<EIL::Values::IValues*>(this))
+                     : static_cast<ESP::v0::IProcessInfo*>(this);
+        out->AddRef();
+        return Result::Success;
+    }
 
 protected:
     ~ProcessInfo() = default;

@@ -1,24 +1,128 @@
-// ReportingService: the stand-in host's IReportingService. Makes empty security events and
-// records the finished ones it is handed, for tests to inspect and tools to show.
+// ReportingService: the stand-in host's IReportingService. Makes empty security events
+// (HostSecurityEvent, with their HostObservation) and records the finished ones it is handed
+// as EventRecord, for tests to inspect and tools to show.
+//
+// Values the plug-in made are copied into host-made containers when the event is reported, so
+// a record never holds a reference into a plug-in that may since have been unloaded; the
+// host's own objects (process records attached as observables) are kept by reference.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <vector>
 
-#include "devhost/EventRecord.h"
 #include "devhost/FaultInjector.h"
-#include "devhost/ObjectLedger.h"
 #include "devhost/RetainedList.h"
 #include "devhost/TrackedObject.h"
+#include "host/IHostObservation.h"
+#include "host/IHostSecurityEvent.h"
 #include "host/IReportingService.h"
+#include "host/IValues.h"
 
 namespace KALVO::DevHost {
 
-class ReportingService : public Reporting::IReportingService {
+struct ObservableRecord {
+    std::string name;
+    HostRef<EIL::Values::IValues> values;
+};
+
+struct ObservationRecord {
+    std::uint32_t severity = 0;
+    std::string typeId;
+    std::string message;  // the template, e.g. "{parent} created {child}"
+    HostRef<EIL::Values::IValues> source;  // null when none was given
+    HostRef<EIL::Values::IValues> tags;    // null when none was given
+    std::vector<ObservableRecord> observables;  // in the order they were attached
+
+    // The first observable of that name, or null. Borrowed from the record.
+    EIL::Values::IValues* Find(std::string_view name) const noexcept {
+        for (const ObservableRecord& observable : observables) {
+            if (observable.name == name) return observable.values.Get();
+        }
+        return nullptr;
+    }
+};
+
+struct EventRecord {
+    std::uint64_t sequence = 0;  // 1 for the first event reported to this host, and so on
+    std::vector<ObservationRecord> observations;
+};
+
+// One observation of an event being assembled. Holds what it was given until the event is
+// reported or dropped.
+class HostObservation : public ObjectOnly<Reporting::IHostObservation> {
+public:
+    static constexpr char const* Kind = "Observation";
+
+    // `contents` holds the plug-in's own containers, shared.
+    HostObservation(std::shared_ptr<FaultInjector> faults, ObservationRecord contents)
+        : m_faults(std::move(faults)), m_contents(std::move(contents)) {}
+
+    // What the observation holds now, for the record of a reported event: the plug-in's
+    // containers copied, the host's own shared. Throws std::bad_alloc.
+    ObservationRecord Recorded() const;
+
+    // IHostObservation
+    void Reserved3() override {}
+    void Reserved4() override {}
+    void Reserved5() override {}
+    void Reserved6() override {}
+    void Reserved7() override {}
+    void Reserved8() override {}
+    // Null name or observable: 22. Takes its own reference on the observable.
+    Result::Code AddObservable(char const* name, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& observable) override;
+
+protected:
+    ~HostObservation() = default;
+
+private:
+    std::shared_ptr<FaultInjector> m_faults;
+    mutable std::mutex m_mutex;  // guards m_contents.observables
+    ObservationRecord m_contents;
+};
+
+// A security event being assembled, made by CreateSecurityEvent and handed back through
+// ReportSecurityEvent.
+class HostSecurityEvent : public ObjectOnly<Reporting::IHostSecurityEvent> {
+public:
+    static constexpr char const* Kind = "SecurityEvent";
+
+    HostSecurityEvent(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger)
+        : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
+
+    // The observations created so far, in order, as HostObservation::Recorded. Throws std::bad_alloc.
+    std::vector<ObservationRecord> Recorded() const;
+
+    // IHostSecurityEvent
+    void Reserved3() override {}
+    void Reserved4() override {}
+    void Reserved5() override {}
+    void Reserved6() override {}
+    void Reserved7() override {}
+    void Reserved8() override {}
+    // Null typeId or message: 22. Source and tags may be null. `reserved` is ignored.
+    Result::Code CreateObservation(std::uint32_t severity, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& source,
+                                   char const* typeId, char const* message,
+                                   Agent::Hosting::ObjectPtr<EIL::Values::IValues>& tags, void* reserved,
+                                   Agent::Hosting::ObjectPtr<Reporting::IHostObservation>& observation) override;
+
+protected:
+    ~HostSecurityEvent() = default;
+
+private:
+    std::shared_ptr<FaultInjector> m_faults;
+    std::shared_ptr<ObjectLedger> m_ledger;
+    mutable std::mutex m_mutex;  // guards m_observations
+    std::vector<HostRef<TrackedObject<HostObservation>>> m_observations;
+};
+
+class ReportingService : public ObjectOnly<Reporting::IReportingService> {
 public:
     static constexpr char const* Kind = "ReportingService";
 
@@ -30,16 +134,14 @@ public:
     // The retained events, oldest first.
     std::vector<std::shared_ptr<const EventRecord>> Events() const { return m_events.Snapshot(); }
     // Events reported since construction, retained or not.
-    std::uint64_t EventCount() const { return m_events.Total(); }
+    std::uint64_t EventCount() const { return m_sequence; }
     // Keeps only the latest `limit` events (0 keeps none); the default keeps all.
     void SetRetention(std::size_t limit) { m_events.SetLimit(limit); }
     // Called on the reporting thread for each event once it is recorded, one call at a time
     // (empty removes). The listener must not call SetListener.
-    void SetListener(Listener listener);
-
-    // Only IObject, IReportingService has no identifier of its own (it is found as a service).
-    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
-        return AnswerObjectOnly<Reporting::IReportingService>(this, id, out);
+    void SetListener(Listener listener) {
+        std::lock_guard lock(m_mutex);
+        m_listener = std::move(listener);
     }
 
     // IReportingService. Any thread, concurrently.
@@ -54,9 +156,9 @@ private:
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;
     RetainedList<std::shared_ptr<const EventRecord>> m_events;
-    std::mutex m_mutex;  // guards the two below, and is held while the listener runs
-    std::uint64_t m_sequence = 0;
-    Listener m_listener;
+    std::mutex m_mutex;  // numbers and records one event at a time, and is held while the listener runs
+    std::atomic<std::uint64_t> m_sequence{0};
+    Listener m_listener;  // guarded by m_mutex
 };
 
 }  // namespace KALVO::DevHost

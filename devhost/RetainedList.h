@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <deque>
 #include <limits>
 #include <mutex>
@@ -16,15 +15,10 @@ namespace KALVO::DevHost {
 template <class T>
 class RetainedList {
 public:
-    static constexpr std::size_t Unlimited = std::numeric_limits<std::size_t>::max();
-
-    void Add(T item) { Emplace(std::move(item)); }
-
     // Adds an entry made of `args`, which is not made at all when nothing is retained.
     template <class... Args>
     void Emplace(Args&&... args) {
         std::lock_guard lock(m_mutex);
-        ++m_total;
         if (m_limit == 0) return;
         m_items.emplace_back(std::forward<Args>(args)...);
         while (m_items.size() > m_limit) m_items.pop_front();
@@ -36,13 +30,7 @@ public:
         return std::vector<T>(m_items.begin(), m_items.end());
     }
 
-    // Entries ever added since construction or Clear, retained or not.
-    std::uint64_t Total() const {
-        std::lock_guard lock(m_mutex);
-        return m_total;
-    }
-
-    // Keeps at most `limit` of the latest entries (0 keeps none).
+    // Keeps at most `limit` of the latest entries (0 keeps none); unlimited by default.
     void SetLimit(std::size_t limit) {
         std::lock_guard lock(m_mutex);
         m_limit = limit;
@@ -53,14 +41,12 @@ public:
         std::deque<T> dropped;  // destroyed outside the lock
         std::lock_guard lock(m_mutex);
         dropped.swap(m_items);
-        m_total = 0;
     }
 
 private:
-    mutable std::mutex m_mutex;
+    mutable std::mutex m_mutex;  // guards both below
     std::deque<T> m_items;
-    std::size_t m_limit = Unlimited;  // guarded by m_mutex, as everything here
-    std::uint64_t m_total = 0;
+    std::size_t m_limit = std::numeric_limits<std::size_t>::max();
 };
 
 }  // namespace KALVO::DevHost

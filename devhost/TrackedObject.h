@@ -1,23 +1,70 @@
-// TrackedObject<T>: the final class of every object the stand-in host makes. Like the
-// plug-in's ObjectImpl it generates AddRef, Release and GetInterface, and it also enters the
-// object in the host's ObjectLedger so references can be accounted for.
+// The stand-in host's reference accounting. Every object the host makes is a TrackedObject,
+// entered in the host's ObjectLedger; every reference the host itself holds on one is a HostRef.
+// What is left over is held by someone else, normally the plug-in, so a test can assert that
+// the plug-in gave back everything it took: ObjectLedger::Outstanding() == 0.
 //
 // Every tracked object also answers IHostObject, a private interface by which the host
 // recognises its own objects among those a plug-in hands back (HostRef, HostObjectCast).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <string_view>
+#include <type_traits>
+#include <unordered_set>
 #include <utility>
 
-#include "devhost/ObjectLedger.h"
 #include "eil/object/LookupInterfaceImpl.h"
 #include "host/IObject.h"
 #include "host/ObjectPtr.h"
 #include "host/ResultCode.h"
 
 namespace KALVO::DevHost {
+
+// The counts of one host object. `references` is the object's reference count itself;
+// `hostReferences` how many of them the host holds through HostRef.
+struct ObjectTracking {
+    char const* kind = "";
+    // acq_rel on the count for the same reasons as any reference count (see ObjectImpl);
+    // hostReferences is only ever read for accounting, so relaxed.
+    std::atomic<std::uint64_t> references{1};
+    std::atomic<std::uint64_t> hostReferences{0};
+};
+
+// The register of one host's live objects. Shared by every object of the host: an object the
+// plug-in leaks may outlive its host.
+class ObjectLedger {
+public:
+    void Register(ObjectTracking* object) {
+        std::lock_guard lock(m_mutex);
+        m_objects.insert(object);
+    }
+    void Unregister(ObjectTracking* object) noexcept {
+        std::lock_guard lock(m_mutex);
+        m_objects.erase(object);
+    }
+
+    // References to live host objects held by anyone but the host, per kind of object. Exact
+    // when no other thread is taking or dropping references at the time.
+    std::map<std::string_view, std::uint64_t> OutstandingByKind() const {
+        std::map<std::string_view, std::uint64_t> byKind;
+        std::lock_guard lock(m_mutex);
+        for (const ObjectTracking* object : m_objects) {
+            const std::uint64_t all = object->references.load(std::memory_order_acquire);
+            const std::uint64_t host = object->hostReferences.load(std::memory_order_relaxed);
+            if (all > host) byKind[object->kind] += all - host;
+        }
+        return byKind;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::unordered_set<ObjectTracking*> m_objects;
+};
 
 // Answered only by this host's own objects; never part of the contract with a plug-in.
 class IHostObject : public Agent::Hosting::IObject {
@@ -33,9 +80,11 @@ protected:
     ~IHostObject() = default;
 };
 
-// T is the implementation: it derives from the interfaces it answers, names them with
-// `using Interfaces = EIL::Object::InterfaceList<...>` or defines a custom LookupInterface, and
-// names its kind with `static constexpr char const* Kind` (used in reports and HostObjectCast).
+// TrackedObject<T>: the final class of every object the stand-in host makes. Like the
+// plug-in's ObjectImpl it generates AddRef, Release and GetInterface. T derives from the
+// interfaces it answers, names them with `using Interfaces = EIL::Object::InterfaceList<...>`
+// or defines a LookupInterface (ObjectOnly), and names its kind with
+// `static constexpr char const* Kind` (used in reports and HostObjectCast).
 template <class T>
 class TrackedObject final : public EIL::Object::LookupInterfaceImpl<T>, public IHostObject {
 public:
@@ -62,12 +111,10 @@ public:
     }
 
     Result::Code GetInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) override {
-        if (id == IHostObject::Id) {
-            AddRef();
-            out = static_cast<IHostObject*>(this);
-            return Result::Success;
-        }
-        return EIL::Object::LookupInterfaceImpl<T>::GetInterface(id, out);
+        if (id != IHostObject::Id) return EIL::Object::LookupInterfaceImpl<T>::GetInterface(id, out);
+        AddRef();
+        out = static_cast<IHostObject*>(this);
+        return Result::Success;
     }
 
     ObjectTracking& Tracking() override { return m_tracking; }
@@ -82,28 +129,32 @@ public:
     }
 
 private:
-    // Shared: an object the plug-in leaks may outlive its host.
     std::shared_ptr<ObjectLedger> m_ledger;
     ObjectTracking m_tracking;
 };
 
-// The lookup of an object that answers only IObject besides the private host interface (its
-// interface has no identifier of its own), for a T's LookupInterface.
+// The base of an implementation whose interface I has no identifier of its own (it is found as
+// a service, or handed over as an argument): it answers IObject only, besides IHostObject.
 template <class I>
-Result::Code AnswerObjectOnly(I* self, Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) noexcept {
-    if (id != Agent::Hosting::IObject::Id) return Result::ProtocolNotSupported;
-    Agent::Hosting::IObject* object = self;
-    object->AddRef();
-    out = object;
-    return Result::Success;
-}
+class ObjectOnly : public I {
+public:
+    Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
+        if (id != Agent::Hosting::IObject::Id) return Result::ProtocolNotSupported;
+        Agent::Hosting::IObject* object = this;
+        object->AddRef();
+        out = object;
+        return Result::Success;
+    }
+
+protected:
+    ~ObjectOnly() = default;
+};
 
 // The IHostObject view of `object` when it is one of the stand-in host's objects, else null.
 // Borrowed: valid while the caller holds `object`.
 inline IHostObject* AsHostObject(Agent::Hosting::IObject* object) noexcept {
-    if (!object) return nullptr;
     Agent::Hosting::IObject* raw = nullptr;
-    if (object->GetInterface(IHostObject::Id, raw) != Result::Success || !raw) return nullptr;
+    if (!object || object->GetInterface(IHostObject::Id, raw) != Result::Success || !raw) return nullptr;
     auto* host = static_cast<IHostObject*>(raw);
     host->Release();  // the caller's reference keeps it alive
     return host;
@@ -117,5 +168,44 @@ T* HostObjectCast(Agent::Hosting::IObject* object) noexcept {
     if (!host || std::string_view(host->Tracking().kind) != std::string_view(T::Kind)) return nullptr;
     return static_cast<T*>(host->Implementation());
 }
+
+// HostRef<T>: a reference the stand-in host itself holds. Works like ObjectPtr, and when the
+// object is one of the host's own it counts itself as the host's, so that the ledger counts
+// only what others hold. Objects of anyone else (a plug-in's value containers) are held as they are.
+template <class T>
+class HostRef {
+public:
+    HostRef() noexcept = default;
+
+    // Takes over the reference `object` owns.
+    explicit HostRef(Agent::Hosting::ObjectPtr<T> object) noexcept : m_object(std::move(object)) {
+        if constexpr (std::is_base_of_v<IHostObject, T>) {
+            if (m_object) m_tracking = &m_object->Tracking();  // known to be the host's own
+        } else if (IHostObject* host = AsHostObject(m_object.Get())) {
+            m_tracking = &host->Tracking();
+        }
+        if (m_tracking) m_tracking->hostReferences.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    // Shares `object`: adds a reference of its own.
+    static HostRef Share(T* object) noexcept { return HostRef(Agent::Hosting::ObjectPtr<T>(object)); }
+
+    HostRef(const HostRef& other) noexcept : HostRef(Agent::Hosting::ObjectPtr<T>(other.Get())) {}
+    // Assignment: not needed; safe to add.
+    HostRef& operator=(const HostRef&) = delete;
+
+    ~HostRef() {
+        if (m_tracking) m_tracking->hostReferences.fetch_sub(1, std::memory_order_relaxed);
+    }
+
+    T* Get() const noexcept { return m_object.Get(); }
+    T* operator->() const noexcept { return m_object.Get(); }
+    T& operator*() const noexcept { return *m_object; }
+    explicit operator bool() const noexcept { return static_cast<bool>(m_object); }
+
+private:
+    Agent::Hosting::ObjectPtr<T> m_object;
+    ObjectTracking* m_tracking = nullptr;
+};
 
 }  // namespace KALVO::DevHost

@@ -22,7 +22,7 @@ namespace KALVO::DevHost::Tool {
 
 struct SessionOptions {
     std::string pluginPath;
-    std::string storagePath = SqliteStore::InMemory;  // a database file, or ":memory:"
+    std::string storagePath = HostStorage::InMemory;  // a database file, or ":memory:"
     std::string configuration = "{}";
     // Echo the sensor's log lines up to this severity.
     std::uint32_t logThreshold = static_cast<std::uint32_t>(Logging::v0::Severity::Warn);

@@ -137,7 +137,7 @@ protected:
     // normal one (Start/Synchronize/Stop/health check answered 0, the event reported).
     bool RunPhase(Phase phase, Operation operation, Result::Code code) {
         auto& faults = Host().Faults();
-        faults.FailAlways(operation, code);
+        faults.Apply({operation, code, std::nullopt});
         bool normal = true;
         switch (phase) {
         case Phase::Start: normal = sensor.Start() == Result::Success; break;
