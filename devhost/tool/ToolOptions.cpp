@@ -171,7 +171,8 @@ Options:
                        default, replay and health keep it in memory unless this is given
   --log-level LEVEL    the sensor's log lines shown: error, warn (default), info, trace
   --fail OP=CODE[xN]   make a host operation fail with CODE, on every call or the next N
-                       (e.g. RegisterProcessMonitor=13, GetValue=89x2, Filter=1); repeatable
+                       or, with @M, from the Mth call on, once unless xN (e.g. GetValue=89x2,
+                       GetValue=89@2, Filter=1); repeatable
   --duration SECONDS   live, record: stop after this long (default: at SIGINT or SIGTERM)
   --tree PID           live, record: only process PID and its descendants
   --source KIND        live, record: bpf, netlink or poll, instead of the first that works

@@ -45,19 +45,20 @@ TEST(Storage, ValuesRoundTripAsRawBytesUnderKeysOfAtMost128Bytes) {
 
 TEST(Storage, HostFailuresBecomeTheirFixedTexts) {
     const struct {
-        Operation operation;
-        KALVO::Result::Code code;
+        char const* rule;
         bool read;
         char const* message;
     } rows[] = {
-        {Operation::GetValue, 22, true, "key does not exist in storage"}, {Operation::GetValue, 89, true, "unable to get value from storage"},
-        {Operation::SetValue, 89, false, "unable to store value in storage"}, {Operation::SetValue, 22, false, "unable to store value in storage"},
+        {"GetValue=22", true, "key does not exist in storage"}, {"GetValue=89", true, "unable to get value from storage"},
+        // The read into the buffer fails after a successful length query.
+        {"GetValue=89@2", true, "unable to get value from storage"},
+        {"SetValue=89", false, "unable to store value in storage"}, {"SetValue=22", false, "unable to store value in storage"},
     };
     for (const auto& row : rows) {
         Host host;
         host.Store().Write(Scope, "key", "value");
         const Storage storage(host.Root(), Scope);
-        host.Faults().FailNext(row.operation, row.code);
+        host.Faults().Apply(KALVO::DevHost::ParseFaultRule(row.rule));
         const std::string message = KALVO::Testing::ErrorOf([&] {
             if (row.read) {
                 (void)storage.GetString("key");
@@ -65,10 +66,9 @@ TEST(Storage, HostFailuresBecomeTheirFixedTexts) {
                 storage.SetBuffer("key", "new", 3);
             }
         });
-        const std::string context = std::string(KALVO::DevHost::OperationName(row.operation)) + "=" + std::to_string(row.code);
-        EXPECT_EQ(message, row.message) << context;
-        EXPECT_EQ(host.Store().Read(Scope, "key"), "value") << context;
-        ExpectNothingHeld(host, context);
+        EXPECT_EQ(message, row.message) << row.rule;
+        EXPECT_EQ(host.Store().Read(Scope, "key"), "value") << row.rule;
+        ExpectNothingHeld(host, row.rule);
     }
 }
 
