@@ -36,7 +36,7 @@ std::unique_ptr<QuietSensor> StartSensor() { return std::make_unique<QuietSensor
 void DeliverCreate(benchmark::State& state, std::uint32_t filterAnswer, bool useUpReports) {
     auto sensor = StartSensor();
     auto& monitor = sensor->ProcessMonitor();
-    sensor->Host().Filter().SetAnswer(filterAnswer);
+    sensor->Host().Faults().Apply({KALVO::DevHost::Operation::Filter, filterAnswer, std::nullopt});
     auto event = QuietSensor::Event();
     ProcessPtr parent = sensor->Process("parent", ParentPath, ParentCommandLine);
     ProcessPtr child = sensor->Process("child", ChildPath, ChildCommandLine);
@@ -78,7 +78,7 @@ BENCHMARK(BM_Sensor_CreateReported);
 void DeliverShell(benchmark::State& state, std::uint32_t filterAnswer, bool useUpReports) {
     auto sensor = StartSensor();
     auto& monitor = sensor->ShellMonitor();
-    sensor->Host().Filter().SetAnswer(filterAnswer);
+    sensor->Host().Faults().Apply({KALVO::DevHost::Operation::Filter, filterAnswer, std::nullopt});
     auto event = QuietSensor::Event();
     ProcessPtr shell = sensor->Process("shell", ParentPath, ParentCommandLine);
     const std::string_view command = ShellCommand;

@@ -1,6 +1,6 @@
-// EventFilter: the stand-in host's IEventFilter. Answers every event with one settable answer
-// (0 lets it through, 1 suppresses; an injected Filter fault's code takes its place), records
-// the contexts it receives and counts the events it suppressed.
+// EventFilter: the stand-in host's IEventFilter. Lets every event through (answer 0) unless
+// a Filter fault is injected, whose code is then the answer (1 suppresses); records the
+// contexts it receives and counts the events it suppressed.
 #pragma once
 
 #include <atomic>
@@ -25,8 +25,6 @@ public:
 
     explicit EventFilter(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
 
-    // The answer to every event; 0 (let through) by default.
-    void SetAnswer(std::uint32_t answer) { m_answer = answer; }
     // The context texts received, oldest first.
     std::vector<std::string> Contexts() const { return m_contexts.Snapshot(); }
     void SetRetention(std::size_t limit) { m_contexts.SetLimit(limit); }
@@ -49,7 +47,7 @@ public:
         } catch (...) {
             failure = 0;  // let the event through, as a filter that failed would
         }
-        const std::uint32_t answer = failure.value_or(m_answer.load());
+        const std::uint32_t answer = failure.value_or(0);
         if (answer == IEventFilter::Suppress) ++m_suppressed;
         return answer;
     }
@@ -60,7 +58,6 @@ protected:
 private:
     std::shared_ptr<FaultInjector> m_faults;
     RetainedList<std::string> m_contexts;
-    std::atomic<std::uint32_t> m_answer{0};
     std::atomic<std::uint64_t> m_suppressed{0};
 };
 

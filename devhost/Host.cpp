@@ -40,40 +40,29 @@ Result::Code HandOut(FaultInjector& faults, const std::vector<Offer>& parts, std
     return Result::ProtocolNotSupported;
 }
 
-class ServiceProvider : public IServiceProvider {
-public:
-    static constexpr char const* Kind = "ServiceProvider";
-    using Interfaces = EIL::Object::InterfaceList<IServiceProvider>;
-
-    ServiceProvider(std::shared_ptr<FaultInjector> faults, std::vector<Offer> services) noexcept
-        : m_faults(std::move(faults)), m_services(std::move(services)) {}
-
-    void Reserved3() override {}
-    void Reserved4() override {}
-    Result::Code GetService(ServiceId id, IObject*& out) override { return HandOut(*m_faults, m_services, id, out); }
-
-protected:
-    ~ServiceProvider() = default;
-
-private:
-    std::shared_ptr<FaultInjector> m_faults;
-    const std::vector<Offer> m_services;
-};
-
-// The host object a plug-in receives in CreateInstance. It has no interface of its own beyond
-// IObject.
-class RootObject : public ObjectOnly<IObject> {
+// The host object a plug-in receives in CreateInstance. It answers IObject and
+// IServiceProvider itself, and hands out the other parts by interface identifier and the
+// services by service identifier.
+class RootObject : public IServiceProvider {
 public:
     static constexpr char const* Kind = "Host";
 
-    RootObject(std::shared_ptr<FaultInjector> faults, std::vector<Offer> parts) noexcept
-        : m_faults(std::move(faults)), m_parts(std::move(parts)) {}
+    RootObject(std::shared_ptr<FaultInjector> faults, std::vector<Offer> parts, std::vector<Offer> services) noexcept
+        : m_faults(std::move(faults)), m_parts(std::move(parts)), m_services(std::move(services)) {}
 
     Result::Code LookupInterface(InterfaceId id, IObject*& out) {
-        if (id != IObject::Id) return HandOut(*m_faults, m_parts, id, out);
-        if (const auto failure = m_faults->Check(Operation::GetInterfaceObject)) return *failure;
-        return ObjectOnly::LookupInterface(id, out);
+        if (id != IObject::Id && id != IServiceProvider::Id) return HandOut(*m_faults, m_parts, id, out);
+        const auto failure = m_faults->Check(id == IObject::Id ? Operation::GetInterfaceObject : Operation::GetInterfaceServiceProvider);
+        if (failure) return *failure;
+        out = this;
+        out->AddRef();
+        return Result::Success;
     }
+
+    // IServiceProvider
+    void Reserved3() override {}
+    void Reserved4() override {}
+    Result::Code GetService(ServiceId id, IObject*& out) override { return HandOut(*m_faults, m_services, id, out); }
 
 protected:
     ~RootObject() = default;
@@ -81,6 +70,7 @@ protected:
 private:
     std::shared_ptr<FaultInjector> m_faults;
     const std::vector<Offer> m_parts;
+    const std::vector<Offer> m_services;
 };
 
 template <class T, class... Args>
@@ -103,23 +93,20 @@ Host::Host(HostOptions options)
       m_root(MakeRoot()) {}
 
 HostRef<IObject> Host::MakeRoot() const {
-    const auto provider = Make<ServiceProvider>(
-        m_ledger, m_faults,
-        std::vector<Offer>{
-            Offer::Of<Reporting::IReportingService>(Reporting::IReportingService::ServiceId, Operation::GetServiceReporting, m_reporting),
-            Offer::Of<ESP::v0::IMonitorRegistration>(ESP::v0::IMonitorRegistration::ServiceId,
-                                                    Operation::GetServiceMonitorRegistration, m_monitors),
-            Offer::Of<ESP::v0::IEventFilter>(ESP::v0::IEventFilter::ServiceId, Operation::GetServiceEventFilter, m_filter),
-        });
     const auto root = Make<RootObject>(
         m_ledger, m_faults,
         std::vector<Offer>{
-            Offer::Of<IServiceProvider>(IServiceProvider::Id, Operation::GetInterfaceServiceProvider, provider),
             Offer::Of<Messaging::IMessageRouter>(Messaging::IMessageRouter::Id, Operation::GetInterfaceMessageRouter, m_router),
             Offer::Of<Logging::ILogSink>(Logging::ILogSink::Id, Operation::GetInterfaceLogSink, m_log),
             Offer::Of<Configuration::IConfiguration>(Configuration::IConfiguration::Id, Operation::GetInterfaceConfiguration,
-                                                    m_configuration),
+                                                     m_configuration),
             Offer::Of<Storage::IStorage>(Storage::IStorage::Id, Operation::GetInterfaceStorage, m_storage),
+        },
+        std::vector<Offer>{
+            Offer::Of<Reporting::IReportingService>(Reporting::IReportingService::ServiceId, Operation::GetServiceReporting, m_reporting),
+            Offer::Of<ESP::v0::IMonitorRegistration>(ESP::v0::IMonitorRegistration::ServiceId,
+                                                     Operation::GetServiceMonitorRegistration, m_monitors),
+            Offer::Of<ESP::v0::IEventFilter>(ESP::v0::IEventFilter::ServiceId, Operation::GetServiceEventFilter, m_filter),
         });
     return HostRef<IObject>::Share(static_cast<RootObject*>(root.Get()));
 }

@@ -10,12 +10,14 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "devhost/FaultInjector.h"
@@ -55,30 +57,18 @@ public:
     // takes it, and returns how many it reached. Every monitor gets its own counted copies of
     // the arguments, so one cannot disturb what the next receives.
     std::size_t DeliverProcessCreate(const ProcessPtr& process, const ProcessPtr& parent) {
-        return Deliver<ESP::v0::IProcessMonitor>(m_process, 0x2, [&](auto* monitor, auto& event) {
-            ProcessPtr child = process, creator = parent;
-            monitor->OnProcessCreate(event, child, creator);
-        });
+        return Deliver(m_process, 0x2, &ESP::v0::IProcessMonitor::OnProcessCreate, process, parent);
     }
     std::size_t DeliverProcessExists(const ProcessPtr& process) {
-        return Deliver<ESP::v0::IProcessMonitor>(m_process, 0x4, [&](auto* monitor, auto& event) {
-            ProcessPtr copy = process;
-            monitor->OnProcessExists(event, copy);
-        });
+        return Deliver(m_process, 0x4, &ESP::v0::IProcessMonitor::OnProcessExists, process);
     }
     std::size_t DeliverProcessTerminate(const ProcessPtr& process) {
-        return Deliver<ESP::v0::IProcessMonitor>(m_process, 0x8, [&](auto* monitor, auto& event) {
-            ProcessPtr copy = process;
-            monitor->OnProcessTerminate(event, copy);
-        });
+        return Deliver(m_process, 0x8, &ESP::v0::IProcessMonitor::OnProcessTerminate, process);
     }
     // The text is passed as its bytes and length (null when empty), with no terminator.
     std::size_t DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine) {
-        return Deliver<ESP::v0::IShellMonitor>(m_shell, 0x2, [&](auto* monitor, auto& event) {
-            ProcessPtr copy = process;
-            monitor->OnShellCommand(event, copy, commandLine.empty() ? nullptr : commandLine.data(),
-                                    static_cast<unsigned long>(commandLine.size()));
-        });
+        return Deliver(m_shell, 0x2, &ESP::v0::IShellMonitor::OnShellCommand, process,
+                       commandLine.empty() ? nullptr : commandLine.data(), static_cast<unsigned long>(commandLine.size()));
     }
 
     std::vector<Registered> ProcessMonitors() const {
@@ -90,10 +80,7 @@ public:
         return m_shell;
     }
     // Monitor callbacks that let an exception escape.
-    std::uint64_t EscapedExceptions() const {
-        std::lock_guard lock(m_mutex);
-        return m_escaped;
-    }
+    std::uint64_t EscapedExceptions() const { return m_escaped; }
     // Forgets every registration (waiting for deliveries in flight on other threads), before
     // unloading a plug-in that left one behind.
     void Clear() {
@@ -138,10 +125,10 @@ private:
         if (t_deliveryDepth == 0) std::unique_lock wait(m_delivering);
     }
 
-    // Calls `call(monitor, event)` for every monitor of type M on `list` whose mask has `bit`
-    // and that is still registered when its turn comes.
-    template <class M, class Call>
-    std::size_t Deliver(List& list, std::uint32_t bit, Call call) {
+    // Calls `method` with a new event and `args` on every monitor of type M on `list` whose mask
+    // has `bit` and that is still registered when its turn comes.
+    template <class M, class... Params, class... Args>
+    std::size_t Deliver(List& list, std::uint32_t bit, void (M::*method)(Params...), const Args&... args) {
         std::shared_lock delivering(m_delivering);
         ++t_deliveryDepth;
         struct Leave {
@@ -160,14 +147,11 @@ private:
                 std::lock_guard lock(m_mutex);
                 if (Find(list, entry.monitor) == list.end()) continue;
             }
-            Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo> eventCopy = event;
+            std::tuple<Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo>, Args...> copies(event, args...);
             try {
-                call(static_cast<M*>(entry.monitor), eventCopy);
+                std::apply([&](auto&... each) { (static_cast<M*>(entry.monitor)->*method)(each...); }, copies);
             } catch (...) {
-                {
-                    std::lock_guard lock(m_mutex);
-                    ++m_escaped;
-                }
+                ++m_escaped;
                 m_log->Record({"devhost", static_cast<std::uint32_t>(Logging::v0::Severity::Error),
                                "a monitor callback let an exception escape"});
             }
@@ -201,10 +185,10 @@ private:
     std::shared_ptr<FaultInjector> m_faults;
     std::shared_ptr<ObjectLedger> m_ledger;
     const HostRef<TrackedObject<LogSink>> m_log;
-    mutable std::mutex m_mutex;  // guards the lists and m_escaped
+    mutable std::mutex m_mutex;  // guards the lists
     List m_process;
     List m_shell;
-    std::uint64_t m_escaped = 0;
+    std::atomic<std::uint64_t> m_escaped{0};
     std::shared_mutex m_delivering;  // shared for each delivery, exclusive to wait for them
 };
 

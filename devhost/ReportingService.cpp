@@ -72,7 +72,8 @@ Result::Code ReportingService::CreateSecurityEvent(ObjectPtr<Reporting::IHostSec
 
 Result::Code ReportingService::ReportSecurityEvent(ObjectPtr<Reporting::IHostSecurityEvent> event) {
     return Serve(*m_faults, Operation::ReportSecurityEvent, [&] {
-        auto* ours = HostObjectCast<HostSecurityEvent>(event.Get());
+        // Only an event this host made (a plug-in's own objects are of its own classes).
+        const auto* ours = dynamic_cast<TrackedObject<HostSecurityEvent>*>(event.Get());
         if (!ours) return Result::InvalidArgument;
         auto record = std::make_shared<EventRecord>();
         record->observations = ours->Recorded();

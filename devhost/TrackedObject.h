@@ -4,7 +4,7 @@
 // the plug-in gave back everything it took: ObjectLedger::Outstanding() == 0.
 //
 // Every tracked object also answers IHostObject, a private interface by which the host
-// recognises its own objects among those a plug-in hands back (HostRef, HostObjectCast).
+// recognises its own objects among those a plug-in hands back (HostRef).
 #pragma once
 
 #include <atomic>
@@ -73,8 +73,6 @@ public:
 
     // Slot 3. The object's counts.
     virtual ObjectTracking& Tracking() = 0;
-    // Slot 4. The implementing object (a T of TrackedObject<T>), for HostObjectCast.
-    virtual void* Implementation() = 0;
 
 protected:
     ~IHostObject() = default;
@@ -84,7 +82,7 @@ protected:
 // plug-in's ObjectImpl it generates AddRef, Release and GetInterface. T derives from the
 // interfaces it answers, names them with `using Interfaces = EIL::Object::InterfaceList<...>`
 // or defines a LookupInterface (ObjectOnly), and names its kind with
-// `static constexpr char const* Kind` (used in reports and HostObjectCast).
+// `static constexpr char const* Kind` (used in reports).
 template <class T>
 class TrackedObject final : public EIL::Object::LookupInterfaceImpl<T>, public IHostObject {
 public:
@@ -118,7 +116,6 @@ public:
     }
 
     ObjectTracking& Tracking() override { return m_tracking; }
-    void* Implementation() override { return static_cast<T*>(this); }
 
     // Makes an object whose first reference belongs to the returned pointer. Throws what T's
     // constructor throws, or std::bad_alloc.
@@ -158,15 +155,6 @@ inline IHostObject* AsHostObject(Agent::Hosting::IObject* object) noexcept {
     auto* host = static_cast<IHostObject*>(raw);
     host->Release();  // the caller's reference keeps it alive
     return host;
-}
-
-// `object` as the host implementation T when it is one (its kind is T::Kind), else null.
-// Borrowed: valid while the caller holds `object`.
-template <class T>
-T* HostObjectCast(Agent::Hosting::IObject* object) noexcept {
-    IHostObject* host = AsHostObject(object);
-    if (!host || std::string_view(host->Tracking().kind) != std::string_view(T::Kind)) return nullptr;
-    return static_cast<T*>(host->Implementation());
 }
 
 // HostRef<T>: a reference the stand-in host itself holds. Works like ObjectPtr, and when the
