@@ -3,13 +3,6 @@
 // contexts it receives and counts the events it suppressed.
 #pragma once
 
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "devhost/FaultInjector.h"

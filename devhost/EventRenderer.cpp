@@ -1,9 +1,5 @@
 #include "devhost/EventRenderer.h"
 
-#include <cstddef>
-#include <string_view>
-#include <vector>
-
 #include <fmt/format.h>
 
 #include "devhost/ValidUtf8.h"

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "devhost/ReportingService.h"
-#include "host/IValues.h"
 
 namespace KALVO::DevHost {
 

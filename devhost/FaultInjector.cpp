@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
-#include <string>
-#include <system_error>
 
 namespace KALVO::DevHost {
 

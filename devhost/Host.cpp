@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <utility>
-#include <vector>
-
 #include "devhost/ProcessInfo.h"
 #include "host/IServiceProvider.h"
 
@@ -115,15 +112,26 @@ ObjectPtr<ESP::v0::IProcessInfo> Host::MakeProcess(ProcessRecord record) const {
     return TrackedObject<ProcessInfo>::Make(m_ledger, m_faults, std::move(record));
 }
 
+std::map<std::string_view, std::uint64_t> Host::OutstandingByKind() const {
+    std::map<std::string_view, std::uint64_t> byKind;
+    std::lock_guard lock(m_ledger->mutex);
+    for (const ObjectTracking* object : m_ledger->objects) {
+        const std::uint64_t all = object->references.load(std::memory_order_acquire);
+        const std::uint64_t host = object->hostReferences.load(std::memory_order_relaxed);
+        if (all > host) byKind[object->kind] += all - host;
+    }
+    return byKind;
+}
+
 std::uint64_t Host::OutstandingReferences() const {
     std::uint64_t total = 0;
-    for (const auto& [kind, count] : m_ledger->OutstandingByKind()) total += count;
+    for (const auto& [kind, count] : OutstandingByKind()) total += count;
     return total;
 }
 
 std::string Host::DescribeOutstandingReferences() const {
     std::string text;
-    for (const auto& [kind, count] : m_ledger->OutstandingByKind()) text += fmt::format("{}{} x{}", text.empty() ? "" : ", ", kind, count);
+    for (const auto& [kind, count] : OutstandingByKind()) text += fmt::format("{}{} x{}", text.empty() ? "" : ", ", kind, count);
     return text;
 }
 

@@ -9,12 +9,9 @@
 // must be unloaded only after the host has dropped its handlers (UnloadFrom in Plugin.h).
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <string>
+#include <map>
 
 #include "devhost/EventFilter.h"
-#include "devhost/FaultInjector.h"
 #include "devhost/HostConfiguration.h"
 #include "devhost/HostStorage.h"
 #include "devhost/LogSink.h"
@@ -22,8 +19,6 @@
 #include "devhost/MonitorRegistration.h"
 #include "devhost/ProcessRecord.h"
 #include "devhost/ReportingService.h"
-#include "devhost/TrackedObject.h"
-#include "host/IProcessInfo.h"
 
 namespace KALVO::DevHost {
 
@@ -64,6 +59,10 @@ public:
     std::string DescribeOutstandingReferences() const;
 
 private:
+    // The references held by others, per kind of object. Exact when no other thread is taking
+    // or dropping references at the time.
+    std::map<std::string_view, std::uint64_t> OutstandingByKind() const;
+
     // The host object, with the parts made before it.
     HostRef<Agent::Hosting::IObject> MakeRoot() const;
 

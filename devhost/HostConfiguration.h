@@ -3,10 +3,7 @@
 // can tell which texts the plug-in never gave back.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 

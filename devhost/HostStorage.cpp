@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <stdexcept>
-#include <utility>
 
 namespace KALVO::DevHost {
 

@@ -7,12 +7,8 @@
 // buffer answers 12 with the needed size; a missing key 22; a failing store 89.
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
-#include <string_view>
 
 #include "devhost/FaultInjector.h"
 #include "eil/object/LookupInterfaceImpl.h"

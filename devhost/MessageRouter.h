@@ -4,18 +4,11 @@
 #pragma once
 
 #include <algorithm>
-#include <cstddef>
 #include <limits>
 #include <map>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <string_view>
-#include <utility>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/TrackedObject.h"
-#include "eil/object/LookupInterfaceImpl.h"
 #include "host/ICommandHandler.h"
 #include "host/IMessageRouter.h"
 #include "host/IOutputStream.h"

@@ -9,23 +9,14 @@
 // for their whole run, and an unregistration takes it exclusively once.
 #pragma once
 
-#include <algorithm>
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <memory>
-#include <mutex>
 #include <shared_mutex>
-#include <string_view>
 #include <tuple>
-#include <vector>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/LogSink.h"
 #include "devhost/TrackedObject.h"
 #include "host/IEventInfo.h"
 #include "host/IMonitorRegistration.h"
-#include "host/IProcessInfo.h"
 #include "host/IProcessMonitor.h"
 #include "host/IShellMonitor.h"
 

@@ -7,16 +7,12 @@
 #pragma once
 
 #include <memory>
-#include <new>
-#include <utility>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/ProcessRecord.h"
 #include "eil/values/Identifier.h"
 #include "eil/values/MakeValue.h"
-#include "eil/values/Values.h"
 #include "host/IProcessInfo.h"
-#include "host/IValues.h"
 
 namespace KALVO::DevHost {
 

@@ -1,7 +1,5 @@
 #include "devhost/ReportingService.h"
 
-#include <utility>
-
 #include "devhost/ValueReading.h"
 
 namespace KALVO::DevHost {

@@ -7,14 +7,7 @@
 // host's own objects (process records attached as observables) are kept by reference.
 #pragma once
 
-#include <atomic>
-#include <cstddef>
-#include <cstdint>
 #include <functional>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "devhost/FaultInjector.h"

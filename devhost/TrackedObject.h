@@ -8,20 +8,14 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
-#include <map>
 #include <memory>
 #include <mutex>
-#include <string>
-#include <string_view>
 #include <type_traits>
 #include <unordered_set>
 #include <utility>
 
 #include "eil/object/LookupInterfaceImpl.h"
-#include "host/IObject.h"
 #include "host/ObjectPtr.h"
-#include "host/ResultCode.h"
 
 namespace KALVO::DevHost {
 
@@ -35,35 +29,11 @@ struct ObjectTracking {
     std::atomic<std::uint64_t> hostReferences{0};
 };
 
-// The register of one host's live objects. Shared by every object of the host: an object the
-// plug-in leaks may outlive its host.
-class ObjectLedger {
-public:
-    void Register(ObjectTracking* object) {
-        std::lock_guard lock(m_mutex);
-        m_objects.insert(object);
-    }
-    void Unregister(ObjectTracking* object) noexcept {
-        std::lock_guard lock(m_mutex);
-        m_objects.erase(object);
-    }
-
-    // References to live host objects held by anyone but the host, per kind of object. Exact
-    // when no other thread is taking or dropping references at the time.
-    std::map<std::string_view, std::uint64_t> OutstandingByKind() const {
-        std::map<std::string_view, std::uint64_t> byKind;
-        std::lock_guard lock(m_mutex);
-        for (const ObjectTracking* object : m_objects) {
-            const std::uint64_t all = object->references.load(std::memory_order_acquire);
-            const std::uint64_t host = object->hostReferences.load(std::memory_order_relaxed);
-            if (all > host) byKind[object->kind] += all - host;
-        }
-        return byKind;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    std::unordered_set<ObjectTracking*> m_objects;
+// The register of one host's live objects (their counts). Shared by every object of the host:
+// an object the plug-in leaks may outlive its host.
+struct ObjectLedger {
+    std::mutex mutex;  // guards objects
+    std::unordered_set<ObjectTracking*> objects;
 };
 
 // Answered only by this host's own objects; never part of the contract with a plug-in.
@@ -90,10 +60,14 @@ public:
     explicit TrackedObject(std::shared_ptr<ObjectLedger> ledger, Args&&... args)
         : EIL::Object::LookupInterfaceImpl<T>(std::forward<Args>(args)...), m_ledger(std::move(ledger)) {
         m_tracking.kind = T::Kind;
-        m_ledger->Register(&m_tracking);
+        std::lock_guard lock(m_ledger->mutex);
+        m_ledger->objects.insert(&m_tracking);
     }
 
-    ~TrackedObject() { m_ledger->Unregister(&m_tracking); }
+    ~TrackedObject() {
+        std::lock_guard lock(m_ledger->mutex);
+        m_ledger->objects.erase(&m_tracking);
+    }
 
     TrackedObject(const TrackedObject&) = delete;  // objects are shared by reference, never copied
     TrackedObject& operator=(const TrackedObject&) = delete;

@@ -1,7 +1,5 @@
 #include "devhost/ValidUtf8.h"
 
-#include <cstddef>
-
 #include "eil/json/RapidJson.h"
 
 namespace KALVO::DevHost {

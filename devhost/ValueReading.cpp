@@ -1,8 +1,6 @@
 #include "devhost/ValueReading.h"
 
 #include <cstring>
-#include <new>
-#include <utility>
 
 #include "eil/object/ObjectImpl.h"
 #include "eil/values/Identifier.h"

@@ -12,8 +12,6 @@
 
 #include "eil/values/Values.h"
 #include "host/IValue.h"
-#include "host/IValues.h"
-#include "host/ObjectPtr.h"
 
 namespace KALVO::DevHost {
 
