@@ -2,7 +2,6 @@
 
 #include <sqlite3.h>
 
-#include <cstring>
 #include <stdexcept>
 
 namespace KALVO::DevHost {
@@ -59,37 +58,6 @@ std::optional<std::string> HostStorage::Read(std::string_view scope, std::string
 
 void HostStorage::Write(std::string_view scope, std::string_view key, std::string_view value) {
     Run("INSERT OR REPLACE INTO host_values (scope, key, value) VALUES (?1, ?2, ?3)", scope, key, value);
-}
-
-Result::Code HostStorage::GetValue(char const* scope, char const* key, void* buffer, std::uint64_t& size) {
-    return Serve(*m_faults, Operation::GetValue, [&] {
-        if (!scope || !key || (!buffer && size != 0)) return Result::InvalidArgument;
-        std::optional<std::string> value;
-        try {
-            value = Read(scope, key);
-        } catch (const std::runtime_error&) {  // the store failed
-            return Result::OperationCanceled;
-        }
-        if (!value) return Result::InvalidArgument;
-        const std::uint64_t capacity = size;
-        size = value->size();
-        if (!buffer) return Result::Success;  // a length query
-        if (capacity < value->size()) return Result::OutOfMemory;
-        if (!value->empty()) std::memcpy(buffer, value->data(), value->size());
-        return Result::Success;
-    });
-}
-
-Result::Code HostStorage::SetValue(char const* scope, char const* key, void const* data, std::uint64_t size) {
-    return Serve(*m_faults, Operation::SetValue, [&] {
-        if (!scope || !key || (!data && size != 0)) return Result::InvalidArgument;
-        try {
-            Write(scope, key, size == 0 ? std::string_view() : std::string_view(static_cast<char const*>(data), size));
-        } catch (const std::runtime_error&) {  // the store failed
-            return Result::OperationCanceled;
-        }
-        return Result::Success;
-    });
 }
 
 }  // namespace KALVO::DevHost

@@ -7,7 +7,9 @@
 // buffer answers 12 with the needed size; a missing key 22; a failing store 89.
 #pragma once
 
+#include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "devhost/FaultInjector.h"
@@ -39,10 +41,37 @@ public:
     void Reserved4() override {}
     void Reserved5() override {}
     // Null scope or key: 22. A null buffer with a non-zero size: 22.
-    Result::Code GetValue(char const* scope, char const* key, void* buffer, std::uint64_t& size) override;
+    Result::Code GetValue(char const* scope, char const* key, void* buffer, std::uint64_t& size) override {
+        return Serve(*m_faults, Operation::GetValue, [&] {
+            if (!scope || !key || (!buffer && size != 0)) return Result::InvalidArgument;
+            std::optional<std::string> value;
+            try {
+                value = Read(scope, key);
+            } catch (const std::runtime_error&) {  // the store failed
+                return Result::OperationCanceled;
+            }
+            if (!value) return Result::InvalidArgument;
+            const std::uint64_t capacity = size;
+            size = value->size();
+            if (!buffer) return Result::Success;  // a length query
+            if (capacity < value->size()) return Result::OutOfMemory;
+            if (!value->empty()) std::memcpy(buffer, value->data(), value->size());
+            return Result::Success;
+        });
+    }
     void Reserved7() override {}
     // Null scope or key, or null data with a non-zero size: 22. Store failure: 89.
-    Result::Code SetValue(char const* scope, char const* key, void const* data, std::uint64_t size) override;
+    Result::Code SetValue(char const* scope, char const* key, void const* data, std::uint64_t size) override {
+        return Serve(*m_faults, Operation::SetValue, [&] {
+            if (!scope || !key || (!data && size != 0)) return Result::InvalidArgument;
+            try {
+                Write(scope, key, size == 0 ? std::string_view() : std::string_view(static_cast<char const*>(data), size));
+            } catch (const std::runtime_error&) {  // the store failed
+                return Result::OperationCanceled;
+            }
+            return Result::Success;
+        });
+    }
 
 protected:
     ~HostStorage() = default;

@@ -13,6 +13,7 @@
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
 #include "devhost/TrackedObject.h"
+#include "devhost/ValueReading.h"
 #include "host/IHostObservation.h"
 #include "host/IHostSecurityEvent.h"
 #include "host/IReportingService.h"
@@ -42,6 +43,14 @@ struct ObservationRecord {
     }
 };
 
+// A container of a reported event as the record keeps it: the host's own objects as they are,
+// anything else copied.
+inline HostRef<EIL::Values::IValues> Keep(EIL::Values::IValues* values) {
+    if (!values) return {};
+    if (AsHostObject(values)) return HostRef<EIL::Values::IValues>::Share(values);
+    return HostRef<EIL::Values::IValues>(Agent::Hosting::ObjectPtr<EIL::Values::IValues>(SnapshotValues(*values)));
+}
+
 struct EventRecord {
     std::uint64_t sequence = 0;  // 1 for the first event reported to this host, and so on
     std::vector<ObservationRecord> observations;
@@ -59,7 +68,14 @@ public:
 
     // What the observation holds now, for the record of a reported event: the plug-in's
     // containers copied, the host's own shared. Throws std::bad_alloc.
-    ObservationRecord Recorded() const;
+    ObservationRecord Recorded() const {
+        ObservationRecord recorded{m_contents.severity, m_contents.typeId, m_contents.message,
+                                   Keep(m_contents.source.Get()), Keep(m_contents.tags.Get()), {}};
+        std::lock_guard lock(m_mutex);
+        for (const ObservableRecord& observable : m_contents.observables)
+            recorded.observables.push_back(ObservableRecord{observable.name, Keep(observable.values.Get())});
+        return recorded;
+    }
 
     // IHostObservation
     void Reserved3() override {}
@@ -69,7 +85,15 @@ public:
     void Reserved7() override {}
     void Reserved8() override {}
     // Null name or observable: 22. Takes its own reference on the observable.
-    Result::Code AddObservable(char const* name, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& observable) override;
+    Result::Code AddObservable(char const* name, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& observable) override {
+        return Serve(*m_faults, Operation::AddObservable, [&] {
+            if (!name || !observable) return Result::InvalidArgument;
+            ObservableRecord entry{name, HostRef<EIL::Values::IValues>::Share(observable.Get())};
+            std::lock_guard lock(m_mutex);
+            m_contents.observables.push_back(std::move(entry));
+            return Result::Success;
+        });
+    }
 
 protected:
     ~HostObservation() = default;
@@ -90,7 +114,12 @@ public:
         : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
 
     // The observations created so far, in order, as HostObservation::Recorded. Throws std::bad_alloc.
-    std::vector<ObservationRecord> Recorded() const;
+    std::vector<ObservationRecord> Recorded() const {
+        std::vector<ObservationRecord> observations;
+        std::lock_guard lock(m_mutex);
+        for (const auto& observation : m_observations) observations.push_back(observation->Recorded());
+        return observations;
+    }
 
     // IHostSecurityEvent
     void Reserved3() override {}
@@ -102,8 +131,20 @@ public:
     // Null typeId or message: 22. Source and tags may be null. `reserved` is ignored.
     Result::Code CreateObservation(std::uint32_t severity, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& source,
                                    char const* typeId, char const* message,
-                                   Agent::Hosting::ObjectPtr<EIL::Values::IValues>& tags, void* reserved,
-                                   Agent::Hosting::ObjectPtr<Reporting::IHostObservation>& observation) override;
+                                   Agent::Hosting::ObjectPtr<EIL::Values::IValues>& tags, void* /*reserved*/,
+                                   Agent::Hosting::ObjectPtr<Reporting::IHostObservation>& observation) override {
+        return Serve(*m_faults, Operation::CreateObservation, [&] {
+            if (!typeId || !message) return Result::InvalidArgument;
+            const HostRef<TrackedObject<HostObservation>> made(TrackedObject<HostObservation>::Make(
+                m_ledger, m_faults, ObservationRecord{severity, typeId, message, HostRef(source), HostRef(tags), {}}));
+            {
+                std::lock_guard lock(m_mutex);
+                m_observations.push_back(made);
+            }
+            observation = Agent::Hosting::ObjectPtr<Reporting::IHostObservation>(made.Get());
+            return Result::Success;
+        });
+    }
 
 protected:
     ~HostSecurityEvent() = default;
@@ -138,9 +179,33 @@ public:
     }
 
     // IReportingService. Any thread, concurrently.
-    Result::Code CreateSecurityEvent(Agent::Hosting::ObjectPtr<Reporting::IHostSecurityEvent>& event) override;
+    Result::Code CreateSecurityEvent(Agent::Hosting::ObjectPtr<Reporting::IHostSecurityEvent>& event) override {
+        return Serve(*m_faults, Operation::CreateSecurityEvent, [&] {
+            event = TrackedObject<HostSecurityEvent>::Make(m_ledger, m_faults, m_ledger);
+            return Result::Success;
+        });
+    }
     // An event this host did not make: 22. Null: 22.
-    Result::Code ReportSecurityEvent(Agent::Hosting::ObjectPtr<Reporting::IHostSecurityEvent> event) override;
+    Result::Code ReportSecurityEvent(Agent::Hosting::ObjectPtr<Reporting::IHostSecurityEvent> event) override {
+        return Serve(*m_faults, Operation::ReportSecurityEvent, [&] {
+            // Only an event this host made (a plug-in's own objects are of its own classes).
+            const auto* ours = dynamic_cast<TrackedObject<HostSecurityEvent>*>(event.Get());
+            if (!ours) return Result::InvalidArgument;
+            auto record = std::make_shared<EventRecord>();
+            record->observations = ours->Recorded();
+            std::lock_guard lock(m_mutex);
+            record->sequence = ++m_sequence;
+            m_events.Emplace(record);
+            if (m_listener) {
+                try {
+                    m_listener(*record);
+                } catch (...) {
+                    // A listener's failure is the tool's business, not the reporting plug-in's.
+                }
+            }
+            return Result::Success;
+        });
+    }
 
 protected:
     ~ReportingService() = default;
