@@ -115,7 +115,7 @@ ObjectPtr<ESP::v0::IProcessInfo> Host::MakeProcess(ProcessRecord record) const {
 std::map<std::string_view, std::uint64_t> Host::OutstandingByKind() const {
     std::map<std::string_view, std::uint64_t> byKind;
     std::lock_guard lock(m_ledger->mutex);
-    for (const ObjectTracking* object : m_ledger->objects) {
+    for (const HostObject* object : m_ledger->objects) {
         const std::uint64_t all = object->references.load(std::memory_order_acquire);
         const std::uint64_t host = object->hostReferences.load(std::memory_order_relaxed);
         if (all > host) byKind[object->kind] += all - host;

@@ -1,16 +1,12 @@
 // The stand-in host's reference accounting. Every object the host makes is a TrackedObject,
 // entered in the host's ObjectLedger; every reference the host itself holds on one is a HostRef.
 // What is left over is held by someone else, normally the plug-in, so a test can assert that
-// the plug-in gave back everything it took: ObjectLedger::Outstanding() == 0.
-//
-// Every tracked object also answers IHostObject, a private interface by which the host
-// recognises its own objects among those a plug-in hands back (HostRef).
+// the plug-in gave back everything it took (Host::OutstandingReferences() == 0).
 #pragma once
 
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <type_traits>
 #include <unordered_set>
 #include <utility>
 
@@ -19,9 +15,10 @@
 
 namespace KALVO::DevHost {
 
-// The counts of one host object. `references` is the object's reference count itself;
-// `hostReferences` how many of them the host holds through HostRef.
-struct ObjectTracking {
+// The counts of one host object, and the base by which the host recognises its own objects
+// among those a plug-in hands back (AsHostObject). `references` is the object's reference
+// count itself; `hostReferences` how many of them the host holds through HostRef.
+struct HostObject {
     char const* kind = "";
     // acq_rel on the count for the same reasons as any reference count (see ObjectImpl);
     // hostReferences is only ever read for accounting, so relaxed.
@@ -29,44 +26,32 @@ struct ObjectTracking {
     std::atomic<std::uint64_t> hostReferences{0};
 };
 
-// The register of one host's live objects (their counts). Shared by every object of the host:
-// an object the plug-in leaks may outlive its host.
+// The register of one host's live objects. Shared by every object of the host: an object the
+// plug-in leaks may outlive its host.
 struct ObjectLedger {
     std::mutex mutex;  // guards objects
-    std::unordered_set<ObjectTracking*> objects;
-};
-
-// Answered only by this host's own objects; never part of the contract with a plug-in.
-class IHostObject : public Agent::Hosting::IObject {
-public:
-    static constexpr Agent::Hosting::InterfaceId Id = 0x5d3c0f7a4b96e21d;  // private to the stand-in host
-
-    // Slot 3. The object's counts.
-    virtual ObjectTracking& Tracking() = 0;
-
-protected:
-    ~IHostObject() = default;
+    std::unordered_set<HostObject*> objects;
 };
 
 // TrackedObject<T>: the final class of every object the stand-in host makes. Like the
-// plug-in's ObjectImpl it generates AddRef, Release and GetInterface. T derives from the
-// interfaces it answers, names them with `using Interfaces = EIL::Object::InterfaceList<...>`
-// or defines a LookupInterface (ObjectOnly), and names its kind with
-// `static constexpr char const* Kind` (used in reports).
+// plug-in's ObjectImpl it generates AddRef, Release and GetInterface, and it enters the object
+// in the host's ledger. T derives from the interfaces it answers, names them with
+// `using Interfaces = EIL::Object::InterfaceList<...>` or defines a LookupInterface (ObjectOnly),
+// and names its kind with `static constexpr char const* Kind` (used in reports).
 template <class T>
-class TrackedObject final : public EIL::Object::LookupInterfaceImpl<T>, public IHostObject {
+class TrackedObject final : public EIL::Object::LookupInterfaceImpl<T>, public HostObject {
 public:
     template <class... Args>
     explicit TrackedObject(std::shared_ptr<ObjectLedger> ledger, Args&&... args)
         : EIL::Object::LookupInterfaceImpl<T>(std::forward<Args>(args)...), m_ledger(std::move(ledger)) {
-        m_tracking.kind = T::Kind;
+        kind = T::Kind;
         std::lock_guard lock(m_ledger->mutex);
-        m_ledger->objects.insert(&m_tracking);
+        m_ledger->objects.insert(this);
     }
 
     ~TrackedObject() {
         std::lock_guard lock(m_ledger->mutex);
-        m_ledger->objects.erase(&m_tracking);
+        m_ledger->objects.erase(this);
     }
 
     TrackedObject(const TrackedObject&) = delete;  // objects are shared by reference, never copied
@@ -74,22 +59,13 @@ public:
 
     // acq_rel on both: a reference handed to another thread must see the object fully built,
     // and the thread that frees it must see every other holder's last writes.
-    std::uint64_t AddRef() override { return m_tracking.references.fetch_add(1, std::memory_order_acq_rel) + 1; }
+    std::uint64_t AddRef() override { return references.fetch_add(1, std::memory_order_acq_rel) + 1; }
 
     std::uint64_t Release() override {
-        const std::uint64_t count = m_tracking.references.fetch_sub(1, std::memory_order_acq_rel) - 1;
+        const std::uint64_t count = references.fetch_sub(1, std::memory_order_acq_rel) - 1;
         if (count == 0) delete this;
         return count;
     }
-
-    Result::Code GetInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) override {
-        if (id != IHostObject::Id) return EIL::Object::LookupInterfaceImpl<T>::GetInterface(id, out);
-        AddRef();
-        out = static_cast<IHostObject*>(this);
-        return Result::Success;
-    }
-
-    ObjectTracking& Tracking() override { return m_tracking; }
 
     // Makes an object whose first reference belongs to the returned pointer. Throws what T's
     // constructor throws, or std::bad_alloc.
@@ -101,11 +77,17 @@ public:
 
 private:
     std::shared_ptr<ObjectLedger> m_ledger;
-    ObjectTracking m_tracking;
 };
 
+// `object` as one of the stand-in host's objects, else null. Known by its type: a plug-in's
+// objects are of the plug-in's own classes. Borrowed: valid while the caller holds `object`.
+template <class P>
+HostObject* AsHostObject(P* object) noexcept {
+    return dynamic_cast<HostObject*>(object);
+}
+
 // The base of an implementation whose interface I has no identifier of its own (it is found as
-// a service, or handed over as an argument): it answers IObject only, besides IHostObject.
+// a service, or handed over as an argument): it answers IObject only.
 template <class I>
 class ObjectOnly : public I {
 public:
@@ -121,16 +103,6 @@ protected:
     ~ObjectOnly() = default;
 };
 
-// The IHostObject view of `object` when it is one of the stand-in host's objects, else null.
-// Borrowed: valid while the caller holds `object`.
-inline IHostObject* AsHostObject(Agent::Hosting::IObject* object) noexcept {
-    Agent::Hosting::IObject* raw = nullptr;
-    if (!object || object->GetInterface(IHostObject::Id, raw) != Result::Success || !raw) return nullptr;
-    auto* host = static_cast<IHostObject*>(raw);
-    host->Release();  // the caller's reference keeps it alive
-    return host;
-}
-
 // HostRef<T>: a reference the stand-in host itself holds. Works like ObjectPtr, and when the
 // object is one of the host's own it counts itself as the host's, so that the ledger counts
 // only what others hold. Objects of anyone else (a plug-in's value containers) are held as they are.
@@ -140,12 +112,8 @@ public:
     HostRef() noexcept = default;
 
     // Takes over the reference `object` owns.
-    explicit HostRef(Agent::Hosting::ObjectPtr<T> object) noexcept : m_object(std::move(object)) {
-        if constexpr (std::is_base_of_v<IHostObject, T>) {
-            if (m_object) m_tracking = &m_object->Tracking();  // known to be the host's own
-        } else if (IHostObject* host = AsHostObject(m_object.Get())) {
-            m_tracking = &host->Tracking();
-        }
+    explicit HostRef(Agent::Hosting::ObjectPtr<T> object) noexcept
+        : m_object(std::move(object)), m_tracking(AsHostObject(m_object.Get())) {
         if (m_tracking) m_tracking->hostReferences.fetch_add(1, std::memory_order_relaxed);
     }
 
@@ -167,7 +135,7 @@ public:
 
 private:
     Agent::Hosting::ObjectPtr<T> m_object;
-    ObjectTracking* m_tracking = nullptr;
+    HostObject* m_tracking = nullptr;
 };
 
 }  // namespace KALVO::DevHost
