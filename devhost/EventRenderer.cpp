@@ -69,11 +69,11 @@ std::string Render(Write write) {
 std::string DescribeObservable(IValues& observable) {
     for (char const* name : {"path", "command", "command_line", "name"}) {
         ObjectPtr<IValue> value;
-        if (observable.Get(EIL::Values::Identifier(name), value) != Result::Success || !value ||
-            value->Type() != static_cast<std::uint32_t>(ValueType::String)) {
-            continue;
+        std::optional<std::string> text;
+        if (observable.Get(EIL::Values::Identifier(name), value) == Result::Success && value &&
+            value->Type() == static_cast<std::uint32_t>(ValueType::String) && (text = ReadBytes(*value))) {
+            return *text;
         }
-        if (std::optional<std::string> text = ReadBytes(*value)) return *text;
     }
     return RenderValuesJson(observable);
 }

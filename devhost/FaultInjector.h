@@ -88,14 +88,11 @@ public:
     }
     void Apply(const FaultRule& rule) noexcept {
         std::lock_guard lock(m_mutex);
-        Slot& slot = m_slots[static_cast<std::size_t>(rule.operation)];
-        slot.remaining = rule.count;
-        slot.after = rule.after;
-        slot.code = rule.code;
+        m_slots[static_cast<std::size_t>(rule.operation)].rule = rule;
     }
     void ClearAll() noexcept {
         std::lock_guard lock(m_mutex);
-        for (Slot& slot : m_slots) slot.remaining = 0;
+        for (Slot& slot : m_slots) slot.rule.reset();
     }
 
     // Called by the host at the start of `operation`: counts the call and returns the code to
@@ -105,13 +102,13 @@ public:
         std::lock_guard lock(m_mutex);
         Slot& slot = m_slots[static_cast<std::size_t>(operation)];
         ++slot.calls;
-        if (slot.remaining == std::uint64_t{0}) return std::nullopt;
-        if (slot.after != 0) {
-            --slot.after;
+        if (!slot.rule || slot.rule->count == std::uint64_t{0}) return std::nullopt;
+        if (slot.rule->after != 0) {
+            --slot.rule->after;
             return std::nullopt;
         }
-        if (slot.remaining) --*slot.remaining;
-        return slot.code;
+        if (slot.rule->count) --*slot.rule->count;
+        return slot.rule->code;
     }
 
     // Calls of `operation` since construction or ResetCounts, failed ones included.
@@ -127,9 +124,7 @@ public:
 private:
     struct Slot {
         std::uint64_t calls = 0;
-        std::optional<std::uint64_t> remaining = 0;  // calls still to fail; none: every call
-        std::uint64_t after = 0;                     // calls to let through before those
-        Result::Code code = 0;
+        std::optional<FaultRule> rule;  // counted down as calls proceed and fail
     };
 
     mutable std::mutex m_mutex;  // guards m_slots

@@ -3,6 +3,7 @@
 // can tell which texts the plug-in never gave back.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -33,10 +34,7 @@ public:
     }
     // ReleaseData calls with a pointer that was not outstanding (never handed out, or given
     // back twice); such calls are otherwise ignored.
-    std::uint64_t UnknownReleases() const {
-        std::lock_guard lock(m_mutex);
-        return m_unknownReleases;
-    }
+    std::uint64_t UnknownReleases() const { return m_unknownReleases; }
 
     // IConfiguration. Each text is NUL-terminated (beyond `length`) and stays valid until it is
     // given back with ReleaseData, or until this object is destroyed.
@@ -69,10 +67,10 @@ protected:
 
 private:
     std::shared_ptr<FaultInjector> m_faults;
-    mutable std::mutex m_mutex;  // guards everything below
+    mutable std::mutex m_mutex;  // guards the two below
     std::string m_text;
     std::unordered_map<char const*, std::unique_ptr<std::string>> m_handedOut;  // by the text handed out
-    std::uint64_t m_unknownReleases = 0;
+    std::atomic<std::uint64_t> m_unknownReleases{0};
 };
 
 }  // namespace KALVO::DevHost
