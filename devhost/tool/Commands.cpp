@@ -3,24 +3,27 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <memory>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
-#include "devhost/tool/ConfigWatcher.h"
+#include "devhost/tool/ConfigurationFile.h"
 #include "devhost/tool/Console.h"
 #include "devhost/tool/KeyForecast.h"
 #include "devhost/tool/LiveSource.h"
-#include "devhost/tool/PluginLocation.h"
 #include "devhost/tool/Replay.h"
-#include "devhost/tool/SensorFeed.h"
 #include "devhost/tool/SensorSession.h"
-#include "devhost/tool/StateDirectory.h"
+#include "devhost/tool/TraceFormat.h"
+#include "eil/core/ScopeGuard.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -31,75 +34,44 @@ using Clock = SignalWatcher::Clock;
 // The routing key under which the sensor answers the agent's health check.
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
 
-// Passes events on, and asks for a stop once stdout is gone (a closed pipe), since nobody
-// sees what would follow.
-class WatchedSink final : public EventSink {
-public:
-    WatchedSink(EventSink& inner, const LineOutput& output, SignalWatcher& signals)
-        : m_inner(inner), m_output(output), m_signals(signals) {}
-    void Deliver(const TraceEvent& event) override {
-        m_inner.Deliver(event);
-        if (m_output.Failed() && !m_signals.StopRequested()) {
-            Warn("stdout is closed; stopping");
-            m_signals.RequestStop();
-        }
+// A file created (or emptied) for writing, or stdout when no path is given; closed when it goes.
+// `what` names the file in the error.
+struct OutputFile {
+    explicit OutputFile(const std::optional<std::string>& path, const std::string& what = "")
+        : fd(path ? ::open(path->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : STDOUT_FILENO) {
+        if (fd < 0) throw std::runtime_error(fmt::format("cannot write {}{}: {}", what, *path, std::strerror(errno)));
     }
-
-private:
-    EventSink& m_inner;
-    const LineOutput& m_output;
-    SignalWatcher& m_signals;
+    ~OutputFile() {
+        if (fd != STDOUT_FILENO) ::close(fd);
+    }
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    const int fd;
 };
 
-// live keeps its state in the default directory; replay and health only where asked to.
-SessionOptions SessionOptionsFor(const ToolOptions& options, bool persistentByDefault) {
-    SessionOptions session;
-    session.pluginPath = options.plugin ? *options.plugin : DefaultPluginPath();
-    if (options.stateDir || persistentByDefault) {
-        const std::string directory = options.stateDir ? *options.stateDir : DefaultStateDirectory();
-        session.storagePath = PrepareStateDirectory(directory);
-    }
-    if (options.config) session.configuration = ReadConfigurationFile(*options.config);
-    session.logThreshold = options.logThreshold;
-    session.faults = options.faults;
-    return session;
+// For the output of events: asks for a stop once it cannot be written (a closed pipe), since
+// nobody sees what would follow.
+std::function<void()> StopOnFailure(SignalWatcher& signals) {
+    return [&signals] {
+        if (signals.StopRequested()) return;
+        Warn("stdout is closed; stopping");
+        signals.RequestStop();
+    };
 }
 
-std::unique_ptr<SensorSession> OpenSession(SessionOptions session, LineOutput& events) {
-    const std::string storage = session.storagePath;
-    try {
-        return std::make_unique<SensorSession>(std::move(session), events);
-    } catch (const PluginError&) {
-        throw;
-    } catch (const std::runtime_error& error) {
-        // Anything else the host throws while being built is its storage failing to open.
-        throw std::runtime_error("cannot open the storage " + storage + ": " + error.what());
-    }
-}
-
-// Serves the configuration again on file changes and on SIGHUP while it lives.
-class Reconfiguration {
+// Writes each event as a trace line, and counts what was written by kind.
+class TraceWriter final : public EventSink {
 public:
-    // `forecast`, when given, reads the settings again after the sensor did.
-    Reconfiguration(const std::optional<std::string>& config, SensorSession& session, SignalWatcher& signals,
-                    KeyForecast* forecast = nullptr)
-        : m_signals(signals),
-          m_watcher(config, [&session, forecast, path = config](const std::optional<std::string>& text) {
-              const Result::Code code = session.Reconfigure(text);
-              if (forecast) forecast->Reconfigured();
-              Note("configuration " + (path ? *path : std::string("(none)")) +
-                   " served again; Synchronize answered " + std::to_string(code));
-          }) {
-        m_signals.SetReloadHandler([this] { m_watcher.Trigger(); });
+    explicit TraceWriter(LineOutput& output) noexcept : m_output(output) {}
+    void Deliver(const TraceEvent& event) override {
+        m_output.Write(FormatTraceLine(event));
+        if (!m_output.Failed()) m_written[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
     }
-    ~Reconfiguration() { m_signals.SetReloadHandler({}); }
-
-    Reconfiguration(const Reconfiguration&) = delete;
-    Reconfiguration& operator=(const Reconfiguration&) = delete;
+    std::uint64_t Written(EventKind kind) const noexcept { return m_written[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); }
 
 private:
-    SignalWatcher& m_signals;
-    ConfigWatcher m_watcher;
+    LineOutput& m_output;
+    std::array<std::atomic<std::uint64_t>, EventKindCount> m_written{};  // counters only: relaxed
 };
 
 std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
@@ -107,32 +79,42 @@ std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*options.duration));
 }
 
-void PrintSummary(const SensorFeed& feed, const SensorSession& session, Host& host) {
-    const auto created = feed.Delivered(EventKind::Create);
-    const auto exists = feed.Delivered(EventKind::Exists);
-    const auto shell = feed.Delivered(EventKind::Shell);
-    Note("delivered " + std::to_string(feed.Delivered()) + " events: create " + std::to_string(created) + ", exists " +
-         std::to_string(exists) + ", terminate " + std::to_string(feed.Delivered(EventKind::Terminate)) + ", shell " +
-         std::to_string(shell));
-    // Terminations are never reported: what the sensor held back is counted among the rest.
-    const std::uint64_t reportable = created + exists + shell;
-    const std::uint64_t filtered = host.Filter().Suppressed();
-    const std::uint64_t reported = session.Reported();
-    const std::uint64_t suppressed = reportable - std::min(reportable, filtered + reported);
-    Note("of " + std::to_string(reportable) + " reportable (create, exists, shell): filtered " + std::to_string(filtered) +
-         ", suppressed " + std::to_string(suppressed) + ", reported " + std::to_string(reported) + " (created " +
-         std::to_string(session.Reported(ReportKind::Created)) + ", exists " +
-         std::to_string(session.Reported(ReportKind::Exists)) + ", shell " +
-         std::to_string(session.Reported(ReportKind::Shell)) + ")");
+// Starts the sensor, hands it the events `drive` delivers and stops it. Meanwhile `config` is
+// served again when the file changes and on SIGHUP. With `rows`, the events pass through a
+// forecast, whose report of that many keys is returned.
+std::optional<ForecastReport> RunSensor(SensorSession& session, const std::optional<std::string>& config,
+                                        std::optional<std::size_t> rows, SignalWatcher& signals,
+                                        const std::function<void(EventSink&)>& drive) {
+    session.Start();
+    std::optional<KeyForecast> forecast;
+    if (rows) forecast.emplace(session);
+    {
+        signals.SetReloadHandler([&, stamp = StampOf(config)](bool signalled) mutable {
+            const FileStamp now = StampOf(config);  // always nothing without a file
+            if (!signalled && now == stamp) return;
+            stamp = now;
+            try {
+                const Result::Code code = session.Reconfigure(config ? std::optional(ReadConfigurationFile(*config)) : std::nullopt);
+                // The forecast reads the settings again after the sensor did.
+                if (forecast) forecast->Reconfigured();
+                Note(fmt::format("configuration {} served again; Synchronize answered {}", config.value_or("(none)"), code));
+            } catch (const std::exception& error) {
+                Warn(std::string(error.what()) + "; the sensor keeps its configuration");
+            }
+        });
+        const auto unregister = EIL::Core::MakeScopeExit([&] { signals.SetReloadHandler({}); });
+        drive(forecast ? static_cast<EventSink&>(*forecast) : session);
+    }
+    session.Stop();
+    return forecast ? std::optional(forecast->Report(*rows)) : std::nullopt;
 }
 
 void ShowForecast(const ToolOptions& options, ForecastReport report) {
     if (options.keysJson) {
-        const std::string json = ForecastJson(report);
-        const int fd = ::open(options.keysJson->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        const bool written = fd >= 0 && ::write(fd, json.data(), json.size()) == static_cast<ssize_t>(json.size());
-        if (fd >= 0) ::close(fd);
-        if (!written) throw std::runtime_error("cannot write " + *options.keysJson + ": " + std::strerror(errno));
+        const OutputFile file(options.keysJson);
+        LineOutput json(file.fd);
+        json.Write(ForecastJson(report));
+        if (json.Failed()) throw std::runtime_error(fmt::format("cannot write {}: {}", *options.keysJson, std::strerror(errno)));
     }
     if (options.keys) {
         report.busiest.resize(std::min(report.busiest.size(), *options.keys));
@@ -159,58 +141,34 @@ void NoteLiveStatistics(const LiveSource& source) {
 }  // namespace
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
-    LineOutput events(STDOUT_FILENO);
-    SessionOptions sessionOptions = SessionOptionsFor(options, true);
-
+    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
+    SensorSession session(options, options.config, true, events);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
-    auto session = OpenSession(std::move(sessionOptions), events);
-    session->Start();
-    SensorFeed feed(session->GetHost());
-    {
-        std::optional<KeyForecast> forecast;
-        if (options.keys || options.keysJson) forecast.emplace(feed, *session);
-        Reconfiguration reconfiguration(options.config, *session, signals, forecast ? &*forecast : nullptr);
-        WatchedSink sink(forecast ? static_cast<EventSink&>(*forecast) : feed, events, signals);
-        source.Run(sink, signals, DeadlineOf(options));
-        session->Stop();
-        NoteLiveStatistics(source);
-        PrintSummary(feed, *session, session->GetHost());
-        if (forecast) ShowForecast(options, forecast->Report(options.keys.value_or(KeyForecast::DefaultRows)));
-    }
+    const bool forecasting = options.keys || options.keysJson;
+    const std::optional<ForecastReport> report =
+        RunSensor(session, options.config, forecasting ? options.keys.value_or(KeyForecast::DefaultRows) : std::optional<std::size_t>(),
+                  signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
+    NoteLiveStatistics(source);
+    session.PrintSummary();
+    if (report) ShowForecast(options, *report);
     return 0;
 }
 
 int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
     for (const std::string& name : options.ignored) Warn(name + " has no effect on record, which runs no sensor");
-
-    int fd = STDOUT_FILENO;
-    if (options.output) {
-        fd = ::open(options.output->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        if (fd < 0) throw std::runtime_error("cannot write trace " + *options.output + ": " + std::strerror(errno));
-    }
-    struct Closer {
-        int fd;
-        ~Closer() {
-            if (fd != STDOUT_FILENO) ::close(fd);
-        }
-    } closer{fd};
-
-    LineOutput lines(fd);
+    const OutputFile file(options.output, "trace ");
+    LineOutput lines(file.fd, StopOnFailure(signals));
     TraceWriter writer(lines);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
-    WatchedSink sink(writer, lines, signals);
-    source.Run(sink, signals, DeadlineOf(options));
+    source.Run(writer, signals, DeadlineOf(options));
 
     NoteLiveStatistics(source);
     const auto count = [&](EventKind kind) { return writer.Written(kind); };
-    Note("recorded " +
-         std::to_string(count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) +
-                        count(EventKind::Shell)) +
-         " events: create " + std::to_string(count(EventKind::Create)) + ", exists " +
-         std::to_string(count(EventKind::Exists)) + ", terminate " + std::to_string(count(EventKind::Terminate)) +
-         ", shell " + std::to_string(count(EventKind::Shell)));
+    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}",
+                     count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) + count(EventKind::Shell),
+                     count(EventKind::Create), count(EventKind::Exists), count(EventKind::Terminate), count(EventKind::Shell)));
     return lines.Failed() && options.output ? 1 : 0;
 }
 
@@ -219,56 +177,39 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     const bool forecasting = options.keys || options.keysJson || options.compare;
     const std::size_t rows = options.keys.value_or(KeyForecast::DefaultRows);
     // Both runs of a comparison show their forecasts only; their reports would interleave.
-    const int eventsFd = options.compare ? ::open("/dev/null", O_WRONLY | O_CLOEXEC) : STDOUT_FILENO;
-    struct Closer {
-        int fd;
-        ~Closer() {
-            if (fd != STDOUT_FILENO && fd >= 0) ::close(fd);
-        }
-    } closer{eventsFd};
-    LineOutput events(eventsFd);
+    const OutputFile discard(options.compare ? std::optional<std::string>("/dev/null") : std::nullopt);
+    LineOutput events(discard.fd, StopOnFailure(signals));
 
     const auto replay = [&](const std::optional<std::string>& config) {
-        SessionOptions sessionOptions = SessionOptionsFor(options, false);
-        if (config != options.config) sessionOptions.configuration = ReadConfigurationFile(*config);
-        auto session = OpenSession(std::move(sessionOptions), events);
-        session->Start();
-        SensorFeed feed(session->GetHost());
-        std::optional<KeyForecast> forecast;
-        if (forecasting) forecast.emplace(feed, *session);
-        ReplayResult result;
-        {
-            Reconfiguration reconfiguration(config, *session, signals, forecast ? &*forecast : nullptr);
-            WatchedSink sink(forecast ? static_cast<EventSink&>(*forecast) : feed, events, signals);
-            result = Replay(ReplayOptions{options.trace, options.threads}, sink, signals);
-        }
-        session->Stop();
+        SensorSession session(options, config, false, events);
+        std::uint64_t skipped = 0;
+        std::optional<ForecastReport> report =
+            RunSensor(session, config, forecasting ? (options.compare ? KeyForecast::KeyCapacity : rows) : std::optional<std::size_t>(),
+                      signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
         if (config) Note("configuration " + *config + ":");
-        if (result.skipped != 0) Note("skipped " + std::to_string(result.skipped) + " malformed line(s) of the trace");
-        PrintSummary(feed, *session, session->GetHost());
-        return forecast ? forecast->Report(options.compare ? KeyForecast::KeyCapacity : rows) : ForecastReport{};
+        if (skipped != 0) Note(fmt::format("skipped {} malformed line(s) of the trace", skipped));
+        session.PrintSummary();
+        return report;
     };
 
-    ForecastReport first = replay(options.config);
+    const std::optional<ForecastReport> first = replay(options.config);
     if (!options.compare) {
-        if (forecasting) ShowForecast(options, first);
+        if (first) ShowForecast(options, *first);
         return 0;
     }
-    ForecastReport second = replay(options.compare);
-    PrintComparison(first, second, rows);
+    PrintComparison(*first, *replay(options.compare), rows);
     return 0;
 }
 
-int RunHealth(const ToolOptions& options) {
+int RunHealth(const ToolOptions& options, SignalWatcher&) {
     LineOutput out(STDOUT_FILENO);
-    auto session = OpenSession(SessionOptionsFor(options, false), out);
-    session->Start();
+    SensorSession session(options, options.config, false, out);
+    session.Start();
     std::string answer;
-    const Result::Code code =
-        session->GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
+    const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
     if (!answer.empty()) out.Write(answer);
-    out.Write("code " + std::to_string(code));
-    session->Stop();
+    out.Write(fmt::format("code {}", code));
+    session.Stop();
     return code == Result::Success ? 0 : 1;
 }
 

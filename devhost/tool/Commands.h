@@ -10,6 +10,6 @@ namespace KALVO::DevHost::Tool {
 int RunLive(const ToolOptions& options, SignalWatcher& signals);
 int RunRecord(const ToolOptions& options, SignalWatcher& signals);
 int RunReplay(const ToolOptions& options, SignalWatcher& signals);
-int RunHealth(const ToolOptions& options);
+int RunHealth(const ToolOptions& options, SignalWatcher& signals);
 
 }  // namespace KALVO::DevHost::Tool

@@ -20,8 +20,6 @@
 #include <unordered_set>
 #include <vector>
 
-#include "devhost/Host.h"
-#include "devhost/tool/EventSink.h"
 #include "devhost/tool/SensorSession.h"
 #include "eil/core/LRUCache.h"
 #include "monitor/RepeatSettings.h"
@@ -42,6 +40,7 @@ struct KeyRow {
     bool cut = false;
     KeyFigures figures;
     std::uint64_t error = 0;  // the counts may be overstated by at most this many events
+    bool evicted = false;     // the key left the sensor's cache at least once
 };
 
 struct ForecastReport {
@@ -63,8 +62,8 @@ public:
     static constexpr std::size_t DistinctCapacity = 1 << 17;
     static constexpr std::size_t KeyTextLimit = 4096;
 
-    // `inner` delivers into the sensor of `session`; all are borrowed and outlive the forecast.
-    KeyForecast(EventSink& inner, SensorSession& session);
+    // Delivers into `session`, which is borrowed and outlives the forecast.
+    explicit KeyForecast(SensorSession& session);
 
     // Serialised, every kind: each event's outcome is read off the host's counters around its
     // delivery.
@@ -75,14 +74,9 @@ public:
     ForecastReport Report(std::size_t rows) const;
 
 private:
-    struct Entry {
-        KeyRow row;
-        bool evicted = false;  // left the sensor's cache at least once
-    };
     void ReadSettings(SecurityMonitor::RepeatSettings::Read form);
-    Entry& Count(std::uint64_t hash, bool shell, const std::string& key);
+    KeyRow& Count(std::uint64_t hash, bool shell, const std::string& key);
 
-    EventSink& m_inner;
     SensorSession& m_session;
     mutable std::mutex m_mutex;
     SecurityMonitor::RepeatSettings m_settings;
@@ -93,7 +87,7 @@ private:
         std::vector<std::optional<std::uint64_t>> slots = std::vector<std::optional<std::uint64_t>>(512);
     };
     Cache m_caches[2];
-    std::unordered_map<std::uint64_t, Entry> m_entries;            // by key hash
+    std::unordered_map<std::uint64_t, KeyRow> m_entries;           // by key hash
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_byCount;  // (delivered, key hash)
     std::unordered_set<std::uint64_t> m_distinct, m_atLimit;       // key hashes
     ForecastReport m_totals;
@@ -101,7 +95,7 @@ private:
 
 // The report on stderr: the busiest keys, then the totals.
 void PrintForecast(const ForecastReport& report);
-// The report as one JSON document.
+// The report as one JSON document, in one line.
 std::string ForecastJson(const ForecastReport& report);
 // Two reports of the same trace side by side: totals, then the keys whose reported events
 // differ most.

@@ -5,11 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <fmt/format.h>
+
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
-#include <deque>
+#include <exception>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -29,39 +29,6 @@ namespace {
 // otherwise bury everything else.
 constexpr std::uint64_t NamedSkips = 20;
 
-// Events handed from the reading thread to the delivering ones; bounded, so a long trace is
-// never all in memory.
-class EventQueue {
-public:
-    void Push(TraceEvent event) {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_events.size() < 1024; });
-        m_events.push_back(std::move(event));
-        m_changed.notify_all();
-    }
-    // Nothing once closed and drained.
-    std::optional<TraceEvent> Pop() {
-        std::unique_lock lock(m_mutex);
-        m_changed.wait(lock, [this] { return !m_events.empty() || m_closed; });
-        if (m_events.empty()) return std::nullopt;
-        TraceEvent event = std::move(m_events.front());
-        m_events.pop_front();
-        m_changed.notify_all();
-        return event;
-    }
-    void Close() {
-        std::lock_guard lock(m_mutex);
-        m_closed = true;
-        m_changed.notify_all();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<TraceEvent> m_events;
-    bool m_closed = false;
-};
-
 // Appends what `fd` has to `buffer`, waiting at most 200 ms at a time so that a replay fed from
 // a pipe still notices a stop request. False at the end of the input or on a stop request.
 bool ReadMore(int fd, std::string& buffer, const SignalWatcher& signals) {
@@ -80,74 +47,69 @@ bool ReadMore(int fd, std::string& buffer, const SignalWatcher& signals) {
     return false;
 }
 
-// Parses the lines of `fd` until its end or a stop request and hands each event to `deliver`;
-// returns how many lines were skipped. `name` names the trace in warnings.
-template <class Deliver>
-std::uint64_t ReadTrace(int fd, const std::string& name, const SignalWatcher& signals, Deliver&& deliver) {
-    std::uint64_t skipped = 0;
-    std::string buffer;
-    std::size_t start = 0;  // of the next line in `buffer`
-    std::uint64_t lineNumber = 0;
-    for (bool more = true;;) {
-        std::size_t end = buffer.find('\n', start);
-        if (end == std::string::npos) {
-            buffer.erase(0, start);
-            start = 0;
-            if (more && (more = ReadMore(fd, buffer, signals))) continue;
-            if (signals.StopRequested() || buffer.empty()) return skipped;
-            end = buffer.size();  // a last line without a line feed
-        }
-        const std::string_view line(buffer.data() + start, end - start);
-        start = std::min(end + 1, buffer.size());
-        ++lineNumber;
-        if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;  // blank lines are harmless
-        try {
-            deliver(ParseTraceLine(line));
-        } catch (const TraceFormatError& error) {
-            if (++skipped <= NamedSkips) Warn(name + ":" + std::to_string(lineNumber) + ": line skipped: " + error.what());
-            if (skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
-        }
-    }
-}
-
 }  // namespace
 
-ReplayResult Replay(const ReplayOptions& options, EventSink& sink, SignalWatcher& signals) {
-    const bool fromStdin = options.path == "-";
-    const int fd = fromStdin ? STDIN_FILENO : ::open(options.path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) throw std::runtime_error("cannot read trace " + options.path + ": " + std::strerror(errno));
+std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink, SignalWatcher& signals) {
+    const bool fromStdin = path == "-";
+    const int fd = fromStdin ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) throw std::runtime_error("cannot read trace " + path + ": " + std::strerror(errno));
     const auto closer = EIL::Core::MakeScopeExit([&] {
         if (!fromStdin) ::close(fd);
     });
     struct stat status {};
-    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode))
-        throw std::runtime_error("cannot read trace " + options.path + ": it is a directory");
-    const std::string name = fromStdin ? std::string("stdin") : options.path;
+    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) throw std::runtime_error("cannot read trace " + path + ": it is a directory");
+    const std::string name = fromStdin ? std::string("stdin") : path;
 
-    std::atomic<std::uint64_t> delivered{0};
-    const auto deliver = [&](const TraceEvent& event) {
-        sink.Deliver(event);
-        delivered.fetch_add(1, std::memory_order_relaxed);
+    // Every thread reads its next event itself, under the lock, and delivers it outside; the
+    // first failure stops them all and is thrown once they are joined.
+    std::mutex mutex;
+    std::string buffer;
+    std::size_t start = 0;  // of the next line in `buffer`
+    std::uint64_t lineNumber = 0, skipped = 0;
+    bool more = true;  // the input has not ended
+    std::exception_ptr failure;
+    const auto next = [&]() -> std::optional<TraceEvent> {
+        std::lock_guard lock(mutex);
+        while (!failure) {
+            std::size_t end = buffer.find('\n', start);
+            if (end == std::string::npos) {
+                buffer.erase(0, start);
+                start = 0;
+                if (more && (more = ReadMore(fd, buffer, signals))) continue;
+                if (signals.StopRequested() || buffer.empty()) break;
+                end = buffer.size();  // a last line without a line feed
+            }
+            const std::string_view line(buffer.data() + start, end - start);
+            start = std::min(end + 1, buffer.size());
+            ++lineNumber;
+            if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;  // blank lines are harmless
+            try {
+                return ParseTraceLine(line);
+            } catch (const TraceFormatError& error) {
+                if (++skipped <= NamedSkips) Warn(fmt::format("{}:{}: line skipped: {}", name, lineNumber, error.what()));
+                if (skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
+            }
+        }
+        return std::nullopt;
     };
-    ReplayResult result;
-    if (options.threads <= 1) {
-        result.skipped = ReadTrace(fd, name, signals, deliver);
-    } else {
-        EventQueue queue;
+    const auto work = [&] {
+        try {
+            while (std::optional<TraceEvent> event = next()) sink.Deliver(*event);
+        } catch (...) {
+            std::lock_guard lock(mutex);
+            if (!failure) failure = std::current_exception();
+        }
+    };
+    {
         std::vector<std::thread> workers;
         const auto joiner = EIL::Core::MakeScopeExit([&] {
-            queue.Close();
             for (std::thread& worker : workers) worker.join();
         });
-        for (unsigned index = 0; index < options.threads; ++index) {
-            workers.emplace_back([&] {
-                while (std::optional<TraceEvent> event = queue.Pop()) deliver(*event);
-            });
-        }
-        result.skipped = ReadTrace(fd, name, signals, [&](TraceEvent event) { queue.Push(std::move(event)); });
+        for (unsigned index = 1; index < threads; ++index) workers.emplace_back(work);
+        work();
     }
-    result.delivered = delivered.load(std::memory_order_relaxed);
-    return result;
+    if (failure) std::rethrow_exception(failure);
+    return skipped;
 }
 
 }  // namespace KALVO::DevHost::Tool

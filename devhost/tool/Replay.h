@@ -12,18 +12,9 @@
 
 namespace KALVO::DevHost::Tool {
 
-struct ReplayOptions {
-    std::string path;  // "-": stdin
-    unsigned threads = 1;
-};
-
-struct ReplayResult {
-    std::uint64_t delivered = 0;
-    std::uint64_t skipped = 0;  // malformed lines
-};
-
-// Delivers the trace until its end or a stop request. Throws std::runtime_error when the trace
-// cannot be opened or read.
-ReplayResult Replay(const ReplayOptions& options, EventSink& sink, SignalWatcher& signals);
+// Delivers the trace at `path` ("-": stdin) on `threads` threads until its end or a stop
+// request; returns how many malformed lines were skipped. Throws std::runtime_error when the
+// trace cannot be opened or read, and what the sink throws.
+std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink, SignalWatcher& signals);
 
 }  // namespace KALVO::DevHost::Tool

@@ -1,29 +1,93 @@
 #include "devhost/tool/SensorSession.h"
 
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
+#include <vector>
 
 #include "devhost/EventRenderer.h"
-#include "devhost/tool/Console.h"
+#include "devhost/tool/ConfigurationFile.h"
 
 namespace KALVO::DevHost::Tool {
 
 namespace {
 
-// The observation type ids of the sensor's three reports.
-ReportKind KindOf(const EventRecord& event) {
-    if (event.observations.empty()) return ReportKind::Other;
-    const std::string_view type = event.observations.front().typeId;
-    if (type == "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f") return ReportKind::Created;
-    if (type == "6e7f8c8a-9213-4020-aeb1-d8d608c63d78") return ReportKind::Exists;
-    if (type == "79c21e2a-95c3-48b3-9af6-c5327b6b5c73") return ReportKind::Shell;
-    return ReportKind::Other;
+namespace fs = std::filesystem;
+
+// The observation type ids of the sensor's three reports, in m_reported's order.
+constexpr std::string_view ReportTypes[] = {"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f", "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
+                                            "79c21e2a-95c3-48b3-9af6-c5327b6b5c73"};
+
+std::size_t ReportKindOf(const EventRecord& event) {
+    if (event.observations.empty()) return std::size(ReportTypes);
+    return std::find(std::begin(ReportTypes), std::end(ReportTypes), event.observations.front().typeId) - std::begin(ReportTypes);
+}
+
+// The sensor library next to the program (an installed pair), else the one built together
+// with it (a build tree).
+std::string DefaultPluginPath() {
+    std::vector<std::string> candidates;
+    std::error_code error;
+    if (const fs::path self = fs::read_symlink("/proc/self/exe", error); !error)
+        candidates.push_back((self.parent_path() / KALVO_PLUGIN_FILE_NAME).string());
+    candidates.emplace_back(KALVO_BUILT_PLUGIN);
+    for (const std::string& candidate : candidates)
+        if (fs::is_regular_file(candidate, error)) return candidate;
+    throw std::runtime_error(fmt::format("no sensor library found (looked for {}); name one with --plugin PATH",
+                                         fmt::join(candidates, ", ")));
+}
+
+// Where the host's storage lives between runs, so that a sensor restarted on the same machine
+// remembers the processes it has already reported (as an agent's own data directory does):
+// storage.sqlite3 in the directory, created when missing and checked to be writable.
+std::string StoragePath(const std::optional<std::string>& stateDir, bool keepState) {
+    if (!stateDir && !keepState) return SqliteStore::InMemory;
+    std::string directory;
+    if (stateDir) {
+        directory = *stateDir;
+    } else if (char const* state = std::getenv("XDG_STATE_HOME"); state && state[0] == '/') {
+        directory = std::string(state) + "/kalvo-devhost";  // the XDG rule: a relative value is to be ignored
+    } else if (char const* home = std::getenv("HOME"); home && home[0] != '\0') {
+        directory = std::string(home) + "/.local/state/kalvo-devhost";
+    } else {
+        throw std::runtime_error("no state directory: neither XDG_STATE_HOME nor HOME is set; give one with --state DIR");
+    }
+    std::error_code error;
+    fs::create_directories(directory, error);
+    if (error) throw std::runtime_error("cannot create state directory " + directory + ": " + error.message());
+    if (!fs::is_directory(directory, error)) throw std::runtime_error("state directory " + directory + " is not a directory");
+    if (::access(directory.c_str(), W_OK | X_OK) != 0)
+        throw std::runtime_error("state directory " + directory + " is not writable: " + std::strerror(errno));
+    return (fs::path(directory) / "storage.sqlite3").string();
+}
+
+std::uint64_t Sum(const auto& counts) {
+    std::uint64_t sum = 0;
+    for (const auto& count : counts) sum += count.load(std::memory_order_relaxed);
+    return sum;
 }
 
 }  // namespace
 
-SensorSession::SensorSession(SessionOptions options, LineOutput& events) {
-    m_host = std::make_unique<Host>(HostOptions{std::move(options.storagePath), std::move(options.configuration)});
+SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState,
+                             LineOutput& events) {
+    const std::string pluginPath = options.plugin ? *options.plugin : DefaultPluginPath();
+    const std::string storage = StoragePath(options.stateDir, keepState);
+    std::string configuration = config ? ReadConfigurationFile(*config) : "{}";
+    try {
+        m_host = std::make_unique<Host>(HostOptions{storage, std::move(configuration)});
+    } catch (const std::runtime_error& error) {
+        // What the host throws while being built is its storage failing to open.
+        throw std::runtime_error("cannot open the storage " + storage + ": " + error.what());
+    }
 
     // A run may last hours: the host keeps counts, not copies.
     m_host->Logs().SetRetention(0);
@@ -31,12 +95,12 @@ SensorSession::SensorSession(SessionOptions options, LineOutput& events) {
     m_host->Reports().SetRetention(0);
     m_host->Filter().SetRetention(0);
     m_host->Reports().SetListener([this, &events](const EventRecord& event) {
-        m_reported.Add(KindOf(event));
+        m_reported[ReportKindOf(event)].fetch_add(1, std::memory_order_relaxed);
         events.Write(RenderEventJson(event));
     });
     for (const FaultRule& rule : options.faults) m_host->Faults().Apply(rule);
 
-    m_plugin = std::make_unique<Plugin>(options.pluginPath, m_host->Root());
+    m_plugin = std::make_unique<Plugin>(pluginPath, m_host->Root());
 }
 
 SensorSession::~SensorSession() {
@@ -44,18 +108,16 @@ SensorSession::~SensorSession() {
     UnloadFrom(*m_host, *m_plugin);
     m_host->Reports().SetListener({});
     if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0) {
-        Warn("the sensor did not give back " + std::to_string(outstanding) +
-             " host reference(s): " + m_host->DescribeOutstandingReferences());
+        Warn(fmt::format("the sensor did not give back {} host reference(s): {}", outstanding,
+                         m_host->DescribeOutstandingReferences()));
     }
 }
 
 void SensorSession::Start() {
     std::lock_guard lock(m_lifecycle);
     const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
-    if (code != Result::Success) {
-        throw std::runtime_error("the sensor's Start failed with code " + std::to_string(code) +
-                                 " (its log lines above say why)");
-    }
+    if (code != Result::Success)
+        throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
     m_started = true;
 }
 
@@ -64,7 +126,7 @@ void SensorSession::Stop() {
     if (!m_started) return;
     m_started = false;
     const Result::Code code = m_plugin->Package()->Stop(nullptr, 0);
-    if (code != Result::Success) Warn("the sensor's Stop answered code " + std::to_string(code));
+    if (code != Result::Success) Warn(fmt::format("the sensor's Stop answered code {}", code));
 }
 
 Result::Code SensorSession::Reconfigure(const std::optional<std::string>& text) {
@@ -73,6 +135,38 @@ Result::Code SensorSession::Reconfigure(const std::optional<std::string>& text) 
     if (text) m_host->Config().SetText(*text);
     static constexpr std::string_view context = R"({"reason":"configuration"})";
     return m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+}
+
+void SensorSession::Deliver(const TraceEvent& event) {
+    MonitorRegistration& monitors = m_host->Monitors();
+    const auto process = m_host->MakeProcess(event.process);
+    switch (event.kind) {
+        case EventKind::Create:
+            monitors.DeliverProcessCreate(process, m_host->MakeProcess(event.parent.value_or(ProcessRecord{})));
+            break;
+        case EventKind::Exists: monitors.DeliverProcessExists(process); break;
+        case EventKind::Terminate: monitors.DeliverProcessTerminate(process); break;
+        case EventKind::Shell: monitors.DeliverShellCommand(process, event.command); break;
+    }
+    m_delivered[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
+}
+
+std::uint64_t SensorSession::Reported() const noexcept { return Sum(m_reported); }
+
+void SensorSession::PrintSummary() const {
+    const auto delivered = [this](EventKind kind) { return m_delivered[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); };
+    const auto reported = [this](std::size_t kind) { return m_reported[kind].load(std::memory_order_relaxed); };
+    Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", Sum(m_delivered),
+                     delivered(EventKind::Create), delivered(EventKind::Exists), delivered(EventKind::Terminate),
+                     delivered(EventKind::Shell)));
+    // Terminations are never reported: what the sensor held back is counted among the rest.
+    const std::uint64_t reportable = delivered(EventKind::Create) + delivered(EventKind::Exists) + delivered(EventKind::Shell);
+    const std::uint64_t filtered = m_host->Filter().Suppressed();
+    const std::uint64_t all = Reported();
+    Note(fmt::format("of {} reportable (create, exists, shell): filtered {}, suppressed {}, reported {} (created {}, exists {}, "
+                     "shell {})",
+                     reportable, filtered, reportable - std::min(reportable, filtered + all), all, reported(0), reported(1),
+                     reported(2)));
 }
 
 }  // namespace KALVO::DevHost::Tool

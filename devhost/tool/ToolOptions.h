@@ -20,10 +20,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-enum class Command { Live, Record, Replay, Health, Help };
+class SignalWatcher;
+struct ToolOptions;
+// A command of the program (Commands.h); returns the exit status.
+using CommandFunction = int (*)(const ToolOptions& options, SignalWatcher& signals);
 
 struct ToolOptions {
-    Command command = Command::Help;
+    CommandFunction command = nullptr;  // nothing: --help
     std::optional<std::string> plugin;
     std::optional<std::string> config;
     std::optional<std::string> stateDir;
@@ -46,7 +49,7 @@ struct ToolOptions {
 // Parses argv[1..]. Throws UsageError.
 ToolOptions ParseToolOptions(int argc, char const* const* argv);
 
-// The --help text; `defaultPlugin` is named in it.
-std::string UsageText(const std::string& defaultPlugin);
+// The --help text.
+std::string UsageText();
 
 }  // namespace KALVO::DevHost::Tool

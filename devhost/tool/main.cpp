@@ -3,12 +3,8 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
-#include <string>
 
-#include "devhost/Plugin.h"
-#include "devhost/tool/Commands.h"
 #include "devhost/tool/Console.h"
-#include "devhost/tool/PluginLocation.h"
 #include "devhost/tool/SignalWatcher.h"
 #include "devhost/tool/ToolOptions.h"
 
@@ -19,21 +15,13 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     try {
         const ToolOptions options = ParseToolOptions(argc, argv);
-        if (options.command == Command::Help) {
-            const std::vector<std::string> candidates = PluginCandidates();
-            std::cout << UsageText(candidates.back());
+        if (!options.command) {
+            std::cout << UsageText();
             return 0;
         }
         // Before any other thread, so every thread inherits the blocked signals.
         SignalWatcher signals;
-        switch (options.command) {
-            case Command::Live: return RunLive(options, signals);
-            case Command::Record: return RunRecord(options, signals);
-            case Command::Replay: return RunReplay(options, signals);
-            case Command::Health: return RunHealth(options);
-            case Command::Help: break;
-        }
-        return 0;
+        return options.command(options, signals);
     } catch (const UsageError& error) {
         Note(error.what());
         return 2;
