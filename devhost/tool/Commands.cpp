@@ -16,14 +16,12 @@
 #include <stdexcept>
 #include <string>
 
-#include "devhost/tool/ConfigurationFile.h"
 #include "devhost/tool/Console.h"
 #include "devhost/tool/KeyForecast.h"
 #include "devhost/tool/LiveSource.h"
 #include "devhost/tool/Replay.h"
 #include "devhost/tool/SensorSession.h"
 #include "devhost/tool/TraceFormat.h"
-#include "eil/core/ScopeGuard.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -79,32 +77,14 @@ std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*options.duration));
 }
 
-// Starts the sensor, hands it the events `drive` delivers and stops it. Meanwhile `config` is
-// served again when the file changes and on SIGHUP. With `rows`, the events pass through a
-// forecast, whose report of that many keys is returned.
-std::optional<ForecastReport> RunSensor(SensorSession& session, const std::optional<std::string>& config,
-                                        std::optional<std::size_t> rows, SignalWatcher& signals,
+// Runs the sensor on the events `drive` delivers. With `rows`, they pass through a forecast,
+// whose report of that many keys is returned.
+std::optional<ForecastReport> RunSensor(SensorSession& session, std::optional<std::size_t> rows, SignalWatcher& signals,
                                         const std::function<void(EventSink&)>& drive) {
-    session.Start();
+    session.Start(signals);
     std::optional<KeyForecast> forecast;
     if (rows) forecast.emplace(session);
-    {
-        signals.SetReloadHandler([&, stamp = StampOf(config)](bool signalled) mutable {
-            const FileStamp now = StampOf(config);  // always nothing without a file
-            if (!signalled && now == stamp) return;
-            stamp = now;
-            try {
-                const Result::Code code = session.Reconfigure(config ? std::optional(ReadConfigurationFile(*config)) : std::nullopt);
-                // The forecast reads the settings again after the sensor did.
-                if (forecast) forecast->Reconfigured();
-                Note(fmt::format("configuration {} served again; Synchronize answered {}", config.value_or("(none)"), code));
-            } catch (const std::exception& error) {
-                Warn(std::string(error.what()) + "; the sensor keeps its configuration");
-            }
-        });
-        const auto unregister = EIL::Core::MakeScopeExit([&] { signals.SetReloadHandler({}); });
-        drive(forecast ? static_cast<EventSink&>(*forecast) : session);
-    }
+    drive(forecast ? static_cast<EventSink&>(*forecast) : session);
     session.Stop();
     return forecast ? std::optional(forecast->Report(*rows)) : std::nullopt;
 }
@@ -147,7 +127,7 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     Note(source.Description());
     const bool forecasting = options.keys || options.keysJson;
     const std::optional<ForecastReport> report =
-        RunSensor(session, options.config, forecasting ? options.keys.value_or(KeyForecast::DefaultRows) : std::optional<std::size_t>(),
+        RunSensor(session, forecasting ? options.keys.value_or(KeyForecast::DefaultRows) : std::optional<std::size_t>(),
                   signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
     NoteLiveStatistics(source);
     session.PrintSummary();
@@ -184,7 +164,7 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
         SensorSession session(options, config, false, events);
         std::uint64_t skipped = 0;
         std::optional<ForecastReport> report =
-            RunSensor(session, config, forecasting ? (options.compare ? KeyForecast::KeyCapacity : rows) : std::optional<std::size_t>(),
+            RunSensor(session, forecasting ? (options.compare ? KeyForecast::KeyCapacity : rows) : std::optional<std::size_t>(),
                       signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
         if (config) Note("configuration " + *config + ":");
         if (skipped != 0) Note(fmt::format("skipped {} malformed line(s) of the trace", skipped));
@@ -201,10 +181,10 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     return 0;
 }
 
-int RunHealth(const ToolOptions& options, SignalWatcher&) {
+int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput out(STDOUT_FILENO);
     SensorSession session(options, options.config, false, out);
-    session.Start();
+    session.Start(signals);
     std::string answer;
     const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
     if (!answer.empty()) out.Write(answer);

@@ -46,7 +46,7 @@ constexpr std::pair<char const*, std::uint64_t KeyFigures::*> FigureNames[] = {
 
 }  // namespace
 
-KeyForecast::KeyForecast(SensorSession& session) : m_session(session) {
+KeyForecast::KeyForecast(SensorSession& session) : m_session(session), m_reconfigurations(session.Reconfigurations()) {
     ReadSettings(RepeatSettings::Read::Construction);
 }
 
@@ -56,11 +56,6 @@ void KeyForecast::ReadSettings(RepeatSettings::Read form) {
         m_settings.ReadFrom(Configuration::Configuration(m_session.GetHost().Root()), form);
     } catch (...) {
     }
-}
-
-void KeyForecast::Reconfigured() {
-    std::lock_guard lock(m_mutex);
-    ReadSettings(RepeatSettings::Read::Synchronize);
 }
 
 KeyRow& KeyForecast::Count(std::uint64_t hash, bool shell, const std::string& key) {
@@ -99,6 +94,11 @@ void KeyForecast::Deliver(const TraceEvent& event) {
     if (event.time) {
         if (!m_totals.firstTime || *event.time < *m_totals.firstTime) m_totals.firstTime = event.time;
         if (!m_totals.lastTime || *event.time > *m_totals.lastTime) m_totals.lastTime = event.time;
+    }
+    // The settings are read again, as the sensor did on Synchronize {"reason":"configuration"}.
+    if (const std::uint64_t count = m_session.Reconfigurations(); count != m_reconfigurations) {
+        m_reconfigurations = count;
+        ReadSettings(RepeatSettings::Read::Synchronize);
     }
     const bool shell = event.kind == EventKind::Shell;
     const ProcessRecord parent = event.parent.value_or(ProcessRecord{});

@@ -68,8 +68,6 @@ public:
     // Serialised, every kind: each event's outcome is read off the host's counters around its
     // delivery.
     void Deliver(const TraceEvent& event) override;
-    // Reads the settings again, as the sensor does on Synchronize {"reason":"configuration"}.
-    void Reconfigured();
 
     ForecastReport Report(std::size_t rows) const;
 
@@ -80,6 +78,7 @@ private:
     SensorSession& m_session;
     mutable std::mutex m_mutex;
     SecurityMonitor::RepeatSettings m_settings;
+    std::uint64_t m_reconfigurations = 0;  // the session's count when the settings were read
     // The sensor's two caches (process steps, shell commands), fed the same keys; the slots
     // tell which key a slot held before, so an eviction is seen.
     struct Cache {

@@ -1,5 +1,6 @@
 #include "devhost/tool/SensorSession.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -8,13 +9,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
 #include "devhost/EventRenderer.h"
-#include "devhost/tool/ConfigurationFile.h"
+#include "eil/json/RapidJson.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -69,6 +72,37 @@ std::string StoragePath(const std::optional<std::string>& stateDir, bool keepSta
     return (fs::path(directory) / "storage.sqlite3").string();
 }
 
+// The file's text once checked to be a JSON object (a UTF-8 byte-order mark allowed). Throws
+// std::runtime_error with a one-line message naming the file and the fault.
+std::string ReadConfigurationFile(const std::string& path) {
+    const auto fault = [&](const std::string& why) { return std::runtime_error("cannot read configuration " + path + ": " + why); };
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) throw fault(std::strerror(errno));
+    if (S_ISDIR(status.st_mode)) throw fault("it is a directory");
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw fault(std::strerror(errno));
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (file.bad()) throw fault("read error");
+
+    std::string_view json(text);
+    if (json.starts_with("\xEF\xBB\xBF")) json.remove_prefix(3);
+    EIL::RJ::Document document;
+    document.Parse<EIL::RJ::kParseIterativeFlag>(json.data(), json.size());
+    if (document.HasParseError()) {
+        throw std::runtime_error(fmt::format("configuration {} is not JSON: {} (offset {})", path,
+                                             EIL::RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset()));
+    }
+    if (!document.IsObject()) throw std::runtime_error("configuration " + path + " is not a JSON object");
+    return text;
+}
+
+std::optional<std::tuple<long long, long long, long long, unsigned long long>> StampOf(const std::optional<std::string>& path) {
+    struct stat status {};
+    if (!path || ::stat(path->c_str(), &status) != 0) return std::nullopt;
+    return std::tuple(static_cast<long long>(status.st_mtim.tv_sec), static_cast<long long>(status.st_mtim.tv_nsec),
+                      static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino));
+}
+
 std::uint64_t Sum(const auto& counts) {
     std::uint64_t sum = 0;
     for (const auto& count : counts) sum += count.load(std::memory_order_relaxed);
@@ -78,7 +112,8 @@ std::uint64_t Sum(const auto& counts) {
 }  // namespace
 
 SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState,
-                             LineOutput& events) {
+                             LineOutput& events)
+    : m_config(config) {
     const std::string pluginPath = options.plugin ? *options.plugin : DefaultPluginPath();
     const std::string storage = StoragePath(options.stateDir, keepState);
     std::string configuration = config ? ReadConfigurationFile(*config) : "{}";
@@ -113,15 +148,23 @@ SensorSession::~SensorSession() {
     }
 }
 
-void SensorSession::Start() {
-    std::lock_guard lock(m_lifecycle);
-    const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
-    if (code != Result::Success)
-        throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
-    m_started = true;
+void SensorSession::Start(SignalWatcher& signals) {
+    {
+        std::lock_guard lock(m_lifecycle);
+        const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
+        if (code != Result::Success)
+            throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
+        m_started = true;
+    }
+    m_stamp = StampOf(m_config);
+    m_signals = &signals;
+    signals.SetReloadHandler([this](bool signalled) { Reload(signalled); });
 }
 
 void SensorSession::Stop() {
+    // No reload after this, and none running: a reload waits for the lifecycle lock.
+    if (m_signals) m_signals->SetReloadHandler({});
+    m_signals = nullptr;
     std::lock_guard lock(m_lifecycle);
     if (!m_started) return;
     m_started = false;
@@ -129,12 +172,20 @@ void SensorSession::Stop() {
     if (code != Result::Success) Warn(fmt::format("the sensor's Stop answered code {}", code));
 }
 
-Result::Code SensorSession::Reconfigure(const std::optional<std::string>& text) {
-    std::lock_guard lock(m_lifecycle);
-    if (!m_started) return Result::Success;
-    if (text) m_host->Config().SetText(*text);
-    static constexpr std::string_view context = R"({"reason":"configuration"})";
-    return m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+void SensorSession::Reload(bool signalled) {
+    const auto stamp = StampOf(m_config);  // always nothing without a file
+    if (!signalled && stamp == m_stamp) return;
+    m_stamp = stamp;
+    try {
+        std::lock_guard lock(m_lifecycle);
+        if (m_config) m_host->Config().SetText(ReadConfigurationFile(*m_config));
+        static constexpr std::string_view context = R"({"reason":"configuration"})";
+        const Result::Code code = m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+        m_reconfigurations.fetch_add(1, std::memory_order_release);
+        Note(fmt::format("configuration {} served again; Synchronize answered {}", m_config.value_or("(none)"), code));
+    } catch (const std::exception& error) {
+        Warn(std::string(error.what()) + "; the sensor keeps its configuration");
+    }
 }
 
 void SensorSession::Deliver(const TraceEvent& event) {

@@ -1,6 +1,10 @@
 // SensorSession: the sensor plug-in loaded into a stand-in host and driven as an agent drives
 // it: CreateInstance on load, Start, Synchronize when the configuration changes, Stop (which
-// saves the sensor's state), DestroyThis and unload. Events reach it the way the agent's event
+// saves the sensor's state), DestroyThis and unload. The configuration is a file, served again
+// while the sensor runs whenever it changes (its modification time, size or inode, checked
+// every half second) or on SIGHUP, the way an agent pushes new configuration to its plug-ins;
+// a file that cannot be read or is not a JSON object is never served: at start-up that ends the
+// program, later it is a warning and the sensor keeps what it has. Events reach it the way the agent's event
 // provider hands them over, through the host's monitor registration with the host's own process
 // objects; what it reports is written out as it arrives, one JSON object a line. Both are
 // counted by kind for the run's summary.
@@ -13,11 +17,13 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <tuple>
 
 #include "devhost/Host.h"
 #include "devhost/Plugin.h"
 #include "devhost/tool/Console.h"
 #include "devhost/tool/EventSink.h"
+#include "devhost/tool/SignalWatcher.h"
 #include "devhost/tool/ToolOptions.h"
 
 namespace KALVO::DevHost::Tool {
@@ -36,13 +42,10 @@ public:
     SensorSession(const SensorSession&) = delete;  // owns the host and the plug-in
     SensorSession& operator=(const SensorSession&) = delete;
 
-    // Throws std::runtime_error naming the code when Start fails.
-    void Start();
+    // Starts the sensor, and serves the configuration again (on the thread of `signals`, which
+    // is borrowed) until Stop. Throws std::runtime_error naming the code when Start fails.
+    void Start(SignalWatcher& signals);
     void Stop();
-    // Serves `text` (when given) as the configuration and tells the sensor with Synchronize
-    // {"reason":"configuration"}; returns the sensor's code. Any thread; lifecycle calls are
-    // serialised, and one after Stop does nothing.
-    Result::Code Reconfigure(const std::optional<std::string>& text);
 
     // Any thread, concurrently: the host delivers on the caller's thread.
     void Deliver(const TraceEvent& event) override;
@@ -50,15 +53,28 @@ public:
     Host& GetHost() noexcept { return *m_host; }
     // Reported events of every kind.
     std::uint64_t Reported() const noexcept;
+    // How many times the configuration was served again: a change tells a reader of the
+    // settings to read them again, as the sensor did.
+    std::uint64_t Reconfigurations() const noexcept { return m_reconfigurations.load(std::memory_order_acquire); }
     // On stderr: the events delivered by kind, and of those the sensor could report how many
     // the host filtered, the sensor held back and the sensor reported. Once the events are in.
     void PrintSummary() const;
 
 private:
+    // Synchronize {"reason":"configuration"}, with the file read again, when it changed or when
+    // `signalled` (SIGHUP).
+    void Reload(bool signalled);
+
     std::unique_ptr<Host> m_host;
     std::unique_ptr<Plugin> m_plugin;
+    std::optional<std::string> m_config;  // the configuration file
     std::mutex m_lifecycle;  // one lifecycle call at a time, as the agent makes them
     bool m_started = false;  // guarded by m_lifecycle
+    SignalWatcher* m_signals = nullptr;  // serving reloads, between Start and Stop
+    // The configuration file's modification time (seconds, nanoseconds), size and inode when
+    // last served; the reloading thread's only.
+    std::optional<std::tuple<long long, long long, long long, unsigned long long>> m_stamp;
+    std::atomic<std::uint64_t> m_reconfigurations{0};
     // Counters only (relaxed): events delivered by EventKind, and reported by the kind of their
     // first observation (created, exists, shell, other).
     std::array<std::atomic<std::uint64_t>, EventKindCount> m_delivered{};
