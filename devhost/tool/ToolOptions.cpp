@@ -7,7 +7,6 @@
 #include <cmath>
 #include <string_view>
 
-#include "devhost/tool/Commands.h"
 #include "devhost/tool/KeyForecast.h"
 
 namespace KALVO::DevHost::Tool {
@@ -117,12 +116,12 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
         throw UsageError(std::string(error.what()) + " (see --help)");
     }
     if (help || helpCommand->parsed()) return options;
-    const std::pair<CLI::App*, CommandFunction> commands[] = {
-        {live, RunLive}, {record, RunRecord}, {replay, RunReplay}, {health, RunHealth}};
+    const std::pair<CLI::App*, Command> commands[] = {
+        {live, Command::Live}, {record, Command::Record}, {replay, Command::Replay}, {health, Command::Health}};
     for (const auto& [subcommand, command] : commands)
         if (subcommand->parsed()) options.command = command;
-    if (!options.command) throw UsageError("no command given: live, record, replay or health (see --help)");
-    if (options.command == RunRecord) {
+    if (options.command == Command::Help) throw UsageError("no command given: live, record, replay or health (see --help)");
+    if (options.command == Command::Record) {
         for (char const* name : {"--plugin", "--config", "--state", "--log-level", "--fail"})
             if (app.count(name) != 0) options.ignored.emplace_back(name);
     }

@@ -20,13 +20,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-class SignalWatcher;
-struct ToolOptions;
-// A command of the program (Commands.h); returns the exit status.
-using CommandFunction = int (*)(const ToolOptions& options, SignalWatcher& signals);
+enum class Command { Live, Record, Replay, Health, Help };
 
 struct ToolOptions {
-    CommandFunction command = nullptr;  // nothing: --help
+    Command command = Command::Help;
     std::optional<std::string> plugin;
     std::optional<std::string> config;
     std::optional<std::string> stateDir;
