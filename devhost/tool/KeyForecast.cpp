@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
+#include <stdexcept>
 
 #include "configuration/Configuration.h"
 #include "devhost/ValidUtf8.h"
@@ -167,6 +171,8 @@ ForecastReport KeyForecast::Report(std::size_t rows) const {
     return report;
 }
 
+namespace {
+
 void PrintForecast(const ForecastReport& report) {
     Note(fmt::format("busiest {} repeat keys (delivered, reported, suppressed by the limit, filtered by the host, "
                      "reported again after leaving the cache):",
@@ -230,6 +236,20 @@ std::string ForecastJson(const ForecastReport& report) {
     writer.EndObject();
     writer.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace
+
+void ShowForecast(ForecastReport report, std::optional<std::size_t> rows, const std::optional<std::string>& json) {
+    if (json) {
+        std::ofstream file(*json, std::ios::binary | std::ios::trunc);
+        file << ForecastJson(report) << '\n';
+        if (!file.flush()) throw std::runtime_error(fmt::format("cannot write {}: {}", *json, std::strerror(errno)));
+    }
+    if (rows) {
+        report.busiest.resize(std::min(report.busiest.size(), *rows));
+        PrintForecast(report);
+    }
 }
 
 void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows) {

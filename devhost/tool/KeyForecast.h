@@ -92,10 +92,9 @@ private:
     ForecastReport m_totals;
 };
 
-// The report on stderr: the busiest keys, then the totals.
-void PrintForecast(const ForecastReport& report);
-// The report as one JSON document, in one line.
-std::string ForecastJson(const ForecastReport& report);
+// The report as one JSON document in the file `json`, when given (throws std::runtime_error when
+// it cannot be written); with `rows`, that many of the busiest keys and the totals on stderr.
+void ShowForecast(ForecastReport report, std::optional<std::size_t> rows, const std::optional<std::string>& json);
 // Two reports of the same trace side by side: totals, then the keys whose reported events
 // differ most.
 void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows);

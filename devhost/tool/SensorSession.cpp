@@ -112,7 +112,7 @@ std::uint64_t Sum(const auto& counts) {
 }  // namespace
 
 SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState,
-                             LineOutput& events)
+                             LineOutput* events)
     : m_config(config) {
     const std::string pluginPath = options.plugin ? *options.plugin : DefaultPluginPath();
     const std::string storage = StoragePath(options.stateDir, keepState);
@@ -129,9 +129,9 @@ SensorSession::SensorSession(const ToolOptions& options, const std::optional<std
     m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, options.logThreshold);
     m_host->Reports().SetRetention(0);
     m_host->Filter().SetRetention(0);
-    m_host->Reports().SetListener([this, &events](const EventRecord& event) {
+    m_host->Reports().SetListener([this, events](const EventRecord& event) {
         m_reported[ReportKindOf(event)].fetch_add(1, std::memory_order_relaxed);
-        events.Write(RenderEventJson(event));
+        if (events) events->Write(RenderEventJson(event));
     });
     for (const FaultRule& rule : options.faults) m_host->Faults().Apply(rule);
 

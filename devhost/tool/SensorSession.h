@@ -33,9 +33,9 @@ public:
     // Builds the host and loads the plug-in (--plugin, else the library next to the program,
     // else the one built with it). The host's storage lives in --state, else where `keepState`
     // in the default state directory, else in memory; `config` names the configuration file.
-    // `events` receives each reported event's line and is borrowed. Throws std::runtime_error
+    // `events`, when given, receives each reported event's line and is borrowed. Throws std::runtime_error
     // (PluginError among them) with a message for the user.
-    SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState, LineOutput& events);
+    SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState, LineOutput* events);
     // Stops the sensor if it runs, then unloads it; warns when it kept host references.
     ~SensorSession() override;
 

@@ -28,6 +28,7 @@
 #include "devhost/tool/SignalWatcher.h"
 #include "devhost/tool/ToolOptions.h"
 #include "devhost/tool/TraceFormat.h"
+#include "eil/core/ScopeGuard.h"
 
 namespace KALVO::DevHost::Tool {
 namespace {
@@ -36,21 +37,6 @@ using Clock = SignalWatcher::Clock;
 
 // The routing key under which the sensor answers the agent's health check.
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
-
-// A file created (or emptied) for writing, or stdout when no path is given; closed when it goes.
-// `what` names the file in the error.
-struct OutputFile {
-    explicit OutputFile(const std::optional<std::string>& path, const std::string& what = "")
-        : fd(path ? ::open(path->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : STDOUT_FILENO) {
-        if (fd < 0) throw std::runtime_error(fmt::format("cannot write {}{}: {}", what, *path, std::strerror(errno)));
-    }
-    ~OutputFile() {
-        if (fd != STDOUT_FILENO) ::close(fd);
-    }
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
-    const int fd;
-};
 
 // For the output of events: asks for a stop once it cannot be written (a closed pipe), since
 // nobody sees what would follow.
@@ -94,19 +80,6 @@ std::optional<ForecastReport> RunSensor(SensorSession& session, std::optional<st
     return forecast ? std::optional(forecast->Report(*rows)) : std::nullopt;
 }
 
-void ShowForecast(const ToolOptions& options, ForecastReport report) {
-    if (options.keysJson) {
-        const OutputFile file(options.keysJson);
-        LineOutput json(file.fd);
-        json.Write(ForecastJson(report));
-        if (json.Failed()) throw std::runtime_error(fmt::format("cannot write {}: {}", *options.keysJson, std::strerror(errno)));
-    }
-    if (options.keys) {
-        report.busiest.resize(std::min(report.busiest.size(), *options.keys));
-        PrintForecast(report);
-    }
-}
-
 void NoteLiveStatistics(const LiveSource& source) {
     const LiveStatistics statistics = source.Statistics();
     if (statistics.missed != 0)
@@ -125,7 +98,7 @@ void NoteLiveStatistics(const LiveSource& source) {
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
-    SensorSession session(options, options.config, true, events);
+    SensorSession session(options, options.config, true, &events);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
     const bool forecasting = options.keys || options.keysJson;
@@ -134,14 +107,18 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
                   signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
     NoteLiveStatistics(source);
     session.PrintSummary();
-    if (report) ShowForecast(options, *report);
+    if (report) ShowForecast(*report, options.keys, options.keysJson);
     return 0;
 }
 
 int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
     for (const std::string& name : options.ignored) Warn(name + " has no effect on record, which runs no sensor");
-    const OutputFile file(options.output, "trace ");
-    LineOutput lines(file.fd, StopOnFailure(signals));
+    const int fd = options.output ? ::open(options.output->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : STDOUT_FILENO;
+    if (fd < 0) throw std::runtime_error(fmt::format("cannot write trace {}: {}", *options.output, std::strerror(errno)));
+    const auto closer = EIL::Core::MakeScopeExit([fd] {
+        if (fd != STDOUT_FILENO) ::close(fd);
+    });
+    LineOutput lines(fd, StopOnFailure(signals));
     TraceWriter writer(lines);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
@@ -159,12 +136,11 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
     const bool forecasting = options.keys || options.keysJson || options.compare;
     const std::size_t rows = options.keys.value_or(KeyForecast::DefaultRows);
-    // Both runs of a comparison show their forecasts only; their reports would interleave.
-    const OutputFile discard(options.compare ? std::optional<std::string>("/dev/null") : std::nullopt);
-    LineOutput events(discard.fd, StopOnFailure(signals));
+    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
 
     const auto replay = [&](const std::optional<std::string>& config) {
-        SensorSession session(options, config, false, events);
+        // Both runs of a comparison show their forecasts only; their reports would interleave.
+        SensorSession session(options, config, false, options.compare ? nullptr : &events);
         std::uint64_t skipped = 0;
         std::optional<ForecastReport> report =
             RunSensor(session, forecasting ? (options.compare ? KeyForecast::KeyCapacity : rows) : std::optional<std::size_t>(),
@@ -177,7 +153,7 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
 
     const std::optional<ForecastReport> first = replay(options.config);
     if (!options.compare) {
-        if (first) ShowForecast(options, *first);
+        if (first) ShowForecast(*first, options.keys, options.keysJson);
         return 0;
     }
     PrintComparison(*first, *replay(options.compare), rows);
@@ -186,7 +162,7 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
 
 int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput out(STDOUT_FILENO);
-    SensorSession session(options, options.config, false, out);
+    SensorSession session(options, options.config, false, &out);
     session.Start(signals);
     std::string answer;
     const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
