@@ -131,20 +131,15 @@ void KeyForecast::Deliver(const TraceEvent& event) {
     if (filtered) {
         count(&KeyFigures::filtered);
     } else if (limit != 0 && (!shell || !key.empty())) {
-        // The sensor counted the key: follow its cache to see keys leave it.
+        // The sensor counted the key: follow its cache to see keys leave it. A slot that held
+        // another key lost it.
         Cache& cache = m_caches[shell ? 1 : 0];
-        unsigned int seen = 0;
-        if (cache.counts.Get(hash, seen)) {
-            cache.counts.Update(hash, seen + 1);
-        } else {
-            std::lock_guard cacheLock(cache.counts.Mutex());
-            std::optional<std::uint64_t>& slot = cache.slots[cache.counts.InsertData(cacheLock, hash, 1, nullptr)];
-            if (slot) {
-                ++m_totals.evictions;
-                if (auto evicted = m_entries.find(*slot); evicted != m_entries.end()) evicted->second.evicted = true;
-            }
-            slot = hash;
+        std::optional<std::uint64_t>& slot = cache.slots[cache.counts.Update(hash, 0)];
+        if (slot && *slot != hash) {
+            ++m_totals.evictions;
+            if (auto evicted = m_entries.find(*slot); evicted != m_entries.end()) evicted->second.evicted = true;
         }
+        slot = hash;
     }
     if (reported) {
         // A key that had used up its limit and is reported again was forgotten by the cache.

@@ -79,8 +79,8 @@ private:
     mutable std::mutex m_mutex;
     SecurityMonitor::RepeatSettings m_settings;
     std::uint64_t m_reconfigurations = 0;  // the session's count when the settings were read
-    // The sensor's two caches (process steps, shell commands), fed the same keys; the slots
-    // tell which key a slot held before, so an eviction is seen.
+    // The sensor's two caches (process steps, shell commands), fed the same keys (the values
+    // do not matter); the slots tell which key a slot held before, so an eviction is seen.
     struct Cache {
         EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> counts;
         std::vector<std::optional<std::uint64_t>> slots = std::vector<std::optional<std::uint64_t>>(512);

@@ -118,22 +118,11 @@ std::string FormatTraceLine(const TraceEvent& event) {
     RJ::StringBuffer buffer;
     Writer writer(buffer);
     writer.StartObject();
-    writer.Key("kind");
-    WriteJsonText(writer, KindNames[static_cast<std::size_t>(event.kind)]);
-    writer.Key("process");
-    WriteProcess(writer, event.process);
-    if (event.kind == EventKind::Create) {
-        writer.Key("parent");
-        WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
-    }
-    if (event.kind == EventKind::Shell) {
-        writer.Key("command");
-        WriteJsonText(writer, event.command);
-    }
-    if (event.time) {
-        writer.Key("time");
-        writer.Uint64(*event.time);
-    }
+    writer.Key("kind"), WriteJsonText(writer, KindNames[static_cast<std::size_t>(event.kind)]);
+    writer.Key("process"), WriteProcess(writer, event.process);
+    if (event.kind == EventKind::Create) writer.Key("parent"), WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
+    if (event.kind == EventKind::Shell) writer.Key("command"), WriteJsonText(writer, event.command);
+    if (event.time) writer.Key("time"), writer.Uint64(*event.time);
     writer.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize());
 }
@@ -142,8 +131,8 @@ TraceEvent ParseTraceLine(std::string_view line) {
     RJ::Document document;
     document.Parse<RJ::kParseIterativeFlag>(line.data(), line.size());
     if (document.HasParseError()) {
-        throw TraceFormatError(std::string("not JSON: ") + RJ::GetParseError_En(document.GetParseError()) + " (column " +
-                               std::to_string(document.GetErrorOffset() + 1) + ")");
+        throw TraceFormatError(
+            fmt::format("not JSON: {} (column {})", RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset() + 1));
     }
     if (!document.IsObject()) throw TraceFormatError("not a JSON object");
     const std::optional<std::string> kindName = Text(document, {}, "kind");
