@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -248,10 +249,8 @@ void ShowForecast(ForecastReport report, std::optional<std::size_t> rows, const 
 }
 
 void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows) {
-    const auto line = [](char const* what, std::uint64_t a, std::uint64_t b) {
-        Note(fmt::format("{:<34} {:>9} {:>9}", what, a, b));
-    };
-    Note(fmt::format("{:<34} {:>9} {:>9}", "", "first", "second"));
+    const auto line = [](char const* what, const auto& a, const auto& b) { Note(fmt::format("{:<34} {:>9} {:>9}", what, a, b)); };
+    line("", "first", "second");
     const std::pair<char const*, std::uint64_t KeyFigures::*> totals[] = {
         {"events with a repeat key", &KeyFigures::delivered}, {"reported", &KeyFigures::reported},
         {"suppressed by the limit", &KeyFigures::suppressed}, {"filtered by the host", &KeyFigures::filtered},
@@ -262,23 +261,22 @@ void PrintComparison(const ForecastReport& first, const ForecastReport& second, 
 
     // The same process step is one key under both settings only where neither collapses it;
     // the busiest keys of both are compared by their text.
-    struct Pair {
-        std::uint64_t first = 0, second = 0;
-    };
-    std::map<std::pair<bool, std::string>, Pair> keys;
-    for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}].first = row.figures.reported;
-    for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}].second = row.figures.reported;
-    std::vector<std::pair<const std::pair<bool, std::string>*, Pair>> differing;
-    for (const auto& [key, pair] : keys)
-        if (pair.first != pair.second) differing.emplace_back(&key, pair);
-    std::stable_sort(differing.begin(), differing.end(), [](const auto& a, const auto& b) {
-        const auto gap = [](const Pair& p) { return p.first > p.second ? p.first - p.second : p.second - p.first; };
-        return gap(a.second) > gap(b.second);
-    });
+    using Reported = std::array<std::uint64_t, 2>;  // by the first and the second report
+    std::map<std::pair<bool, std::string>, Reported> keys;
+    for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}][0] = row.figures.reported;
+    for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}][1] = row.figures.reported;
+    std::vector<std::pair<std::uint64_t, const std::pair<const std::pair<bool, std::string>, Reported>*>> differing;  // by the gap
+    for (const auto& entry : keys) {
+        const auto [a, b] = entry.second;
+        if (a != b) differing.emplace_back(std::max(a, b) - std::min(a, b), &entry);
+    }
+    std::stable_sort(differing.begin(), differing.end(), [](const auto& x, const auto& y) { return x.first > y.first; });
     if (differing.size() > rows) differing.resize(rows);
-    Note(fmt::format("keys whose reported events differ most (first, second):"));
-    for (const auto& [key, pair] : differing)
-        Note(fmt::format("{:>9} {:>9}  {} {}", pair.first, pair.second, key->first ? "shell" : "step ", Shortened(key->second)));
+    Note("keys whose reported events differ most (first, second):");
+    for (const auto& [gap, entry] : differing) {
+        const auto& [key, reported] = *entry;
+        Note(fmt::format("{:>9} {:>9}  {} {}", reported[0], reported[1], key.first ? "shell" : "step ", Shortened(key.second)));
+    }
 }
 
 }  // namespace KALVO::DevHost::Tool
