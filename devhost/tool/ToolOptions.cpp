@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <map>
 #include <string_view>
 
 #include "devhost/tool/KeyForecast.h"
@@ -48,13 +49,12 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
         return value.empty() ? "the directory name is empty" : "";
     });
     AddChecked(app, "--log-level", "error, warn, info, trace or a number 0-7", [&](const std::string& text) {
-        const std::pair<char const*, Severity> names[] = {
+        const std::map<std::string, Severity> names = {
             {"error", Severity::Error}, {"warn", Severity::Warn}, {"warning", Severity::Warn}, {"info", Severity::Info}, {"trace", Severity::Trace}};
-        for (const auto& [name, severity] : names)
-            if (text == name) return (options.logThreshold = static_cast<std::uint32_t>(severity), true);
-        const auto number = Whole<std::uint32_t>(text, 0, 7);
-        options.logThreshold = number.value_or(options.logThreshold);
-        return number.has_value();
+        const auto named = names.find(text);
+        const auto level = named != names.end() ? static_cast<std::uint32_t>(named->second) : Whole<std::uint32_t>(text, 0, 7);
+        options.logThreshold = level.value_or(options.logThreshold);
+        return level.has_value();
     });
     app.add_option_function<std::string>("--fail", [&](const std::string& rule) {
         try {
@@ -84,11 +84,11 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
             return options.treeRoot.has_value();
         });
         AddChecked(*machine, "--source", "bpf, netlink or poll", [&](const std::string& text) {
-            const std::pair<char const*, LiveSourceKind> kinds[] = {
+            const std::map<std::string, LiveSourceKind> kinds = {
                 {"bpf", LiveSourceKind::Bpf}, {"netlink", LiveSourceKind::Netlink}, {"poll", LiveSourceKind::Poll}};
-            for (const auto& [name, kind] : kinds)
-                if (text == name) return (options.source = kind, true);
-            return false;
+            const auto kind = kinds.find(text);
+            if (kind != kinds.end()) options.source = kind->second;
+            return kind != kinds.end();
         });
         machine->add_flag_callback("--poll", [&] { options.source = LiveSourceKind::Poll; });
     }
