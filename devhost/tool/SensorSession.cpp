@@ -76,9 +76,8 @@ std::string StoragePath(const std::optional<std::string>& stateDir, bool keepSta
 // std::runtime_error with a one-line message naming the file and the fault.
 std::string ReadConfigurationFile(const std::string& path) {
     const auto fault = [&](const std::string& why) { return std::runtime_error("cannot read configuration " + path + ": " + why); };
-    struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) throw fault(std::strerror(errno));
-    if (S_ISDIR(status.st_mode)) throw fault("it is a directory");
+    std::error_code error;
+    if (fs::is_directory(path, error)) throw fault("it is a directory");
     std::ifstream file(path, std::ios::binary);
     if (!file) throw fault(std::strerror(errno));
     std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
