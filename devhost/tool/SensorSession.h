@@ -33,8 +33,8 @@ public:
     // Builds the host and loads the plug-in (--plugin, else the library next to the program,
     // else the one built with it). The host's storage lives in --state, else where `keepState`
     // in the default state directory, else in memory; `config` names the configuration file.
-    // `events`, when given, receives each reported event's line and is borrowed. Throws std::runtime_error
-    // (PluginError among them) with a message for the user.
+    // `events`, when given, receives each reported event's line and is borrowed. Throws
+    // std::runtime_error (PluginError among them) with a message for the user.
     SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState, LineOutput* events);
     // Stops the sensor if it runs, then unloads it; warns when it kept host references.
     ~SensorSession() override;
@@ -71,8 +71,8 @@ private:
     std::mutex m_lifecycle;  // one lifecycle call at a time, as the agent makes them
     bool m_started = false;  // guarded by m_lifecycle
     SignalWatcher* m_signals = nullptr;  // serving reloads, between Start and Stop
-    // The configuration file's modification time (seconds, nanoseconds), size and inode when
-    // last served; the reloading thread's only.
+    // The configuration file's modification time (seconds, nanoseconds), size and inode as last
+    // seen (nothing: no file); a change serves it again. The reloading thread's only.
     std::optional<std::tuple<long long, long long, long long, unsigned long long>> m_stamp;
     std::atomic<std::uint64_t> m_reconfigurations{0};
     // Counters only (relaxed): events delivered by EventKind, and reported by the kind of their
