@@ -112,33 +112,15 @@ std::uint64_t Sum(const auto& counts) {
 
 SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState,
                              LineOutput* events)
-    : m_config(config) {
-    const std::string pluginPath = options.plugin ? *options.plugin : DefaultPluginPath();
-    const std::string storage = StoragePath(options.stateDir, keepState);
-    std::string configuration = config ? ReadConfigurationFile(*config) : "{}";
-    try {
-        m_host = std::make_unique<Host>(HostOptions{storage, std::move(configuration)});
-    } catch (const std::runtime_error& error) {
-        // What the host throws while being built is its storage failing to open.
-        throw std::runtime_error("cannot open the storage " + storage + ": " + error.what());
-    }
-
-    // A run may last hours: the host keeps counts, not copies.
-    m_host->Logs().SetRetention(0);
-    m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, options.logThreshold);
-    m_host->Reports().SetRetention(0);
-    m_host->Filter().SetRetention(0);
-    m_host->Reports().SetListener([this, events](const EventRecord& event) {
-        m_reported[ReportKindOf(event)].fetch_add(1, std::memory_order_relaxed);
-        if (events) events->Write(RenderEventJson(event));
-    });
-    for (const FaultRule& rule : options.faults) m_host->Faults().Apply(rule);
-
-    m_plugin = std::make_unique<Plugin>(pluginPath, m_host->Root());
-}
+    : m_options(options),
+      m_events(events),
+      m_config(config),
+      m_pluginPath(options.plugin ? *options.plugin : DefaultPluginPath()),
+      m_hostOptions{StoragePath(options.stateDir, keepState), config ? ReadConfigurationFile(*config) : "{}"} {}
 
 SensorSession::~SensorSession() {
     Stop();
+    if (!m_plugin) return;
     UnloadFrom(*m_host, *m_plugin);
     m_host->Reports().SetListener({});
     if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0) {
@@ -148,6 +130,24 @@ SensorSession::~SensorSession() {
 }
 
 void SensorSession::Start(SignalWatcher& signals) {
+    const std::string storage = m_hostOptions.storagePath;
+    try {
+        m_host = std::make_unique<Host>(std::move(m_hostOptions));
+    } catch (const std::runtime_error& error) {
+        // What the host throws while being built is its storage failing to open.
+        throw std::runtime_error("cannot open the storage " + storage + ": " + error.what());
+    }
+    // A run may last hours: the host keeps counts, not copies.
+    m_host->Logs().SetRetention(0);
+    m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, m_options.logThreshold);
+    m_host->Reports().SetRetention(0);
+    m_host->Filter().SetRetention(0);
+    m_host->Reports().SetListener([this](const EventRecord& event) {
+        m_reported[ReportKindOf(event)].fetch_add(1, std::memory_order_relaxed);
+        if (m_events) m_events->Write(RenderEventJson(event));
+    });
+    for (const FaultRule& rule : m_options.faults) m_host->Faults().Apply(rule);
+    m_plugin = std::make_unique<Plugin>(m_pluginPath, m_host->Root());
     {
         std::lock_guard lock(m_lifecycle);
         const Result::Code code = m_plugin->Package()->Start(nullptr, 0);

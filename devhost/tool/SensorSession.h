@@ -30,11 +30,12 @@ namespace KALVO::DevHost::Tool {
 
 class SensorSession final : public EventSink {
 public:
-    // Builds the host and loads the plug-in (--plugin, else the library next to the program,
-    // else the one built with it). The host's storage lives in --state, else where `keepState`
-    // in the default state directory, else in memory; `config` names the configuration file.
-    // `events`, when given, receives each reported event's line and is borrowed. Throws
-    // std::runtime_error (PluginError among them) with a message for the user.
+    // Finds what Start needs, so a mistake stops the program before anything runs: the plug-in
+    // (--plugin, else the library next to the program, else the one built with it), the host's
+    // storage (in --state, else where `keepState` in the default state directory, else in
+    // memory) and the configuration file `config`, read. `options` and `events` (when given, it
+    // receives each reported event's line) are borrowed. Throws std::runtime_error with a
+    // message for the user.
     SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState, LineOutput* events);
     // Stops the sensor if it runs, then unloads it; warns when it kept host references.
     ~SensorSession() override;
@@ -42,15 +43,16 @@ public:
     SensorSession(const SensorSession&) = delete;  // owns the host and the plug-in
     SensorSession& operator=(const SensorSession&) = delete;
 
-    // Starts the sensor, and serves the configuration again (on the thread of `signals`, which
-    // is borrowed) until Stop. Throws std::runtime_error naming the code when Start fails.
+    // Builds the host (opening the storage), loads the plug-in and starts the sensor; serves the
+    // configuration again (on the thread of `signals`, which is borrowed) until Stop. Throws
+    // std::runtime_error (PluginError among them, or naming the code when Start fails).
     void Start(SignalWatcher& signals);
     void Stop();
 
     // Any thread, concurrently: the host delivers on the caller's thread.
     void Deliver(const TraceEvent& event) override;
 
-    Host& GetHost() noexcept { return *m_host; }
+    Host& GetHost() noexcept { return *m_host; }  // once started
     // Reported events of every kind.
     std::uint64_t Reported() const noexcept;
     // How many times the configuration was served again: a change tells a reader of the
@@ -65,9 +67,13 @@ private:
     // `signalled` (SIGHUP).
     void Reload(bool signalled);
 
+    const ToolOptions& m_options;
+    LineOutput* m_events;
+    std::optional<std::string> m_config;  // the configuration file
+    std::string m_pluginPath;
+    HostOptions m_hostOptions;  // until Start builds the host
     std::unique_ptr<Host> m_host;
     std::unique_ptr<Plugin> m_plugin;
-    std::optional<std::string> m_config;  // the configuration file
     std::mutex m_lifecycle;  // one lifecycle call at a time, as the agent makes them
     bool m_started = false;  // guarded by m_lifecycle
     SignalWatcher* m_signals = nullptr;  // serving reloads, between Start and Stop
