@@ -1,20 +1,60 @@
-// Console: the program's own messages on stderr, each line written whole so it never mixes
-// with the sensor's log lines (echoed by the host's log sink from other threads). stdout
-// belongs to the data (reported events, trace lines) alone.
+// Console: whole lines to stdout and stderr from any number of threads, each line written at
+// once and never interleaved with another, so a reader at the other end of a pipe sees every
+// event as soon as it happens and the program's own messages never mix with the sensor's log
+// lines (echoed by the host's log sink from other threads). stdout belongs to the data
+// (reported events, trace lines) alone; the program's messages go to stderr.
 #pragma once
 
-#include <string_view>
+#include <unistd.h>
 
-#include "devhost/tool/LineOutput.h"
+#include <atomic>
+#include <cerrno>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
 
 namespace KALVO::DevHost::Tool {
 
+class LineOutput {
+public:
+    // `fd` is borrowed; the caller closes it after the last write. `onFailure` runs once, on
+    // the writing thread, when a write first fails (a closed pipe); nothing is written after.
+    explicit LineOutput(int fd, std::function<void()> onFailure = {}) : m_fd(fd), m_onFailure(std::move(onFailure)) {}
+
+    // Writes `line` and a line feed. Any thread.
+    void Write(std::string_view line) {
+        const std::string text = std::string(line) + '\n';
+        std::lock_guard lock(m_mutex);
+        for (std::size_t done = 0; done < text.size() && !Failed();) {
+            const ssize_t written = ::write(m_fd, text.data() + done, text.size() - done);
+            if (written < 0 && errno == EINTR) continue;
+            if (written > 0) {
+                done += static_cast<std::size_t>(written);
+            } else {
+                m_failed.store(true, std::memory_order_release);
+                if (m_onFailure) m_onFailure();
+            }
+        }
+    }
+    bool Failed() const noexcept { return m_failed.load(std::memory_order_acquire); }
+
+private:
+    int m_fd;
+    std::function<void()> m_onFailure;
+    std::mutex m_mutex;  // keeps lines whole
+    std::atomic<bool> m_failed{false};
+};
+
 // stderr as whole lines; any thread.
-LineOutput& ErrorOutput();
+inline LineOutput& ErrorOutput() {
+    static LineOutput output(STDERR_FILENO);
+    return output;
+}
 
 // "kalvo-devhost: <text>".
-void Note(std::string_view text);
+inline void Note(std::string_view text) { ErrorOutput().Write(std::string("kalvo-devhost: ").append(text)); }
 // "kalvo-devhost: warning: <text>".
-void Warn(std::string_view text);
+inline void Warn(std::string_view text) { ErrorOutput().Write(std::string("kalvo-devhost: warning: ").append(text)); }
 
 }  // namespace KALVO::DevHost::Tool

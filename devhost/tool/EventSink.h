@@ -1,4 +1,4 @@
-// EventSink: where events go, whatever their source: into the sensor (SensorFeed) or into a
+// EventSink: where events go, whatever their source: into the sensor (SensorSession) or into a
 // trace (TraceWriter). A sink is fed from one thread or, for a replay on several threads, from
 // many at once, so every sink is thread-safe.
 #pragma once

@@ -3,8 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
+#include <stdexcept>
 
 #include "configuration/Configuration.h"
 #include "devhost/ValidUtf8.h"
@@ -33,9 +38,20 @@ std::string Shortened(const std::string& key) {
 
 double Share(std::uint64_t part, std::uint64_t whole) { return whole == 0 ? 0.0 : 100.0 * part / whole; }
 
+// The hours between the first and the last event; nothing unless events carry different times.
+std::optional<double> Hours(const ForecastReport& report) {
+    if (!report.firstTime || *report.lastTime == *report.firstTime) return std::nullopt;
+    return static_cast<double>(*report.lastTime - *report.firstTime) / 3.6e12;
+}
+
+// The figures of a key or of the total, by their names in the JSON report.
+constexpr std::pair<char const*, std::uint64_t KeyFigures::*> FigureNames[] = {
+    {"delivered", &KeyFigures::delivered}, {"reported", &KeyFigures::reported}, {"suppressed", &KeyFigures::suppressed},
+    {"filtered", &KeyFigures::filtered}, {"reported_again", &KeyFigures::reportedAgain}};
+
 }  // namespace
 
-KeyForecast::KeyForecast(EventSink& inner, SensorSession& session) : m_inner(inner), m_session(session) {
+KeyForecast::KeyForecast(SensorSession& session) : m_session(session), m_reconfigurations(session.Reconfigurations()) {
     ReadSettings(RepeatSettings::Read::Construction);
 }
 
@@ -47,12 +63,7 @@ void KeyForecast::ReadSettings(RepeatSettings::Read form) {
     }
 }
 
-void KeyForecast::Reconfigured() {
-    std::lock_guard lock(m_mutex);
-    ReadSettings(RepeatSettings::Read::Synchronize);
-}
-
-KeyForecast::Entry& KeyForecast::Count(std::uint64_t hash, bool shell, const std::string& key) {
+KeyRow& KeyForecast::Count(std::uint64_t hash, bool shell, const std::string& key) {
     auto found = m_entries.find(hash);
     if (found == m_entries.end()) {
         // Space-Saving: when full, the least counted key makes room; the newcomer inherits its
@@ -66,16 +77,11 @@ KeyForecast::Entry& KeyForecast::Count(std::uint64_t hash, bool shell, const std
             ++m_totals.foldedKeys;
             m_totals.maxError = std::max(m_totals.maxError, inherited);
         }
-        Entry entry;
-        entry.row.shell = shell;
-        entry.row.cut = key.size() > KeyTextLimit;
-        entry.row.key = key.substr(0, KeyTextLimit);
-        entry.row.figures.delivered = inherited;
-        entry.row.error = inherited;
-        found = m_entries.emplace(hash, std::move(entry)).first;
+        KeyRow row{shell, key.substr(0, KeyTextLimit), key.size() > KeyTextLimit, KeyFigures{inherited}, inherited};
+        found = m_entries.emplace(hash, std::move(row)).first;
         m_byCount.emplace(inherited, hash);
     }
-    KeyFigures& figures = found->second.row.figures;
+    KeyFigures& figures = found->second.figures;
     m_byCount.erase({figures.delivered, hash});
     ++figures.delivered;
     m_byCount.emplace(figures.delivered, hash);
@@ -87,12 +93,17 @@ void KeyForecast::Deliver(const TraceEvent& event) {
     // the counts read around this one.
     std::lock_guard lock(m_mutex);
     if (event.kind != EventKind::Create && event.kind != EventKind::Shell) {
-        m_inner.Deliver(event);
+        m_session.Deliver(event);
         return;
     }
     if (event.time) {
         if (!m_totals.firstTime || *event.time < *m_totals.firstTime) m_totals.firstTime = event.time;
         if (!m_totals.lastTime || *event.time > *m_totals.lastTime) m_totals.lastTime = event.time;
+    }
+    // The settings are read again, as the sensor did on Synchronize {"reason":"configuration"}.
+    if (const std::uint64_t count = m_session.Reconfigurations(); count != m_reconfigurations) {
+        m_reconfigurations = count;
+        ReadSettings(RepeatSettings::Read::Synchronize);
     }
     const bool shell = event.kind == EventKind::Shell;
     const ProcessRecord parent = event.parent.value_or(ProcessRecord{});
@@ -106,35 +117,30 @@ void KeyForecast::Deliver(const TraceEvent& event) {
     }
     const std::uint64_t hash = std::hash<std::string>{}(key) * 2 + (shell ? 1 : 0);
 
-    Host& host = m_session.GetHost();
-    const std::uint64_t filteredBefore = host.Filter().Suppressed();
+    EventFilter& filter = m_session.GetHost().Filter();
+    const std::uint64_t filteredBefore = filter.Suppressed();
     const std::uint64_t reportedBefore = m_session.Reported();
-    m_inner.Deliver(event);
-    const bool filtered = host.Filter().Suppressed() != filteredBefore;
+    m_session.Deliver(event);
+    const bool filtered = filter.Suppressed() != filteredBefore;
     const bool reported = m_session.Reported() != reportedBefore;
 
-    Entry& entry = Count(hash, shell, key);
-    KeyFigures& figures = entry.row.figures;
+    KeyRow& entry = Count(hash, shell, key);
+    KeyFigures& figures = entry.figures;
     const std::int32_t limit = m_settings.reportLimit.load();
     const auto count = [&](std::uint64_t KeyFigures::*field) { ++(figures.*field), ++(m_totals.total.*field); };
     ++m_totals.total.delivered;
     if (filtered) {
         count(&KeyFigures::filtered);
     } else if (limit != 0 && (!shell || !key.empty())) {
-        // The sensor counted the key: follow its cache to see keys leave it.
+        // The sensor counted the key: follow its cache to see keys leave it. A slot that held
+        // another key lost it.
         Cache& cache = m_caches[shell ? 1 : 0];
-        unsigned int seen = 0;
-        if (cache.counts.Get(hash, seen)) {
-            cache.counts.Update(hash, seen + 1);
-        } else {
-            std::lock_guard cacheLock(cache.counts.Mutex());
-            std::optional<std::uint64_t>& slot = cache.slots[cache.counts.InsertData(cacheLock, hash, 1, nullptr)];
-            if (slot) {
-                ++m_totals.evictions;
-                if (auto evicted = m_entries.find(*slot); evicted != m_entries.end()) evicted->second.evicted = true;
-            }
-            slot = hash;
+        std::optional<std::uint64_t>& slot = cache.slots[cache.counts.Update(hash, 0)];
+        if (slot && *slot != hash) {
+            ++m_totals.evictions;
+            if (auto evicted = m_entries.find(*slot); evicted != m_entries.end()) evicted->second.evicted = true;
         }
+        slot = hash;
     }
     if (reported) {
         // A key that had used up its limit and is reported again was forgotten by the cache.
@@ -157,9 +163,11 @@ ForecastReport KeyForecast::Report(std::size_t rows) const {
     report.distinctKeys = m_distinct.size();
     report.keysAtLimit = m_atLimit.size();
     for (auto it = m_byCount.rbegin(); it != m_byCount.rend() && report.busiest.size() < rows; ++it)
-        report.busiest.push_back(m_entries.at(it->second).row);
+        report.busiest.push_back(m_entries.at(it->second));
     return report;
 }
+
+namespace {
 
 void PrintForecast(const ForecastReport& report) {
     Note(fmt::format("busiest {} repeat keys (delivered, reported, suppressed by the limit, filtered by the host, "
@@ -178,26 +186,21 @@ void PrintForecast(const ForecastReport& report) {
     if (report.foldedKeys != 0)
         Note(fmt::format("{} keys folded into others (summary of {} keys): counts above may be overstated by at most {}",
                          report.foldedKeys, KeyForecast::KeyCapacity, report.maxError));
-    if (!report.firstTime || *report.lastTime == *report.firstTime) {
+    if (const std::optional<double> hours = Hours(report)) {
+        Note(fmt::format("over {:.2f} h of events: {:.0f} events per hour, {:.0f} reported per hour; forecast {:.0f} "
+                         "reported per day",
+                         *hours, t.delivered / *hours, t.reported / *hours, t.reported / *hours * 24));
+    } else {
         Note(report.firstTime ? "no per-day forecast: all events carry the same time"
                               : "no per-day forecast: the events carry no times (traces recorded before times were kept)");
-        return;
     }
-    const double hours = static_cast<double>(*report.lastTime - *report.firstTime) / 3.6e12;
-    Note(fmt::format("over {:.2f} h of events: {:.0f} events per hour, {:.0f} reported per hour; forecast {:.0f} reported "
-                     "per day",
-                     hours, t.delivered / hours, t.reported / hours, t.reported / hours * 24));
 }
 
 std::string ForecastJson(const ForecastReport& report) {
     EIL::RJ::StringBuffer buffer;
     EIL::RJ::Writer<EIL::RJ::StringBuffer> writer(buffer);
     const auto figures = [&](const KeyFigures& f) {
-        writer.Key("delivered"), writer.Uint64(f.delivered);
-        writer.Key("reported"), writer.Uint64(f.reported);
-        writer.Key("suppressed"), writer.Uint64(f.suppressed);
-        writer.Key("filtered"), writer.Uint64(f.filtered);
-        writer.Key("reported_again"), writer.Uint64(f.reportedAgain);
+        for (const auto& [name, field] : FigureNames) writer.Key(name), writer.Uint64(f.*field);
     };
     writer.StartObject();
     writer.Key("keys");
@@ -221,49 +224,59 @@ std::string ForecastJson(const ForecastReport& report) {
     writer.Key("evictions"), writer.Uint64(report.evictions);
     writer.Key("folded_keys"), writer.Uint64(report.foldedKeys);
     writer.Key("max_error"), writer.Uint64(report.maxError);
-    if (report.firstTime && *report.lastTime > *report.firstTime) {
-        const double hours = static_cast<double>(*report.lastTime - *report.firstTime) / 3.6e12;
-        writer.Key("hours"), writer.Double(hours);
-        writer.Key("events_per_hour"), writer.Double(report.total.delivered / hours);
-        writer.Key("reported_per_day"), writer.Double(report.total.reported / hours * 24);
+    if (const std::optional<double> hours = Hours(report)) {
+        writer.Key("hours"), writer.Double(*hours);
+        writer.Key("events_per_hour"), writer.Double(report.total.delivered / *hours);
+        writer.Key("reported_per_day"), writer.Double(report.total.reported / *hours * 24);
     }
     writer.EndObject();
     writer.EndObject();
-    return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
+    return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+}  // namespace
+
+void ShowForecast(ForecastReport report, std::optional<std::size_t> rows, const std::optional<std::string>& json) {
+    if (json) {
+        std::ofstream file(*json, std::ios::binary | std::ios::trunc);
+        file << ForecastJson(report) << '\n';
+        if (!file.flush()) throw std::runtime_error(fmt::format("cannot write {}: {}", *json, std::strerror(errno)));
+    }
+    if (rows) {
+        report.busiest.resize(std::min(report.busiest.size(), *rows));
+        PrintForecast(report);
+    }
 }
 
 void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows) {
-    const auto line = [](char const* what, std::uint64_t a, std::uint64_t b) {
-        Note(fmt::format("{:<34} {:>9} {:>9}", what, a, b));
-    };
-    Note(fmt::format("{:<34} {:>9} {:>9}", "", "first", "second"));
-    line("events with a repeat key", first.total.delivered, second.total.delivered);
-    line("reported", first.total.reported, second.total.reported);
-    line("suppressed by the limit", first.total.suppressed, second.total.suppressed);
-    line("filtered by the host", first.total.filtered, second.total.filtered);
-    line("reported again after eviction", first.total.reportedAgain, second.total.reportedAgain);
+    const auto line = [](char const* what, const auto& a, const auto& b) { Note(fmt::format("{:<34} {:>9} {:>9}", what, a, b)); };
+    line("", "first", "second");
+    const std::pair<char const*, std::uint64_t KeyFigures::*> totals[] = {
+        {"events with a repeat key", &KeyFigures::delivered}, {"reported", &KeyFigures::reported},
+        {"suppressed by the limit", &KeyFigures::suppressed}, {"filtered by the host", &KeyFigures::filtered},
+        {"reported again after eviction", &KeyFigures::reportedAgain}};
+    for (const auto& [what, field] : totals) line(what, first.total.*field, second.total.*field);
     line("distinct keys", first.distinctKeys, second.distinctKeys);
     line("keys that reached the limit", first.keysAtLimit, second.keysAtLimit);
 
     // The same process step is one key under both settings only where neither collapses it;
     // the busiest keys of both are compared by their text.
-    struct Pair {
-        std::uint64_t first = 0, second = 0;
-    };
-    std::map<std::pair<bool, std::string>, Pair> keys;
-    for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}].first = row.figures.reported;
-    for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}].second = row.figures.reported;
-    std::vector<std::pair<const std::pair<bool, std::string>*, Pair>> differing;
-    for (const auto& [key, pair] : keys)
-        if (pair.first != pair.second) differing.emplace_back(&key, pair);
-    std::stable_sort(differing.begin(), differing.end(), [](const auto& a, const auto& b) {
-        const auto gap = [](const Pair& p) { return p.first > p.second ? p.first - p.second : p.second - p.first; };
-        return gap(a.second) > gap(b.second);
-    });
+    using Reported = std::array<std::uint64_t, 2>;  // by the first and the second report
+    std::map<std::pair<bool, std::string>, Reported> keys;
+    for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}][0] = row.figures.reported;
+    for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}][1] = row.figures.reported;
+    std::vector<std::pair<std::uint64_t, const std::pair<const std::pair<bool, std::string>, Reported>*>> differing;  // by the gap
+    for (const auto& entry : keys) {
+        const auto [a, b] = entry.second;
+        if (a != b) differing.emplace_back(std::max(a, b) - std::min(a, b), &entry);
+    }
+    std::stable_sort(differing.begin(), differing.end(), [](const auto& x, const auto& y) { return x.first > y.first; });
     if (differing.size() > rows) differing.resize(rows);
-    Note(fmt::format("keys whose reported events differ most (first, second):"));
-    for (const auto& [key, pair] : differing)
-        Note(fmt::format("{:>9} {:>9}  {} {}", pair.first, pair.second, key->first ? "shell" : "step ", Shortened(key->second)));
+    Note("keys whose reported events differ most (first, second):");
+    for (const auto& [gap, entry] : differing) {
+        const auto& [key, reported] = *entry;
+        Note(fmt::format("{:>9} {:>9}  {} {}", reported[0], reported[1], key.first ? "shell" : "step ", Shortened(key.second)));
+    }
 }
 
 }  // namespace KALVO::DevHost::Tool

@@ -20,8 +20,6 @@
 #include <unordered_set>
 #include <vector>
 
-#include "devhost/Host.h"
-#include "devhost/tool/EventSink.h"
 #include "devhost/tool/SensorSession.h"
 #include "eil/core/LRUCache.h"
 #include "monitor/RepeatSettings.h"
@@ -42,6 +40,7 @@ struct KeyRow {
     bool cut = false;
     KeyFigures figures;
     std::uint64_t error = 0;  // the counts may be overstated by at most this many events
+    bool evicted = false;     // the key left the sensor's cache at least once
 };
 
 struct ForecastReport {
@@ -63,46 +62,39 @@ public:
     static constexpr std::size_t DistinctCapacity = 1 << 17;
     static constexpr std::size_t KeyTextLimit = 4096;
 
-    // `inner` delivers into the sensor of `session`; all are borrowed and outlive the forecast.
-    KeyForecast(EventSink& inner, SensorSession& session);
+    // Delivers into `session`, which is borrowed and outlives the forecast.
+    explicit KeyForecast(SensorSession& session);
 
     // Serialised, every kind: each event's outcome is read off the host's counters around its
     // delivery.
     void Deliver(const TraceEvent& event) override;
-    // Reads the settings again, as the sensor does on Synchronize {"reason":"configuration"}.
-    void Reconfigured();
 
     ForecastReport Report(std::size_t rows) const;
 
 private:
-    struct Entry {
-        KeyRow row;
-        bool evicted = false;  // left the sensor's cache at least once
-    };
     void ReadSettings(SecurityMonitor::RepeatSettings::Read form);
-    Entry& Count(std::uint64_t hash, bool shell, const std::string& key);
+    KeyRow& Count(std::uint64_t hash, bool shell, const std::string& key);
 
-    EventSink& m_inner;
     SensorSession& m_session;
     mutable std::mutex m_mutex;
     SecurityMonitor::RepeatSettings m_settings;
-    // The sensor's two caches (process steps, shell commands), fed the same keys; the slots
-    // tell which key a slot held before, so an eviction is seen.
+    std::uint64_t m_reconfigurations = 0;  // the session's count when the settings were read
+    // The sensor's two caches (process steps, shell commands), fed the same keys (the values
+    // do not matter); the slots tell which key a slot held before, so an eviction is seen.
     struct Cache {
         EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> counts;
         std::vector<std::optional<std::uint64_t>> slots = std::vector<std::optional<std::uint64_t>>(512);
     };
     Cache m_caches[2];
-    std::unordered_map<std::uint64_t, Entry> m_entries;            // by key hash
+    std::unordered_map<std::uint64_t, KeyRow> m_entries;           // by key hash
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_byCount;  // (delivered, key hash)
     std::unordered_set<std::uint64_t> m_distinct, m_atLimit;       // key hashes
     ForecastReport m_totals;
 };
 
-// The report on stderr: the busiest keys, then the totals.
-void PrintForecast(const ForecastReport& report);
-// The report as one JSON document.
-std::string ForecastJson(const ForecastReport& report);
+// The report as one JSON document in the file `json`, when given (throws std::runtime_error when
+// it cannot be written); with `rows`, that many of the busiest keys and the totals on stderr.
+void ShowForecast(ForecastReport report, std::optional<std::size_t> rows, const std::optional<std::string>& json);
 // Two reports of the same trace side by side: totals, then the keys whose reported events
 // differ most.
 void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows);

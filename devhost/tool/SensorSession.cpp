@@ -1,78 +1,222 @@
 #include "devhost/tool/SensorSession.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
+#include <vector>
 
 #include "devhost/EventRenderer.h"
-#include "devhost/tool/Console.h"
+#include "eil/json/RapidJson.h"
 
 namespace KALVO::DevHost::Tool {
 
 namespace {
 
-// The observation type ids of the sensor's three reports.
-ReportKind KindOf(const EventRecord& event) {
-    if (event.observations.empty()) return ReportKind::Other;
-    const std::string_view type = event.observations.front().typeId;
-    if (type == "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f") return ReportKind::Created;
-    if (type == "6e7f8c8a-9213-4020-aeb1-d8d608c63d78") return ReportKind::Exists;
-    if (type == "79c21e2a-95c3-48b3-9af6-c5327b6b5c73") return ReportKind::Shell;
-    return ReportKind::Other;
+namespace fs = std::filesystem;
+
+// The observation type ids of the sensor's three reports, in m_reported's order.
+constexpr std::string_view ReportTypes[] = {"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f", "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
+                                            "79c21e2a-95c3-48b3-9af6-c5327b6b5c73"};
+
+std::size_t ReportKindOf(const EventRecord& event) {
+    if (event.observations.empty()) return std::size(ReportTypes);
+    return std::find(std::begin(ReportTypes), std::end(ReportTypes), event.observations.front().typeId) - std::begin(ReportTypes);
+}
+
+// The sensor library next to the program (an installed pair), else the one built together
+// with it (a build tree).
+std::string DefaultPluginPath() {
+    std::vector<std::string> candidates;
+    std::error_code error;
+    if (const fs::path self = fs::read_symlink("/proc/self/exe", error); !error)
+        candidates.push_back((self.parent_path() / KALVO_PLUGIN_FILE_NAME).string());
+    candidates.emplace_back(KALVO_BUILT_PLUGIN);
+    for (const std::string& candidate : candidates)
+        if (fs::is_regular_file(candidate, error)) return candidate;
+    throw std::runtime_error(fmt::format("no sensor library found (looked for {}); name one with --plugin PATH",
+                                         fmt::join(candidates, ", ")));
+}
+
+// Where the host's storage lives between runs, so that a sensor restarted on the same machine
+// remembers the processes it has already reported (as an agent's own data directory does):
+// storage.sqlite3 in the directory, created when missing and checked to be writable.
+std::string StoragePath(const std::optional<std::string>& stateDir, bool keepState) {
+    if (!stateDir && !keepState) return HostStorage::InMemory;
+    std::string directory;
+    if (stateDir) {
+        directory = *stateDir;
+    } else if (char const* state = std::getenv("XDG_STATE_HOME"); state && state[0] == '/') {
+        directory = std::string(state) + "/kalvo-devhost";  // the XDG rule: a relative value is to be ignored
+    } else if (char const* home = std::getenv("HOME"); home && home[0] != '\0') {
+        directory = std::string(home) + "/.local/state/kalvo-devhost";
+    } else {
+        throw std::runtime_error("no state directory: neither XDG_STATE_HOME nor HOME is set; give one with --state DIR");
+    }
+    std::error_code error;
+    fs::create_directories(directory, error);
+    if (error) throw std::runtime_error("cannot create state directory " + directory + ": " + error.message());
+    if (!fs::is_directory(directory, error)) throw std::runtime_error("state directory " + directory + " is not a directory");
+    if (::access(directory.c_str(), W_OK | X_OK) != 0)
+        throw std::runtime_error("state directory " + directory + " is not writable: " + std::strerror(errno));
+    return (fs::path(directory) / "storage.sqlite3").string();
+}
+
+// The file's text once checked to be a JSON object (a UTF-8 byte-order mark allowed). Throws
+// std::runtime_error with a one-line message naming the file and the fault.
+std::string ReadConfigurationFile(const std::string& path) {
+    const auto fault = [&](const std::string& why) { return std::runtime_error("cannot read configuration " + path + ": " + why); };
+    std::error_code error;
+    if (fs::is_directory(path, error)) throw fault("it is a directory");
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw fault(std::strerror(errno));
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (file.bad()) throw fault("read error");
+
+    std::string_view json(text);
+    if (json.starts_with("\xEF\xBB\xBF")) json.remove_prefix(3);
+    EIL::RJ::Document document;
+    document.Parse<EIL::RJ::kParseIterativeFlag>(json.data(), json.size());
+    if (document.HasParseError()) {
+        throw std::runtime_error(fmt::format("configuration {} is not JSON: {} (offset {})", path,
+                                             EIL::RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset()));
+    }
+    if (!document.IsObject()) throw std::runtime_error("configuration " + path + " is not a JSON object");
+    return text;
+}
+
+std::optional<std::tuple<long long, long long, long long, unsigned long long>> StampOf(const std::optional<std::string>& path) {
+    struct stat status {};
+    if (!path || ::stat(path->c_str(), &status) != 0) return std::nullopt;
+    return std::tuple(static_cast<long long>(status.st_mtim.tv_sec), static_cast<long long>(status.st_mtim.tv_nsec),
+                      static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino));
+}
+
+std::uint64_t Sum(const auto& counts) {
+    std::uint64_t sum = 0;
+    for (const auto& count : counts) sum += count.load(std::memory_order_relaxed);
+    return sum;
 }
 
 }  // namespace
 
-SensorSession::SensorSession(SessionOptions options, LineOutput& events) {
-    m_host = std::make_unique<Host>(HostOptions{std::move(options.storagePath), std::move(options.configuration)});
-
-    // A run may last hours: the host keeps counts, not copies.
-    m_host->Logs().SetRetention(0);
-    m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, options.logThreshold);
-    m_host->Reports().SetRetention(0);
-    m_host->Filter().SetRetention(0);
-    m_host->Reports().SetListener([this, &events](const EventRecord& event) {
-        m_reported.Add(KindOf(event));
-        events.Write(RenderEventJson(event));
-    });
-    for (const FaultRule& rule : options.faults) m_host->Faults().Apply(rule);
-
-    m_plugin = std::make_unique<Plugin>(options.pluginPath, m_host->Root());
-}
+SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState,
+                             LineOutput* events)
+    : m_options(options),
+      m_events(events),
+      m_config(config),
+      m_pluginPath(options.plugin ? *options.plugin : DefaultPluginPath()),
+      m_hostOptions{StoragePath(options.stateDir, keepState), config ? ReadConfigurationFile(*config) : "{}"} {}
 
 SensorSession::~SensorSession() {
     Stop();
+    if (!m_plugin) return;
     UnloadFrom(*m_host, *m_plugin);
     m_host->Reports().SetListener({});
     if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0) {
-        Warn("the sensor did not give back " + std::to_string(outstanding) +
-             " host reference(s): " + m_host->DescribeOutstandingReferences());
+        Warn(fmt::format("the sensor did not give back {} host reference(s): {}", outstanding,
+                         m_host->DescribeOutstandingReferences()));
     }
 }
 
-void SensorSession::Start() {
-    std::lock_guard lock(m_lifecycle);
-    const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
-    if (code != Result::Success) {
-        throw std::runtime_error("the sensor's Start failed with code " + std::to_string(code) +
-                                 " (its log lines above say why)");
+void SensorSession::Start(SignalWatcher& signals) {
+    const std::string storage = m_hostOptions.storagePath;
+    try {
+        m_host = std::make_unique<Host>(std::move(m_hostOptions));
+    } catch (const std::runtime_error& error) {
+        // What the host throws while being built is its storage failing to open.
+        throw std::runtime_error("cannot open the storage " + storage + ": " + error.what());
     }
-    m_started = true;
+    // A run may last hours: the host keeps counts, not copies.
+    m_host->Logs().SetRetention(0);
+    m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, m_options.logThreshold);
+    m_host->Reports().SetRetention(0);
+    m_host->Filter().SetRetention(0);
+    m_host->Reports().SetListener([this](const EventRecord& event) {
+        m_reported[ReportKindOf(event)].fetch_add(1, std::memory_order_relaxed);
+        if (m_events) m_events->Write(RenderEventJson(event));
+    });
+    for (const FaultRule& rule : m_options.faults) m_host->Faults().Apply(rule);
+    m_plugin = std::make_unique<Plugin>(m_pluginPath, m_host->Root());
+    {
+        std::lock_guard lock(m_lifecycle);
+        const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
+        if (code != Result::Success)
+            throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
+        m_started = true;
+    }
+    m_stamp = StampOf(m_config);
+    m_signals = &signals;
+    signals.SetReloadHandler([this](bool signalled) { Reload(signalled); });
 }
 
 void SensorSession::Stop() {
+    // No reload after this, and none running: a reload waits for the lifecycle lock.
+    if (m_signals) m_signals->SetReloadHandler({});
+    m_signals = nullptr;
     std::lock_guard lock(m_lifecycle);
     if (!m_started) return;
     m_started = false;
     const Result::Code code = m_plugin->Package()->Stop(nullptr, 0);
-    if (code != Result::Success) Warn("the sensor's Stop answered code " + std::to_string(code));
+    if (code != Result::Success) Warn(fmt::format("the sensor's Stop answered code {}", code));
 }
 
-Result::Code SensorSession::Reconfigure(const std::optional<std::string>& text) {
-    std::lock_guard lock(m_lifecycle);
-    if (!m_started) return Result::Success;
-    if (text) m_host->Config().SetText(*text);
-    static constexpr std::string_view context = R"({"reason":"configuration"})";
-    return m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+void SensorSession::Reload(bool signalled) {
+    const auto stamp = StampOf(m_config);  // always nothing without a file
+    if (!signalled && stamp == m_stamp) return;
+    m_stamp = stamp;
+    try {
+        std::lock_guard lock(m_lifecycle);
+        if (m_config) m_host->Config().SetText(ReadConfigurationFile(*m_config));
+        static constexpr std::string_view context = R"({"reason":"configuration"})";
+        const Result::Code code = m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+        m_reconfigurations.fetch_add(1, std::memory_order_release);
+        Note(fmt::format("configuration {} served again; Synchronize answered {}", m_config.value_or("(none)"), code));
+    } catch (const std::exception& error) {
+        Warn(std::string(error.what()) + "; the sensor keeps its configuration");
+    }
+}
+
+void SensorSession::Deliver(const TraceEvent& event) {
+    MonitorRegistration& monitors = m_host->Monitors();
+    const auto process = m_host->MakeProcess(event.process);
+    switch (event.kind) {
+        case EventKind::Create:
+            monitors.DeliverProcessCreate(process, m_host->MakeProcess(event.parent.value_or(ProcessRecord{})));
+            break;
+        case EventKind::Exists: monitors.DeliverProcessExists(process); break;
+        case EventKind::Terminate: monitors.DeliverProcessTerminate(process); break;
+        case EventKind::Shell: monitors.DeliverShellCommand(process, event.command); break;
+    }
+    m_delivered[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
+}
+
+std::uint64_t SensorSession::Reported() const noexcept { return Sum(m_reported); }
+
+void SensorSession::PrintSummary() const {
+    const auto delivered = [this](EventKind kind) { return m_delivered[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); };
+    const auto reported = [this](std::size_t kind) { return m_reported[kind].load(std::memory_order_relaxed); };
+    Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", Sum(m_delivered),
+                     delivered(EventKind::Create), delivered(EventKind::Exists), delivered(EventKind::Terminate),
+                     delivered(EventKind::Shell)));
+    // Terminations are never reported: what the sensor held back is counted among the rest.
+    const std::uint64_t reportable = delivered(EventKind::Create) + delivered(EventKind::Exists) + delivered(EventKind::Shell);
+    const std::uint64_t filtered = m_host->Filter().Suppressed();
+    const std::uint64_t all = Reported();
+    Note(fmt::format("of {} reportable (create, exists, shell): filtered {}, suppressed {}, reported {} (created {}, exists {}, "
+                     "shell {})",
+                     reportable, filtered, reportable - std::min(reportable, filtered + all), all, reported(0), reported(1),
+                     reported(2)));
 }
 
 }  // namespace KALVO::DevHost::Tool

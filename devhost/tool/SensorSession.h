@@ -1,68 +1,90 @@
 // SensorSession: the sensor plug-in loaded into a stand-in host and driven as an agent drives
 // it: CreateInstance on load, Start, Synchronize when the configuration changes, Stop (which
-// saves the sensor's state), DestroyThis and unload. Reported events are written to stdout as
-// they arrive, one JSON object a line, and counted by observation type for the summary.
+// saves the sensor's state), DestroyThis and unload. The configuration is a file, served again
+// while the sensor runs whenever it changes (its modification time, size or inode, checked
+// every half second) or on SIGHUP, the way an agent pushes new configuration to its plug-ins;
+// a file that cannot be read or is not a JSON object is never served: at start-up that ends the
+// program, later it is a warning and the sensor keeps what it has. Events reach it the way the agent's event
+// provider hands them over, through the host's monitor registration with the host's own process
+// objects; what it reports is written out as it arrives, one JSON object a line. Both are
+// counted by kind for the run's summary.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
+#include <tuple>
 
-#include "devhost/FaultInjector.h"
-#include "host/LogSeverity.h"
 #include "devhost/Host.h"
 #include "devhost/Plugin.h"
-#include "devhost/tool/LineOutput.h"
-#include "devhost/tool/SensorFeed.h"
+#include "devhost/tool/Console.h"
+#include "devhost/tool/EventSink.h"
+#include "devhost/tool/SignalWatcher.h"
+#include "devhost/tool/ToolOptions.h"
 
 namespace KALVO::DevHost::Tool {
 
-struct SessionOptions {
-    std::string pluginPath;
-    std::string storagePath = HostStorage::InMemory;  // a database file, or ":memory:"
-    std::string configuration = "{}";
-    // Echo the sensor's log lines up to this severity.
-    std::uint32_t logThreshold = static_cast<std::uint32_t>(Logging::v0::Severity::Warn);
-    std::vector<FaultRule> faults;
-};
-
-// Reported events by the kind of their first observation.
-enum class ReportKind { Created, Exists, Shell, Other };
-inline constexpr std::size_t ReportKindCount = 4;
-
-class SensorSession {
+class SensorSession final : public EventSink {
 public:
-    // Builds the host (opening the storage) and loads the plug-in; `events` receives each
-    // reported event's line and is borrowed. Throws std::runtime_error (the storage) or
-    // PluginError, with a message for the user.
-    SensorSession(SessionOptions options, LineOutput& events);
+    // Finds what Start needs, so a mistake stops the program before anything runs: the plug-in
+    // (--plugin, else the library next to the program, else the one built with it), the host's
+    // storage (in --state, else where `keepState` in the default state directory, else in
+    // memory) and the configuration file `config`, read. `options` and `events` (when given, it
+    // receives each reported event's line) are borrowed. Throws std::runtime_error with a
+    // message for the user.
+    SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState, LineOutput* events);
     // Stops the sensor if it runs, then unloads it; warns when it kept host references.
-    ~SensorSession();
+    ~SensorSession() override;
 
     SensorSession(const SensorSession&) = delete;  // owns the host and the plug-in
     SensorSession& operator=(const SensorSession&) = delete;
 
-    // Throws std::runtime_error naming the code when Start fails.
-    void Start();
+    // Builds the host (opening the storage), loads the plug-in and starts the sensor; serves the
+    // configuration again (on the thread of `signals`, which is borrowed) until Stop. Throws
+    // std::runtime_error (PluginError among them, or naming the code when Start fails).
+    void Start(SignalWatcher& signals);
     void Stop();
-    // Serves `text` (when given) as the configuration and tells the sensor with Synchronize
-    // {"reason":"configuration"}; returns the sensor's code. Any thread; lifecycle calls are
-    // serialised, and one after Stop does nothing.
-    Result::Code Reconfigure(const std::optional<std::string>& text);
 
-    Host& GetHost() noexcept { return *m_host; }
-    std::uint64_t Reported(ReportKind kind) const noexcept { return m_reported.Of(kind); }
-    std::uint64_t Reported() const noexcept { return m_reported.Total(); }
+    // Any thread, concurrently: the host delivers on the caller's thread.
+    void Deliver(const TraceEvent& event) override;
+
+    Host& GetHost() noexcept { return *m_host; }  // once started
+    // Reported events of every kind.
+    std::uint64_t Reported() const noexcept;
+    // How many times the configuration was served again: a change tells a reader of the
+    // settings to read them again, as the sensor did.
+    std::uint64_t Reconfigurations() const noexcept { return m_reconfigurations.load(std::memory_order_acquire); }
+    // On stderr: the events delivered by kind, and of those the sensor could report how many
+    // the host filtered, the sensor held back and the sensor reported. Once the events are in.
+    void PrintSummary() const;
 
 private:
+    // Synchronize {"reason":"configuration"}, with the file read again, when it changed or when
+    // `signalled` (SIGHUP).
+    void Reload(bool signalled);
+
+    const ToolOptions& m_options;
+    LineOutput* m_events;
+    std::optional<std::string> m_config;  // the configuration file
+    std::string m_pluginPath;
+    HostOptions m_hostOptions;  // until Start builds the host
     std::unique_ptr<Host> m_host;
     std::unique_ptr<Plugin> m_plugin;
     std::mutex m_lifecycle;  // one lifecycle call at a time, as the agent makes them
     bool m_started = false;  // guarded by m_lifecycle
-    KindCounts<ReportKind, ReportKindCount> m_reported;
+    SignalWatcher* m_signals = nullptr;  // serving reloads, between Start and Stop
+    // The configuration file's modification time (seconds, nanoseconds), size and inode as last
+    // seen (nothing: no file); a change serves it again. The reloading thread's only.
+    std::optional<std::tuple<long long, long long, long long, unsigned long long>> m_stamp;
+    std::atomic<std::uint64_t> m_reconfigurations{0};
+    // Counters only (relaxed): events delivered by EventKind, and reported by the kind of their
+    // first observation (created, exists, shell, other).
+    std::array<std::atomic<std::uint64_t>, EventKindCount> m_delivered{};
+    std::array<std::atomic<std::uint64_t>, 4> m_reported{};
 };
 
 }  // namespace KALVO::DevHost::Tool

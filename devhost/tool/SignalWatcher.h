@@ -4,9 +4,14 @@
 // once, for a user whose clean stop hangs.
 #pragma once
 
+#include <pthread.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
+#include <ctime>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -19,31 +24,81 @@ public:
 
     // Blocks the three signals in the calling thread, and so in every thread it starts later,
     // then starts the watching thread. Construct it before any other thread exists.
-    SignalWatcher();
+    SignalWatcher() {
+        const sigset_t set = WatchedSignals();
+        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+        m_thread = std::thread([this] { Watch(); });
+    }
     // Stops the watching thread; the signals stay blocked.
-    ~SignalWatcher();
+    ~SignalWatcher() {
+        m_exit.store(true, std::memory_order_release);
+        m_thread.join();
+    }
 
     SignalWatcher(const SignalWatcher&) = delete;  // owns a thread
     SignalWatcher& operator=(const SignalWatcher&) = delete;
 
     bool StopRequested() const noexcept { return m_stop.load(std::memory_order_acquire); }
-    void RequestStop();
+    void RequestStop() {
+        {
+            std::lock_guard lock(m_sleepMutex);
+            m_stop.store(true, std::memory_order_release);
+        }
+        m_wake.notify_all();
+    }
     // Sleeps until `deadline` or a stop request, whichever comes first; true on a stop request.
-    bool SleepUntil(Clock::time_point deadline);
+    bool SleepUntil(Clock::time_point deadline) {
+        std::unique_lock lock(m_sleepMutex);
+        return m_wake.wait_until(lock, deadline, [this] { return StopRequested(); });
+    }
 
-    // Runs `handler` on the watching thread for each SIGHUP (empty: none). Returns only once no
-    // call of the previous handler is running, so the handler's objects may go right after.
-    void SetReloadHandler(std::function<void()> handler);
+    // Runs `handler` on the watching thread at each SIGHUP with true, and with false every half
+    // second, for a check of whether the configuration changed (empty: none). Returns only once
+    // no call of the previous handler is running, so the handler's objects may go right after.
+    // A handler keeps this thread from signals while it runs, so it must be quick.
+    void SetReloadHandler(std::function<void(bool signalled)> handler) {
+        std::lock_guard lock(m_handlerMutex);
+        m_reload = std::move(handler);
+    }
 
 private:
-    void Watch();
+    static sigset_t WatchedSignals() {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGINT);
+        sigaddset(&set, SIGTERM);
+        sigaddset(&set, SIGHUP);
+        return set;
+    }
+
+    void Watch() {
+        const sigset_t set = WatchedSignals();
+        // A short wait, so the destructor is never kept waiting for a signal that does not come.
+        const timespec timeout{0, 200'000'000};
+        Clock::time_point nextCheck = Clock::now();
+        while (!m_exit.load(std::memory_order_acquire)) {
+            const int signal = ::sigtimedwait(&set, nullptr, &timeout);
+            if (signal == SIGINT || signal == SIGTERM) {
+                if (StopRequested()) {
+                    static constexpr char message[] = "kalvo-devhost: second signal: exiting without stopping the sensor\n";
+                    (void)!::write(STDERR_FILENO, message, sizeof message - 1);
+                    ::_exit(128 + signal);
+                }
+                RequestStop();
+            } else if (signal == SIGHUP || Clock::now() >= nextCheck) {
+                nextCheck = Clock::now() + std::chrono::milliseconds(500);
+                std::lock_guard lock(m_handlerMutex);
+                if (m_reload) m_reload(signal == SIGHUP);
+            }
+        }
+    }
 
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_exit{false};
     std::mutex m_sleepMutex;  // pairs with m_wake
     std::condition_variable m_wake;
     std::mutex m_handlerMutex;  // guards m_reload and is held while it runs
-    std::function<void()> m_reload;
+    std::function<void(bool signalled)> m_reload;
     std::thread m_thread;
 };
 

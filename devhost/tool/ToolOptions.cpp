@@ -1,9 +1,11 @@
 #include "devhost/tool/ToolOptions.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <charconv>
 #include <cmath>
+#include <map>
 #include <string_view>
 
 #include "devhost/tool/KeyForecast.h"
@@ -12,41 +14,28 @@ namespace KALVO::DevHost::Tool {
 
 namespace {
 
+// `text` as a whole number from `low` to `high`, else nothing.
 template <class T>
-std::optional<T> ParseWhole(std::string_view text) {
+std::optional<T> Whole(std::string_view text, T low, T high) {
     T value{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+    if (text.empty() || error != std::errc() || end != text.data() + text.size() || value < low || value > high) return std::nullopt;
     return value;
 }
 
-std::uint32_t ParseLogLevel(std::string_view text) {
-    using Logging::v0::Severity;
-    if (text == "error") return static_cast<std::uint32_t>(Severity::Error);
-    if (text == "warn" || text == "warning") return static_cast<std::uint32_t>(Severity::Warn);
-    if (text == "info") return static_cast<std::uint32_t>(Severity::Info);
-    if (text == "trace") return static_cast<std::uint32_t>(Severity::Trace);
-    if (const auto number = ParseWhole<std::uint32_t>(text); number && *number <= 7) return *number;
-    throw CLI::ValidationError("--log-level", "'" + std::string(text) + "' is not error, warn, info, trace or a number 0-7");
-}
-
-// An option's value checked by `parse`, which throws CLI::ValidationError with the reason.
+// An option whose value `parse` checks and stores; when it returns false, the message is
+// "'VALUE' is not `what`".
 template <class Parse>
-CLI::Option* AddChecked(CLI::App& app, const std::string& name, const std::string& text, Parse parse) {
-    return app.add_option_function<std::string>(name, [name, parse](const std::string& value) {
-        try {
-            parse(value);
-        } catch (const CLI::ValidationError&) {
-            throw;
-        } catch (const std::exception& error) {
-            throw CLI::ValidationError(name, error.what());
-        }
-    }, text);
+CLI::Option* AddChecked(CLI::App& app, const std::string& name, const std::string& what, Parse parse) {
+    return app.add_option_function<std::string>(name, [name, what, parse](const std::string& value) {
+        if (!parse(value)) throw CLI::ValidationError(name, fmt::format("'{}' is not {}", value, what));
+    });
 }
 
 }  // namespace
 
 ToolOptions ParseToolOptions(int argc, char const* const* argv) {
+    using Logging::v0::Severity;
     ToolOptions options;
     CLI::App app{"kalvo-devhost"};
     app.set_help_flag();  // the usage text is our own
@@ -56,12 +45,18 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     app.fallthrough();
     app.add_option("--plugin", options.plugin);
     app.add_option("--config", options.config);
-    AddChecked(app, "--state", "", [&](const std::string& value) {
-        if (value.empty()) throw CLI::ValidationError("--state", "the directory name is empty");
-        options.stateDir = value;
+    app.add_option("--state", options.stateDir)->check([](const std::string& value) {
+        return value.empty() ? "the directory name is empty" : "";
     });
-    AddChecked(app, "--log-level", "", [&](const std::string& value) { options.logThreshold = ParseLogLevel(value); });
-    AddChecked(app, "--fail", "", [&](const std::string& rule) {
+    AddChecked(app, "--log-level", "error, warn, info, trace or a number 0-7", [&](const std::string& text) {
+        const std::map<std::string, Severity> names = {
+            {"error", Severity::Error}, {"warn", Severity::Warn}, {"warning", Severity::Warn}, {"info", Severity::Info}, {"trace", Severity::Trace}};
+        const auto named = names.find(text);
+        const auto level = named != names.end() ? static_cast<std::uint32_t>(named->second) : Whole<std::uint32_t>(text, 0, 7);
+        options.logThreshold = level.value_or(options.logThreshold);
+        return level.has_value();
+    });
+    app.add_option_function<std::string>("--fail", [&](const std::string& rule) {
         try {
             options.faults.push_back(ParseFaultRule(rule));
         } catch (const std::invalid_argument& error) {
@@ -75,47 +70,40 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     CLI::App* health = app.add_subcommand("health");
     CLI::App* helpCommand = app.add_subcommand("help");
     for (CLI::App* machine : {live, record}) {
-        AddChecked(*machine, "--duration", "", [&](const std::string& text) {
+        AddChecked(*machine, "--duration", "a positive number of seconds", [&](const std::string& text) {
             std::size_t used = 0;
-            double seconds = 0;
             try {
-                seconds = std::stod(text, &used);
+                options.duration = std::stod(text, &used);
             } catch (const std::exception&) {
-                used = 0;
+                return false;
             }
-            if (used != text.size() || !std::isfinite(seconds) || seconds <= 0 || seconds > 1e9)
-                throw std::invalid_argument("'" + text + "' is not a positive number of seconds");
-            options.duration = seconds;
+            return used == text.size() && std::isfinite(*options.duration) && *options.duration > 0 && *options.duration <= 1e9;
         });
-        AddChecked(*machine, "--tree", "", [&](const std::string& text) {
-            const auto pid = ParseWhole<std::uint64_t>(text);
-            if (!pid || *pid == 0) throw std::invalid_argument("'" + text + "' is not a process id");
-            options.treeRoot = *pid;
+        AddChecked(*machine, "--tree", "a process id", [&](const std::string& text) {
+            options.treeRoot = Whole<std::uint64_t>(text, 1, UINT64_MAX);
+            return options.treeRoot.has_value();
         });
-        AddChecked(*machine, "--source", "", [&](const std::string& text) {
-            const std::pair<char const*, LiveSourceKind> kinds[] = {
+        AddChecked(*machine, "--source", "bpf, netlink or poll", [&](const std::string& text) {
+            const std::map<std::string, LiveSourceKind> kinds = {
                 {"bpf", LiveSourceKind::Bpf}, {"netlink", LiveSourceKind::Netlink}, {"poll", LiveSourceKind::Poll}};
-            for (const auto& [name, kind] : kinds)
-                if (text == name) return void(options.source = kind);
-            throw std::invalid_argument("'" + text + "' is not bpf, netlink or poll");
+            const auto kind = kinds.find(text);
+            if (kind != kinds.end()) options.source = kind->second;
+            return kind != kinds.end();
         });
         machine->add_flag_callback("--poll", [&] { options.source = LiveSourceKind::Poll; });
     }
     record->add_option("--output", options.output);
     replay->add_option("trace", options.trace, "the trace, - for stdin")->required();
-    AddChecked(*replay, "--threads", "", [&](const std::string& text) {
-        const auto threads = ParseWhole<unsigned>(text);
-        if (!threads || *threads < 1 || *threads > 256) throw std::invalid_argument("'" + text + "' is not a number from 1 to 256");
-        options.threads = *threads;
+    AddChecked(*replay, "--threads", "a number from 1 to 256", [&](const std::string& text) {
+        options.threads = Whole(text, 1u, 256u).value_or(0);
+        return options.threads != 0;
     });
     replay->add_option("--compare", options.compare);
     for (CLI::App* sensor : {live, replay}) {
         // The count is optional: "--keys 5", "--keys=5" or "--keys" alone (the default rows).
-        AddChecked(*sensor, "--keys", "", [&](const std::string& text) {
-            const auto rows = text.empty() ? std::optional<std::size_t>(KeyForecast::DefaultRows) : ParseWhole<std::size_t>(text);
-            if (!rows || *rows < 1 || *rows > KeyForecast::KeyCapacity)
-                throw std::invalid_argument("'" + text + "' is not a number from 1 to " + std::to_string(KeyForecast::KeyCapacity));
-            options.keys = *rows;
+        AddChecked(*sensor, "--keys", fmt::format("a number from 1 to {}", KeyForecast::KeyCapacity), [&](const std::string& text) {
+            options.keys = text.empty() ? KeyForecast::DefaultRows : Whole<std::size_t>(text, 1, KeyForecast::KeyCapacity);
+            return options.keys.has_value();
         })->expected(0, 1)->default_str("");
         sensor->add_option("--keys-json", options.keysJson);
     }
@@ -124,19 +112,15 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (help) return options;  // Command::Help
+        if (help) return options;  // --help
         throw UsageError(std::string(error.what()) + " (see --help)");
     }
     if (help || helpCommand->parsed()) return options;
     const std::pair<CLI::App*, Command> commands[] = {
         {live, Command::Live}, {record, Command::Record}, {replay, Command::Replay}, {health, Command::Health}};
-    bool given = false;
-    for (const auto& [subcommand, command] : commands) {
-        if (!subcommand->parsed()) continue;
-        options.command = command;
-        given = true;
-    }
-    if (!given) throw UsageError("no command given: live, record, replay or health (see --help)");
+    for (const auto& [subcommand, command] : commands)
+        if (subcommand->parsed()) options.command = command;
+    if (options.command == Command::Help) throw UsageError("no command given: live, record, replay or health (see --help)");
     if (options.command == Command::Record) {
         for (char const* name : {"--plugin", "--config", "--state", "--log-level", "--fail"})
             if (app.count(name) != 0) options.ignored.emplace_back(name);
@@ -144,7 +128,7 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     return options;
 }
 
-std::string UsageText(const std::string& defaultPlugin) {
+std::string UsageText() {
     return R"(Usage: kalvo-devhost COMMAND [OPTIONS]
 
 Runs the kalvo.securitymonitor sensor plug-in inside the stand-in host, as the agent would,
@@ -162,7 +146,7 @@ Commands:
 
 Options:
   --plugin PATH        the sensor library (default: the one next to this program, else
-                       )" + defaultPlugin + R"()
+                       )" KALVO_BUILT_PLUGIN R"()
   --config FILE        the configuration the host serves the sensor (a JSON object); served
                        again, with Synchronize {"reason":"configuration"}, when the file
                        changes or on SIGHUP

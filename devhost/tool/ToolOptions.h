@@ -46,7 +46,7 @@ struct ToolOptions {
 // Parses argv[1..]. Throws UsageError.
 ToolOptions ParseToolOptions(int argc, char const* const* argv);
 
-// The --help text; `defaultPlugin` is named in it.
-std::string UsageText(const std::string& defaultPlugin);
+// The --help text.
+std::string UsageText();
 
 }  // namespace KALVO::DevHost::Tool

@@ -1,16 +1,178 @@
 // kalvo-devhost: runs the sensor plug-in under the stand-in host against this machine's
-// processes or a recorded trace, so a person sees what it reports and what it holds back.
+// processes or a recorded trace, so a person sees what it reports and what it holds back. The
+// four commands each return the program's exit status, and throw std::exception with a
+// one-line message for the user when they cannot do their work.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstring>
 #include <exception>
+#include <functional>
 #include <iostream>
+#include <optional>
+#include <stdexcept>
 #include <string>
 
-#include "devhost/Plugin.h"
-#include "devhost/tool/Commands.h"
 #include "devhost/tool/Console.h"
-#include "devhost/tool/PluginLocation.h"
+#include "devhost/tool/KeyForecast.h"
+#include "devhost/tool/LiveSource.h"
+#include "devhost/tool/SensorSession.h"
 #include "devhost/tool/SignalWatcher.h"
 #include "devhost/tool/ToolOptions.h"
+#include "devhost/tool/TraceFormat.h"
+#include "eil/core/ScopeGuard.h"
+
+namespace KALVO::DevHost::Tool {
+namespace {
+
+using Clock = SignalWatcher::Clock;
+
+// The routing key under which the sensor answers the agent's health check.
+constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
+
+// For the output of events: asks for a stop once it cannot be written (a closed pipe), since
+// nobody sees what would follow.
+std::function<void()> StopOnFailure(SignalWatcher& signals) {
+    return [&signals] {
+        if (signals.StopRequested()) return;
+        Warn("stdout is closed; stopping");
+        signals.RequestStop();
+    };
+}
+
+// Writes each event as a trace line, and counts what was written by kind.
+class TraceWriter final : public EventSink {
+public:
+    explicit TraceWriter(LineOutput& output) noexcept : m_output(output) {}
+    void Deliver(const TraceEvent& event) override {
+        m_output.Write(FormatTraceLine(event));
+        if (!m_output.Failed()) m_written[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
+    }
+    std::uint64_t Written(EventKind kind) const noexcept { return m_written[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); }
+
+private:
+    LineOutput& m_output;
+    std::array<std::atomic<std::uint64_t>, EventKindCount> m_written{};  // counters only: relaxed
+};
+
+std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
+    if (!options.duration) return std::nullopt;
+    return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*options.duration));
+}
+
+// Runs the sensor on the events `drive` delivers. With `rows`, they pass through a forecast,
+// whose report of that many keys is returned.
+std::optional<ForecastReport> RunSensor(SensorSession& session, std::optional<std::size_t> rows, SignalWatcher& signals,
+                                        const std::function<void(EventSink&)>& drive) {
+    session.Start(signals);
+    std::optional<KeyForecast> forecast;
+    if (rows) forecast.emplace(session);
+    drive(forecast ? static_cast<EventSink&>(*forecast) : session);
+    session.Stop();
+    return forecast ? std::optional(forecast->Report(*rows)) : std::nullopt;
+}
+
+void NoteLiveStatistics(const LiveSource& source) {
+    const LiveStatistics statistics = source.Statistics();
+    if (statistics.missed != 0)
+        Note(std::to_string(statistics.missed) + " new program(s) ended before they could be read");
+    if (statistics.overflows != 0)
+        Warn("the kernel dropped process events " + std::to_string(statistics.overflows) + " time(s): this reader fell behind");
+    const auto& lost = statistics.lost;
+    if (lost[0] + lost[1] + lost[2] + lost[3] != 0)
+        Warn("the kernel could not hand over " + std::to_string(lost[0]) + " exec, " + std::to_string(lost[1]) + " fork, " +
+             std::to_string(lost[2]) + " exit and " + std::to_string(lost[3]) + " shell line event(s)");
+    if (statistics.truncatedArguments + statistics.truncatedLines != 0)
+        Note("truncated: " + std::to_string(statistics.truncatedArguments) +
+             " creation(s) whose command line or path was longer than read at the exec and ended before /proc could"
+             " complete it, " + std::to_string(statistics.truncatedLines) + " shell line(s) longer than 64 KiB");
+}
+
+int RunLive(const ToolOptions& options, SignalWatcher& signals) {
+    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
+    SensorSession session(options, options.config, true, &events);
+    LiveSource source(LiveOptions{options.source, options.treeRoot});
+    Note(source.Description());
+    const bool forecasting = options.keys || options.keysJson;
+    const std::optional<ForecastReport> report =
+        RunSensor(session, forecasting ? options.keys.value_or(KeyForecast::DefaultRows) : std::optional<std::size_t>(),
+                  signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
+    NoteLiveStatistics(source);
+    session.PrintSummary();
+    if (report) ShowForecast(*report, options.keys, options.keysJson);
+    return 0;
+}
+
+int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
+    for (const std::string& name : options.ignored) Warn(name + " has no effect on record, which runs no sensor");
+    const int fd = options.output ? ::open(options.output->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : STDOUT_FILENO;
+    if (fd < 0) throw std::runtime_error(fmt::format("cannot write trace {}: {}", *options.output, std::strerror(errno)));
+    const auto closer = EIL::Core::MakeScopeExit([fd] {
+        if (fd != STDOUT_FILENO) ::close(fd);
+    });
+    LineOutput lines(fd, StopOnFailure(signals));
+    TraceWriter writer(lines);
+    LiveSource source(LiveOptions{options.source, options.treeRoot});
+    Note(source.Description());
+    source.Run(writer, signals, DeadlineOf(options));
+
+    NoteLiveStatistics(source);
+    const auto count = [&](EventKind kind) { return writer.Written(kind); };
+    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}",
+                     count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) + count(EventKind::Shell),
+                     count(EventKind::Create), count(EventKind::Exists), count(EventKind::Terminate), count(EventKind::Shell)));
+    return lines.Failed() && options.output ? 1 : 0;
+}
+
+int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
+    if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
+    const bool forecasting = options.keys || options.keysJson || options.compare;
+    const std::size_t rows = options.keys.value_or(KeyForecast::DefaultRows);
+    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
+
+    const auto replay = [&](const std::optional<std::string>& config) {
+        // Both runs of a comparison show their forecasts only; their reports would interleave.
+        SensorSession session(options, config, false, options.compare ? nullptr : &events);
+        std::uint64_t skipped = 0;
+        std::optional<ForecastReport> report =
+            RunSensor(session, forecasting ? (options.compare ? KeyForecast::KeyCapacity : rows) : std::optional<std::size_t>(),
+                      signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
+        if (config) Note("configuration " + *config + ":");
+        if (skipped != 0) Note(fmt::format("skipped {} malformed line(s) of the trace", skipped));
+        session.PrintSummary();
+        return report;
+    };
+
+    const std::optional<ForecastReport> first = replay(options.config);
+    if (!options.compare) {
+        if (first) ShowForecast(*first, options.keys, options.keysJson);
+        return 0;
+    }
+    PrintComparison(*first, *replay(options.compare), rows);
+    return 0;
+}
+
+int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
+    LineOutput out(STDOUT_FILENO);
+    SensorSession session(options, options.config, false, &out);
+    session.Start(signals);
+    std::string answer;
+    const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
+    if (!answer.empty()) out.Write(answer);
+    out.Write(fmt::format("code {}", code));
+    session.Stop();
+    return code == Result::Success ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace KALVO::DevHost::Tool
 
 using namespace KALVO::DevHost::Tool;
 
@@ -20,8 +182,7 @@ int main(int argc, char** argv) {
     try {
         const ToolOptions options = ParseToolOptions(argc, argv);
         if (options.command == Command::Help) {
-            const std::vector<std::string> candidates = PluginCandidates();
-            std::cout << UsageText(candidates.back());
+            std::cout << UsageText();
             return 0;
         }
         // Before any other thread, so every thread inherits the blocked signals.
@@ -30,7 +191,7 @@ int main(int argc, char** argv) {
             case Command::Live: return RunLive(options, signals);
             case Command::Record: return RunRecord(options, signals);
             case Command::Replay: return RunReplay(options, signals);
-            case Command::Health: return RunHealth(options);
+            case Command::Health: return RunHealth(options, signals);
             case Command::Help: break;
         }
         return 0;

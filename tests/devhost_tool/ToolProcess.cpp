@@ -16,8 +16,6 @@ extern char** environ;
 namespace KALVO::Testing {
 
 ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
-    // A child that ended early must fail a write, not kill the test.
-    ::signal(SIGPIPE, SIG_IGN);
     // A cross build runs the tool through its emulator, whose words are separated by '|'.
     std::vector<std::string> words;
     const std::string launcher = KALVO_TOOL_LAUNCHER;
@@ -31,12 +29,11 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
     for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
 
-    int in[2], out[2], err[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0)
-        throw std::system_error(errno, std::generic_category(), "pipe2");
+    int out[2], err[2];
+    if (::pipe2(out, O_CLOEXEC) != 0 || ::pipe2(err, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe2");
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err[1], 2);
     // The child gets default signal handling and nothing blocked, whatever the test runner has.
@@ -51,10 +48,8 @@ ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
     const int spawned = ::posix_spawn(&m_pid, argv[0], &actions, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
-    ::close(in[0]);
     ::close(out[1]);
     ::close(err[1]);
-    m_in = in[1];
     m_outFd = out[0];
     m_errFd = err[0];
     if (spawned != 0) {
@@ -68,7 +63,7 @@ ToolProcess::~ToolProcess() {
         ::kill(m_pid, SIGKILL);
         ::waitpid(m_pid, nullptr, 0);
     }
-    for (int fd : {m_in, m_outFd, m_errFd}) if (fd >= 0) ::close(fd);
+    for (int fd : {m_outFd, m_errFd}) if (fd >= 0) ::close(fd);
 }
 
 bool ToolProcess::Pump(int timeoutMs) {
@@ -90,25 +85,6 @@ bool ToolProcess::Pump(int timeoutMs) {
     return true;
 }
 
-void ToolProcess::Write(std::string_view text) {
-    while (!text.empty()) {
-        pollfd fd{m_in, POLLOUT, 0};
-        if (::poll(&fd, 1, 0) <= 0) {
-            Pump(10);
-            continue;
-        }
-        const ssize_t written = ::write(m_in, text.data(), text.size());
-        if (written < 0 && errno == EPIPE) return;  // the tool ended; its status tells why
-        if (written < 0 && errno != EINTR && errno != EAGAIN) throw std::system_error(errno, std::generic_category(), "write to the tool");
-        if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
-    }
-}
-
-void ToolProcess::CloseInput() {
-    if (m_in >= 0) ::close(m_in);
-    m_in = -1;
-}
-
 bool ToolProcess::WaitFor(const Ready& ready, std::chrono::seconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (!ready(m_out, m_err)) {
@@ -121,7 +97,6 @@ bool ToolProcess::WaitFor(const Ready& ready, std::chrono::seconds timeout) {
 void ToolProcess::Signal(int signal) { ::kill(m_pid, signal); }
 
 int ToolProcess::Finish(std::chrono::seconds timeout) {
-    CloseInput();
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     bool killed = false;
     while (!killed && Pump(50)) killed = std::chrono::steady_clock::now() >= deadline && ::kill(m_pid, SIGKILL) == 0;
@@ -132,9 +107,8 @@ int ToolProcess::Finish(std::chrono::seconds timeout) {
     return m_status;
 }
 
-ToolRun RunTool(const std::vector<std::string>& arguments, std::string_view input) {
+ToolRun RunTool(const std::vector<std::string>& arguments) {
     ToolProcess tool(arguments);
-    tool.Write(input);
     const int status = tool.Finish();
     return ToolRun{status, tool.Out(), tool.Err()};
 }

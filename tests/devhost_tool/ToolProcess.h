@@ -1,5 +1,5 @@
-// ToolProcess: the built kalvo-devhost run as a child process with its three standard streams
-// on pipes, so a test can feed it, watch its output as it comes, signal it, and collect its
+// ToolProcess: the built kalvo-devhost run as a child process with its output on pipes (and
+// nothing on stdin), so a test can watch its output as it comes, signal it, and collect its
 // exit status. Cross builds run it through their emulator.
 #pragma once
 
@@ -8,7 +8,6 @@
 #include <chrono>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace KALVO::Testing {
@@ -24,17 +23,13 @@ public:
     ToolProcess(const ToolProcess&) = delete;
     ToolProcess& operator=(const ToolProcess&) = delete;
 
-    // Writes to the child's stdin, reading its output meanwhile so neither side can block.
-    void Write(std::string_view text);
-    void CloseInput();
     // Reads output until `ready` holds or `timeout` passes; returns whether it holds.
     bool WaitFor(const Ready& ready, std::chrono::seconds timeout = std::chrono::seconds(60));
     void Signal(int signal);
-    // Closes stdin, reads until the child ends, and returns its exit status (128 + the signal
-    // when a signal ended it; -1 when it had to be killed after `timeout`).
+    // Reads until the child ends, and returns its exit status (128 + the signal when a signal
+    // ended it; -1 when it had to be killed after `timeout`).
     int Finish(std::chrono::seconds timeout = std::chrono::seconds(120));
 
-    pid_t Pid() const noexcept { return m_pid; }
     const std::string& Out() const noexcept { return m_out; }
     const std::string& Err() const noexcept { return m_err; }
 
@@ -43,7 +38,6 @@ private:
     bool Pump(int timeoutMs);
 
     pid_t m_pid = -1;
-    int m_in = -1;
     int m_outFd = -1;
     int m_errFd = -1;
     std::string m_out;
@@ -57,7 +51,7 @@ struct ToolRun {
     std::string err;
 };
 
-// Runs the tool to its end with `input` on stdin.
-ToolRun RunTool(const std::vector<std::string>& arguments, std::string_view input = {});
+// Runs the tool to its end.
+ToolRun RunTool(const std::vector<std::string>& arguments);
 
 }  // namespace KALVO::Testing
