@@ -140,22 +140,6 @@ void ShowForecast(const ToolOptions& options, ForecastReport report) {
     }
 }
 
-void NoteLiveStatistics(const LiveSource& source) {
-    const LiveStatistics statistics = source.Statistics();
-    if (statistics.missed != 0)
-        Note(std::to_string(statistics.missed) + " new program(s) ended before they could be read");
-    if (statistics.overflows != 0)
-        Warn("the kernel dropped process events " + std::to_string(statistics.overflows) + " time(s): this reader fell behind");
-    const auto& lost = statistics.lost;
-    if (lost[0] + lost[1] + lost[2] + lost[3] != 0)
-        Warn("the kernel could not hand over " + std::to_string(lost[0]) + " exec, " + std::to_string(lost[1]) + " fork, " +
-             std::to_string(lost[2]) + " exit and " + std::to_string(lost[3]) + " shell line event(s)");
-    if (statistics.truncatedArguments + statistics.truncatedLines != 0)
-        Note("truncated: " + std::to_string(statistics.truncatedArguments) +
-             " creation(s) whose command line or path was longer than read at the exec and ended before /proc could"
-             " complete it, " + std::to_string(statistics.truncatedLines) + " shell line(s) longer than 64 KiB");
-}
-
 }  // namespace
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
@@ -174,7 +158,7 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
         WatchedSink sink(forecast ? static_cast<EventSink&>(*forecast) : feed, events, signals);
         source.Run(sink, signals, DeadlineOf(options));
         session->Stop();
-        NoteLiveStatistics(source);
+        source.NoteStatistics();
         PrintSummary(feed, *session, session->GetHost());
         if (forecast) ShowForecast(options, forecast->Report(options.keys.value_or(KeyForecast::DefaultRows)));
     }
@@ -203,7 +187,7 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
     WatchedSink sink(writer, lines, signals);
     source.Run(sink, signals, DeadlineOf(options));
 
-    NoteLiveStatistics(source);
+    source.NoteStatistics();
     const auto count = [&](EventKind kind) { return writer.Written(kind); };
     Note("recorded " +
          std::to_string(count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) +

@@ -2,11 +2,10 @@
 // /proc. A process's uid joins the boot id, the pid and the start time, so it stays the same for
 // the whole life of the process and differs for a later process given the same pid.
 //
-// Thread-safe after construction; every read may find the process already gone.
+// One thread only; every read may find the process already gone.
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -18,11 +17,10 @@ namespace KALVO::DevHost::Tool {
 
 // What /proc/PID/stat says of a process.
 struct ProcStat {
-    std::uint64_t pid = 0;
     std::uint64_t parentPid = 0;
     std::uint64_t startTicks = 0;  // clock ticks after boot
-    char state = '?';              // 'R', 'S', 'Z', ...
-    bool kernelThread = false;
+    std::string uid;               // see ProcessUid
+    bool runsProgram = false;      // neither a kernel thread nor a zombie
 };
 
 // The command line of an argument vector as it lies in memory: the arguments joined by spaces.
@@ -48,17 +46,13 @@ public:
     // without reading /proc: the uid, the user's name and the start time made as above.
     ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::uint64_t userId) const;
 
-    std::string UidOf(const ProcStat& stat) const;
-    const std::string& BootId() const noexcept { return m_bootId; }
-
 private:
     std::string UserName(std::uint64_t userId) const;
 
     std::string m_bootId;
-    std::uint64_t m_bootTime = 0;       // seconds since the epoch
+    std::uint64_t m_bootTime = 0;  // seconds since the epoch
     std::uint64_t m_ticksPerSecond = 100;
-    mutable std::mutex m_usersMutex;    // guards m_users
-    mutable std::unordered_map<std::uint64_t, std::string> m_users;
+    mutable std::unordered_map<std::uint64_t, std::string> m_users;  // names by user id, as looked up
 };
 
 }  // namespace KALVO::DevHost::Tool

@@ -1,6 +1,5 @@
 // ProcessTracker: turns what is known of this machine's processes (a scan of /proc, the
-// kernel's exec and exit notices, successive scans, or the BPF source's records) into the
-// host's process events: every running process once as "exists", each new program as "create"
+// kernel's records of execs, forks and exits, or successive scans) into the host's process events: every running process once as "exists", each new program as "create"
 // with its parent's record, the end of each process it announced as "terminate", and the lines
 // shells received as "shell".
 //
@@ -28,40 +27,34 @@ public:
 
     // Announces every process running now as existing; returns how many.
     std::size_t ScanExisting();
-    // The process `pid` started a new program: announced as created by its parent.
-    void OnExec(std::uint64_t pid);
-    // The process `pid` ended: its termination is announced if it was announced itself.
-    void OnExit(std::uint64_t pid);
-    // The BPF source's events, which carry the records themselves, so /proc is read only to
-    // fill a gap. A new program, announced as created by its parent as this tracker knows it:
+    // A process started a new program: announced as created by its parent, with the parent's
+    // record as this tracker knows it (else as /proc has it).
     void OnExec(ProcessRecord record);
     // A new process running its parent's program: known for its children and lines, not announced.
     void OnFork(ProcessRecord record);
+    // The process `pid` ended: its termination is announced if it was announced itself.
+    void OnExit(std::uint64_t pid);
     // A line the shell `pid` received.
-    void OnShellLine(std::uint64_t pid, const std::string& line);
+    void OnShellLine(std::uint64_t pid, std::string line);
     // Compares /proc with what was announced: new processes and programs replaced in place
     // (a new executable path) are announced as created, vanished ones as terminated.
     void Reconcile();
 
-    // New programs that ended before their record could be read, so were never announced.
-    std::uint64_t Missed() const noexcept { return m_missed; }
-
 private:
     bool InTree(std::uint64_t pid, std::uint64_t parentPid) const;
-    // The record of `pid`: from /proc first, or (tableFirst) from the processes known first.
-    ProcessRecord ParentRecord(std::uint64_t parentPid, bool tableFirst = false) const;
-    void Announce(EventKind kind, const ProcessRecord& process, std::optional<ProcessRecord> parent = std::nullopt);
-    void Announce(TraceEvent& event);  // stamps its time
+    ProcessRecord ParentRecord(std::uint64_t parentPid) const;
+    // Delivers the event, stamped with the time.
+    void Announce(EventKind kind, ProcessRecord process, std::optional<ProcessRecord> parent = std::nullopt,
+                  std::string command = {});
 
     const ProcFs& m_procfs;
     EventSink& m_sink;
     std::optional<std::uint64_t> m_treeRoot;
     std::unordered_map<std::uint64_t, ProcessRecord> m_announced;  // running processes announced, by pid
-    std::unordered_map<std::uint64_t, ProcessRecord> m_forked;     // BPF: forked, not (yet) announced
-    // Processes passed over (kernel threads, zombies, outside the tree) by pid, with their start
-    // ticks, so Reconcile does not read them again and again.
-    std::unordered_map<std::uint64_t, std::uint64_t> m_passedOver;
-    std::uint64_t m_missed = 0;
+    std::unordered_map<std::uint64_t, ProcessRecord> m_forked;     // forked, not (yet) announced
+    // Processes Reconcile passed over (kernel threads, zombies, outside the tree) by pid, with
+    // their uid, so it does not read them again and again.
+    std::unordered_map<std::uint64_t, std::string> m_passedOver;
 };
 
 }  // namespace KALVO::DevHost::Tool
