@@ -110,14 +110,13 @@ public:
 
 private:
     static int OnRecord(void* context, void* data, std::size_t size) {
-        static_cast<BpfSource*>(context)->Handle(static_cast<const char*>(data), size);
+        if (size >= sizeof(live_event)) static_cast<BpfSource*>(context)->Handle(static_cast<const char*>(data), size);
         return 0;
     }
 
     // The kernel's records need no /proc: a program that ends at once is still known whole.
     void Handle(const char* data, std::size_t size) {
         live_event header;
-        if (size < sizeof header) return;
         std::memcpy(&header, data, sizeof header);
         const std::string_view body(data + sizeof header, size - sizeof header);
         if (std::uint64_t{header.path_bytes} + header.data_bytes > body.size()) return;

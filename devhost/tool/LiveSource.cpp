@@ -41,8 +41,6 @@ LiveSource::LiveSource(LiveOptions options) : m_options(options) {
                                     unavailable.empty() ? "--source poll" : unavailable);
 }
 
-LiveSource::~LiveSource() = default;
-
 void LiveSource::Run(EventSink& sink, SignalWatcher& signals, std::optional<Clock::time_point> deadline) {
     ProcessTracker tracker(m_procfs, sink, m_options.treeRoot);
     Note(fmt::format("announced {} running process(es); following new ones", tracker.ScanExisting()));

@@ -55,7 +55,6 @@ public:
     // Opens the source. Throws std::runtime_error when /proc cannot be read or the source asked
     // for cannot be had.
     explicit LiveSource(LiveOptions options);
-    ~LiveSource();
 
     // Which source is used, and why not the ones before it, for the user.
     const std::string& Description() const noexcept { return m_description; }

@@ -13,6 +13,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -50,7 +51,7 @@ public:
         address.nl_family = AF_NETLINK;
         address.nl_groups = CN_IDX_PROC;  // nl_pid 0: the kernel picks a unique port
         if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) throw Failure("netlink bind");
-        Subscribe(PROC_CN_MCAST_LISTEN);
+        if (!Send(PROC_CN_MCAST_LISTEN)) throw Failure("netlink subscribe");
 
         const pid_t child = ::fork();
         if (child < 0) throw Failure("fork of the probe");
@@ -66,11 +67,7 @@ public:
     }
 
     ~NetlinkSource() override {
-        try {
-            Subscribe(PROC_CN_MCAST_IGNORE);
-        } catch (...) {
-            // The kernel forgets the subscription with the socket anyway.
-        }
+        (void)Send(PROC_CN_MCAST_IGNORE);  // on failure, the kernel forgets it with the socket anyway
         ::close(m_socket);
     }
 
@@ -93,7 +90,8 @@ public:
     }
 
 private:
-    void Subscribe(proc_cn_mcast_op operation) {
+    // Subscribes or unsubscribes; false when the kernel refused.
+    bool Send(proc_cn_mcast_op operation) {
         // Header, connector message and operation laid end to end (cn_msg ends in a flexible
         // array, so it cannot be a member followed by another).
         constexpr std::size_t size = NLMSG_LENGTH(sizeof(cn_msg) + sizeof operation);
@@ -107,40 +105,34 @@ private:
         std::memcpy(request, &header, sizeof header);
         std::memcpy(request + NLMSG_HDRLEN, &message, sizeof message);
         std::memcpy(request + NLMSG_HDRLEN + sizeof message, &operation, sizeof operation);
-        if (::send(m_socket, request, size, 0) != static_cast<ssize_t>(size)) throw Failure("netlink subscribe");
+        return ::send(m_socket, request, size, 0) == static_cast<ssize_t>(size);
     }
 
-    // Waits up to `timeoutMs`, then hands `handle` each queued exec and exit of a process (not
-    // of a thread) as (what, pid), up to a bound so a flood cannot keep the caller from its checks.
+    // Waits up to `timeoutMs`, then hands `handle` each exec and exit of a process (not of a
+    // thread) in the next datagram as (what, pid).
     template <class Handle>
     void Drain(int timeoutMs, const Handle& handle) {
         pollfd waiting{m_socket, POLLIN, 0};
+        alignas(nlmsghdr) char buffer[16384];
         if (::poll(&waiting, 1, timeoutMs) <= 0) return;
-        for (int datagram = 0; datagram < 256; ++datagram) {
-            alignas(nlmsghdr) char buffer[16384];
-            const ssize_t length = ::recv(m_socket, buffer, sizeof buffer, MSG_DONTWAIT);
-            if (length < 0 && errno == ENOBUFS) {
-                ++m_overflows;
+        const ssize_t length = ::recv(m_socket, buffer, sizeof buffer, MSG_DONTWAIT);
+        if (length < 0 && errno == ENOBUFS) ++m_overflows;
+        auto remaining = static_cast<unsigned>(std::max<ssize_t>(length, 0));
+        for (auto* header = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(header, remaining);
+             header = NLMSG_NEXT(header, remaining)) {
+            if (header->nlmsg_type == NLMSG_NOOP || header->nlmsg_type == NLMSG_ERROR ||
+                header->nlmsg_len < NLMSG_LENGTH(sizeof(cn_msg) + sizeof(proc_event)))
                 continue;
-            }
-            if (length < 0) return;
-            auto remaining = static_cast<unsigned>(length);
-            for (auto* header = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(header, remaining);
-                 header = NLMSG_NEXT(header, remaining)) {
-                if (header->nlmsg_type == NLMSG_NOOP || header->nlmsg_type == NLMSG_ERROR ||
-                    header->nlmsg_len < NLMSG_LENGTH(sizeof(cn_msg) + sizeof(proc_event)))
-                    continue;
-                cn_msg message;
-                proc_event event;
-                std::memcpy(&message, NLMSG_DATA(header), sizeof message);
-                std::memcpy(&event, static_cast<const char*>(NLMSG_DATA(header)) + sizeof message, sizeof event);
-                if (message.id.idx != CN_IDX_PROC || message.id.val != CN_VAL_PROC || message.len < sizeof event) continue;
-                const auto what = static_cast<std::uint32_t>(event.what);
-                const auto& exit = event.event_data.exit;
-                if (what == ExecEvent) handle(what, event.event_data.exec.process_tgid);
-                // Only the end of the thread-group leader is the end of the process.
-                if (what == ExitEvent && exit.process_pid == exit.process_tgid) handle(what, exit.process_tgid);
-            }
+            cn_msg message;
+            proc_event event;
+            std::memcpy(&message, NLMSG_DATA(header), sizeof message);
+            std::memcpy(&event, static_cast<const char*>(NLMSG_DATA(header)) + sizeof message, sizeof event);
+            if (message.id.idx != CN_IDX_PROC || message.id.val != CN_VAL_PROC || message.len < sizeof event) continue;
+            const auto what = static_cast<std::uint32_t>(event.what);
+            const auto& exit = event.event_data.exit;
+            if (what == ExecEvent) handle(what, event.event_data.exec.process_tgid);
+            // Only the end of the thread-group leader is the end of the process.
+            if (what == ExitEvent && exit.process_pid == exit.process_tgid) handle(what, exit.process_tgid);
         }
     }
 

@@ -22,13 +22,11 @@ constexpr unsigned KernelThreadFlag = 0x00200000;  // PF_KTHREAD in the flags fi
 
 std::string ProcPath(std::uint64_t pid, char const* leaf) { return "/proc/" + std::to_string(pid) + "/" + leaf; }
 
-// The whole file, or nothing when it cannot be opened. /proc files report a size of 0, so they
-// are read until the end.
-std::optional<std::string> ReadFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::nullopt;
+// The whole file, empty when it cannot be read. /proc files report a size of 0, so they are
+// read until the end.
+std::string ReadFile(const std::string& path) {
     std::ostringstream content;
-    content << file.rdbuf();
+    content << std::ifstream(path, std::ios::binary).rdbuf();
     return content.str();
 }
 
@@ -50,10 +48,10 @@ std::string CommandLineOf(std::string arguments) {
 }
 
 ProcFs::ProcFs() {
-    const std::optional<std::string> bootId = ReadFile("/proc/sys/kernel/random/boot_id");
-    if (!bootId) throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
-    m_bootId = bootId->substr(0, bootId->find_first_of("\n "));
-    m_bootTime = NumberAfter(ReadFile("/proc/stat").value_or(""), "\nbtime ").value_or(0);
+    const std::string bootId = ReadFile("/proc/sys/kernel/random/boot_id");
+    m_bootId = bootId.substr(0, bootId.find_first_of("\n "));
+    if (m_bootId.empty()) throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
+    m_bootTime = NumberAfter(ReadFile("/proc/stat"), "\nbtime ").value_or(0);
     if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0) m_ticksPerSecond = static_cast<std::uint64_t>(ticks);
 }
 
@@ -71,16 +69,16 @@ std::vector<std::uint64_t> ProcFs::ProcessIds() const {
 }
 
 std::optional<ProcStat> ProcFs::ReadStat(std::uint64_t pid) const {
-    const std::optional<std::string> content = ReadFile(ProcPath(pid, "stat"));
+    const std::string content = ReadFile(ProcPath(pid, "stat"));
     // The command name in parentheses may itself hold spaces and parentheses: the fields
     // resume after the last ')', with the state, the parent, four skipped, the flags, twelve
     // skipped and the start time.
-    const std::size_t close = content ? content->rfind(')') : std::string::npos;
+    const std::size_t close = content.rfind(')');
     char state = 0;
     unsigned flags = 0;
     unsigned long long parent = 0, start = 0;
     if (close == std::string::npos ||
-        std::sscanf(content->c_str() + close + 1,
+        std::sscanf(content.c_str() + close + 1,
                     " %c %llu %*s %*s %*s %*s %u %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu", &state,
                     &parent, &flags, &start) != 4)
         return std::nullopt;
@@ -98,11 +96,10 @@ std::optional<std::string> ProcFs::ReadPath(std::uint64_t pid) const {
 std::optional<ProcessRecord> ProcFs::ReadProcess(std::uint64_t pid) const {
     const std::optional<ProcStat> stat = ReadStat(pid);
     if (!stat || !stat->runsProgram) return std::nullopt;
-    ProcessRecord record{.pid = pid, .parentPid = stat->parentPid, .path = ReadPath(pid), .uid = stat->uid,
-                         .userId = NumberAfter(ReadFile(ProcPath(pid, "status")).value_or(""), "\nUid:"),
+    ProcessRecord record{.pid = pid, .parentPid = stat->parentPid, .path = ReadPath(pid),
+                         .commandLine = CommandLineOf(ReadFile(ProcPath(pid, "cmdline"))), .uid = stat->uid,
+                         .userId = NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:"),
                          .startTime = m_bootTime + stat->startTicks / m_ticksPerSecond};
-    if (std::optional<std::string> arguments = ReadFile(ProcPath(pid, "cmdline")))
-        record.commandLine = CommandLineOf(std::move(*arguments));
     if (record.userId) record.user = UserName(*record.userId);
     // The process may have ended and its pid been taken while we read: then the parts above
     // may belong to two processes, and the record is dropped like a process already gone.
