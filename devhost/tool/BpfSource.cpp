@@ -5,12 +5,14 @@
 // libbpf; where any is missing, opening throws SourceUnavailable.
 #include "devhost/tool/LiveSource.h"
 
+#include <stdexcept>
+
 #ifndef KALVO_BPF
 
 namespace KALVO::DevHost::Tool {
 
 std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
-    throw SourceUnavailable("this build has no BPF support (libbpf was not found)");
+    throw std::runtime_error("this build has no BPF support (libbpf was not found)");
 }
 
 }  // namespace KALVO::DevHost::Tool
@@ -29,7 +31,7 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 #include <set>
 #include <string_view>
 #include <thread>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "LiveEvents.skel.h"
@@ -58,7 +60,7 @@ public:
     // carries its own copy; other shells link the library.
     explicit BpfSource(const ProcFs& procfs) : m_procfs(procfs) {
         const auto fail = [](char const* step, int error) {
-            throw SourceUnavailable(fmt::format("{}: {}", step, std::strerror(std::abs(error))));
+            throw std::runtime_error(fmt::format("{}: {}", step, std::strerror(std::abs(error))));
         };
         libbpf_set_print(nullptr);  // the reason for a failure is told in one line
         m_skeleton.reset(live_events__open_and_load());
@@ -70,6 +72,7 @@ public:
         if (::glob("/usr/lib/*/libreadline.so.*", 0, nullptr, &found) == 0)
             files.insert(files.end(), found.gl_pathv, found.gl_pathv + found.gl_pathc);
         ::globfree(&found);
+        std::string shells;
         std::set<std::pair<dev_t, ino_t>> attached;  // a file reached by two names is watched once
         for (const std::string& file : files) {
             struct stat status{};
@@ -78,15 +81,12 @@ public:
             bpf_link* link = bpf_program__attach_uprobe_opts(m_skeleton->progs.on_readline, -1, file.c_str(), 0, &options);
             if (!link) continue;  // no readline in it
             m_links.emplace_back(link, bpf_link__destroy);
-            m_shells += (m_shells.empty() ? "" : ", ") + file;
+            shells += (shells.empty() ? "" : ", ") + file;
         }
         m_ring.reset(ring_buffer__new(bpf_map__fd(m_skeleton->maps.events), &BpfSource::OnRecord, this, nullptr));
         if (!m_ring) fail("opening the ring buffer", errno);
-    }
-
-    std::string Description() const override {
-        return fmt::format("process events and shell lines from BPF programs in the kernel (readline watched in {})",
-                           m_shells.empty() ? "no shell" : m_shells);
+        description = fmt::format("process events and shell lines from BPF programs in the kernel (readline watched in {})",
+                                  shells.empty() ? "no shell" : shells);
     }
 
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
@@ -132,12 +132,10 @@ private:
         record.commandLine = CommandLineOf(std::move(payload));
         if (header.truncated) {  // longer than the kernel side reads: the rest from /proc while it lives
             const std::optional<ProcessRecord> whole = m_procfs.ReadProcess(header.pid);
-            if (whole && whole->uid == record.uid && whole->path && whole->commandLine) {
-                record.path = whole->path;
-                record.commandLine = whole->commandLine;
-            } else {
+            if (whole && whole->uid == record.uid && whole->path && whole->commandLine)
+                std::tie(record.path, record.commandLine) = std::tie(whole->path, whole->commandLine);
+            else
                 ++m_truncatedArguments;
-            }
         }
         m_tracker->OnExec(std::move(record));
     }
@@ -148,7 +146,6 @@ private:
     std::unique_ptr<live_events, decltype(&live_events__destroy)> m_skeleton{nullptr, live_events__destroy};
     std::vector<std::unique_ptr<bpf_link, decltype(&bpf_link__destroy)>> m_links;
     std::unique_ptr<ring_buffer, decltype(&ring_buffer__free)> m_ring{nullptr, ring_buffer__free};
-    std::string m_shells;  // the files whose readline is watched, for the user
     std::uint64_t m_truncatedArguments = 0;  // creations delivered with an incomplete command line or path
     std::uint64_t m_truncatedLines = 0;      // shell lines delivered incomplete
 };

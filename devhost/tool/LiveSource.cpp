@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <stdexcept>
 
 #include "devhost/tool/Console.h"
 #include "devhost/tool/ProcessTracker.h"
@@ -21,21 +22,20 @@ constexpr std::chrono::milliseconds Interval{200};
 }  // namespace
 
 LiveSource::LiveSource(LiveOptions options) : m_options(options) {
-    const LiveSourceKind wanted = m_options.source;
     std::string unavailable;  // why the sources tried before were not used
     const auto open = [&](LiveSourceKind kind, char const* name, char const* what, const auto& opener) {
-        if (m_source || (wanted != LiveSourceKind::Any && wanted != kind)) return;
+        if (m_source || (options.source != LiveSourceKind::Any && options.source != kind)) return;
         try {
             m_source = opener(m_procfs);
-        } catch (const SourceUnavailable& error) {
-            if (wanted == kind) throw std::runtime_error(fmt::format("--source {}: {}", name, error.what()));
+        } catch (const std::runtime_error& error) {
+            if (options.source == kind) throw std::runtime_error(fmt::format("--source {}: {}", name, error.what()));
             unavailable += fmt::format("{}{} unavailable: {}", unavailable.empty() ? "" : "; ", what, error.what());
         }
     };
     open(LiveSourceKind::Bpf, "bpf", "BPF", OpenBpfSource);
     open(LiveSourceKind::Netlink, "netlink", "netlink process connector", OpenNetlinkSource);
     if (m_source)
-        m_description = m_source->Description() + (unavailable.empty() ? "" : " (" + unavailable + ")");
+        m_description = m_source->description + (unavailable.empty() ? "" : " (" + unavailable + ")");
     else
         m_description = fmt::format("polling /proc every {} ms ({})", Interval.count(),
                                     unavailable.empty() ? "--source poll" : unavailable);

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 #include "devhost/tool/EventSink.h"
@@ -32,21 +31,16 @@ struct LiveOptions {
 class KernelSource {
 public:
     virtual ~KernelSource() = default;
-    // Which source this is, for the user.
-    virtual std::string Description() const = 0;
     // Waits up to `timeoutMs` for events and hands them to `tracker`, on this thread.
     virtual void Receive(int timeoutMs, ProcessTracker& tracker) = 0;
     // What was lost or arrived incomplete, on stderr, once the run is over.
     virtual void NoteStatistics() const = 0;
+
+    std::string description;  // which source this is, for the user
 };
 
-// Why a source cannot be had here (no right to it, no support in this build or kernel).
-class SourceUnavailable : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-// The two kernel sources (BpfSource.cpp, NetlinkConnector.cpp). Each throws SourceUnavailable.
+// The two kernel sources (BpfSource.cpp, NetlinkConnector.cpp). Each throws std::runtime_error
+// saying why it cannot be had here (no right to it, no support in this build or kernel).
 std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs& procfs);
 std::unique_ptr<KernelSource> OpenNetlinkSource(const ProcFs& procfs);
 

@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <stdexcept>
 
 #include "devhost/tool/Console.h"
 #include "devhost/tool/LiveSource.h"
@@ -27,7 +28,7 @@ namespace KALVO::DevHost::Tool {
 
 namespace {
 
-SourceUnavailable Failure(char const* step) { return SourceUnavailable(fmt::format("{}: {}", step, std::strerror(errno))); }
+std::runtime_error Failure(char const* step) { return std::runtime_error(fmt::format("{}: {}", step, std::strerror(errno))); }
 
 // The kernel's event numbers (the values of proc_event's "what"): part of its ABI, spelled out
 // because newer headers moved the enumeration out of the struct, which changes its C++ name.
@@ -42,6 +43,7 @@ public:
     // Opens the socket, subscribes, and proves that events arrive by forking a child that exits
     // at once and waiting up to a second for its end.
     explicit NetlinkSource(const ProcFs& procfs) : m_procfs(procfs) {
+        description = "process events from the kernel's netlink process connector";
         if (m_socket < 0) throw Failure("netlink socket");
         auto closeOnFailure = EIL::Core::MakeScopeFail([this] { ::close(m_socket); });
         // FORCE passes the system's limit when we may (root); otherwise the plain request.
@@ -60,18 +62,15 @@ public:
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
         while (!seen && std::chrono::steady_clock::now() < deadline)
             Drain(100, [&](std::uint32_t, std::uint64_t pid) { seen = seen || pid == static_cast<std::uint64_t>(child); });
-        while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
         if (!seen)
-            throw SourceUnavailable("the process connector sent no events (another network namespace, or not allowed to listen)");
+            throw std::runtime_error("the process connector sent no events (another network namespace, or not allowed to listen)");
     }
 
     ~NetlinkSource() override {
         (void)Send(PROC_CN_MCAST_IGNORE);  // on failure, the kernel forgets it with the socket anyway
         ::close(m_socket);
     }
-
-    std::string Description() const override { return "process events from the kernel's netlink process connector"; }
 
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
         Drain(timeoutMs, [&](std::uint32_t what, std::uint64_t pid) {

@@ -9,15 +9,9 @@
 // limited to one process and its descendants (a build, a test run). One thread only.
 #pragma once
 
-#include <algorithm>
 #include <chrono>
-#include <cstdint>
-#include <optional>
-#include <string>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
-#include <vector>
 
 #include "devhost/tool/EventSink.h"
 #include "devhost/tool/ProcFs.h"

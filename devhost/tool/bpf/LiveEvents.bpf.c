@@ -108,10 +108,8 @@ int BPF_PROG(on_exec, struct task_struct *task) {
     path &= 2 * LIVE_PATH_BYTES - 1;  // never more than LIVE_PATH_BYTES: a bound the verifier sees
     unsigned long start = BPF_CORE_READ(mm, arg_start), end = BPF_CORE_READ(mm, arg_end);
     __u64 length = end > start ? end - start : 0;
-    if (length > LIVE_ARGS_BYTES) {
-        length = LIVE_ARGS_BYTES;
-        record->header.truncated = 1;
-    }
+    record->header.truncated |= length > LIVE_ARGS_BYTES;
+    if (length > LIVE_ARGS_BYTES) length = LIVE_ARGS_BYTES;
     if (bpf_probe_read_user(record->data + path, length, (void *)start) != 0) {
         length = 0;
         record->header.truncated = 1;

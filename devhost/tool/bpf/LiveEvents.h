@@ -26,7 +26,6 @@ struct live_event {
     unsigned int truncated;
     unsigned int path_bytes;  // exec: bytes of the path's names
     unsigned int data_bytes;  // exec: bytes of the argument vector; line: bytes of the line
-    unsigned int pad;
     // Followed by the data: exec, the path's names, then the arguments; line, the line.
 };
 
