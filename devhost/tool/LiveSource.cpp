@@ -56,8 +56,4 @@ void LiveSource::Run(EventSink& sink, SignalWatcher& signals, std::optional<Cloc
     if (m_source) m_source->Receive(0, tracker);  // what happened before the stop, still queued
 }
 
-void LiveSource::NoteStatistics() const {
-    if (m_source) m_source->NoteStatistics();
-}
-
 }  // namespace KALVO::DevHost::Tool

@@ -58,7 +58,9 @@ public:
     void Run(EventSink& sink, SignalWatcher& signals, std::optional<SignalWatcher::Clock::time_point> deadline);
 
     // What the source missed, lost or cut short, on stderr, once Run is over.
-    void NoteStatistics() const;
+    void NoteStatistics() const {
+        if (m_source) m_source->NoteStatistics();
+    }
 
 private:
     LiveOptions m_options;

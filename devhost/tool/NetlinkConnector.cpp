@@ -8,12 +8,12 @@
 #include <linux/netlink.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -91,48 +91,43 @@ public:
 private:
     // Subscribes or unsubscribes; false when the kernel refused.
     bool Send(proc_cn_mcast_op operation) {
-        // Header, connector message and operation laid end to end (cn_msg ends in a flexible
-        // array, so it cannot be a member followed by another).
-        constexpr std::size_t size = NLMSG_LENGTH(sizeof(cn_msg) + sizeof operation);
-        alignas(nlmsghdr) char request[NLMSG_SPACE(sizeof(cn_msg) + sizeof operation)] = {};
         nlmsghdr header{};
-        header.nlmsg_len = size;
+        header.nlmsg_len = NLMSG_LENGTH(sizeof(cn_msg) + sizeof operation);
         header.nlmsg_type = NLMSG_DONE;
         cn_msg message{};
         message.id = {CN_IDX_PROC, CN_VAL_PROC};
         message.len = sizeof operation;
-        std::memcpy(request, &header, sizeof header);
-        std::memcpy(request + NLMSG_HDRLEN, &message, sizeof message);
-        std::memcpy(request + NLMSG_HDRLEN + sizeof message, &operation, sizeof operation);
-        return ::send(m_socket, request, size, 0) == static_cast<ssize_t>(size);
+        // The three laid end to end (cn_msg ends in a flexible array, so it cannot be a member
+        // followed by another).
+        iovec parts[] = {{&header, sizeof header}, {&message, sizeof message}, {&operation, sizeof operation}};
+        msghdr request{};
+        request.msg_iov = parts;
+        request.msg_iovlen = std::size(parts);
+        return ::sendmsg(m_socket, &request, 0) == static_cast<ssize_t>(header.nlmsg_len);
     }
 
-    // Waits up to `timeoutMs`, then hands `handle` each exec and exit of a process (not of a
-    // thread) in the next datagram as (what, pid).
+    // Waits up to `timeoutMs` for the next datagram, which the kernel sends with one event, and
+    // hands it to `handle` as (what, pid) if it is an exec or exit of a process (not of a thread).
     template <class Handle>
     void Drain(int timeoutMs, const Handle& handle) {
         pollfd waiting{m_socket, POLLIN, 0};
-        alignas(nlmsghdr) char buffer[16384];
+        char buffer[NLMSG_SPACE(sizeof(cn_msg) + sizeof(proc_event))];
         if (::poll(&waiting, 1, timeoutMs) <= 0) return;
         const ssize_t length = ::recv(m_socket, buffer, sizeof buffer, MSG_DONTWAIT);
         if (length < 0 && errno == ENOBUFS) ++m_overflows;
-        auto remaining = static_cast<unsigned>(std::max<ssize_t>(length, 0));
-        for (auto* header = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(header, remaining);
-             header = NLMSG_NEXT(header, remaining)) {
-            if (header->nlmsg_type == NLMSG_NOOP || header->nlmsg_type == NLMSG_ERROR ||
-                header->nlmsg_len < NLMSG_LENGTH(sizeof(cn_msg) + sizeof(proc_event)))
-                continue;
-            cn_msg message;
-            proc_event event;
-            std::memcpy(&message, NLMSG_DATA(header), sizeof message);
-            std::memcpy(&event, static_cast<const char*>(NLMSG_DATA(header)) + sizeof message, sizeof event);
-            if (message.id.idx != CN_IDX_PROC || message.id.val != CN_VAL_PROC || message.len < sizeof event) continue;
-            const auto what = static_cast<std::uint32_t>(event.what);
-            const auto& exit = event.event_data.exit;
-            if (what == ExecEvent) handle(what, event.event_data.exec.process_tgid);
-            // Only the end of the thread-group leader is the end of the process.
-            if (what == ExitEvent && exit.process_pid == exit.process_tgid) handle(what, exit.process_tgid);
-        }
+        nlmsghdr header;
+        cn_msg message;
+        proc_event event;
+        if (length < static_cast<ssize_t>(NLMSG_LENGTH(sizeof message + sizeof event))) return;
+        std::memcpy(&header, buffer, sizeof header);
+        std::memcpy(&message, buffer + NLMSG_HDRLEN, sizeof message);
+        std::memcpy(&event, buffer + NLMSG_HDRLEN + sizeof message, sizeof event);
+        if (header.nlmsg_type != NLMSG_DONE || message.id.idx != CN_IDX_PROC || message.id.val != CN_VAL_PROC) return;
+        const auto what = static_cast<std::uint32_t>(event.what);
+        const auto& exit = event.event_data.exit;
+        if (what == ExecEvent) handle(what, event.event_data.exec.process_tgid);
+        // Only the end of the thread-group leader is the end of the process.
+        if (what == ExitEvent && exit.process_pid == exit.process_tgid) handle(what, exit.process_tgid);
     }
 
     const ProcFs& m_procfs;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <dirent.h>
+#include <fmt/format.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -88,8 +89,7 @@ public:
     std::optional<std::string> ReadPath(std::uint64_t pid) const {
         std::error_code error;
         std::string target = std::filesystem::read_symlink(ProcPath(pid, "exe"), error);
-        if (error) return std::nullopt;
-        return target;
+        return error ? std::nullopt : std::optional(std::move(target));
     }
 
     // The full record: pid, parent, path, command line (arguments joined by spaces), uid, the
@@ -120,9 +120,7 @@ public:
     }
 
 private:
-    static std::string ProcPath(std::uint64_t pid, char const* leaf) {
-        return "/proc/" + std::to_string(pid) + "/" + leaf;
-    }
+    static std::string ProcPath(std::uint64_t pid, char const* leaf) { return fmt::format("/proc/{}/{}", pid, leaf); }
 
     // The whole file, empty when it cannot be read. /proc files report a size of 0, so they are
     // read until the end.

@@ -52,11 +52,12 @@ static __always_inline void fill(struct live_event *event, unsigned kind, struct
 
 // A fork or an exit, of a process only: a new thread is a fork too, and only the end of the
 // thread-group leader is the end of the process.
-static __always_inline void fork_or_exit(unsigned kind, struct task_struct *task) {
+static __always_inline int fork_or_exit(unsigned kind, struct task_struct *task) {
     struct live_event event;
-    if (BPF_CORE_READ(task, pid) != BPF_CORE_READ(task, tgid)) return;
+    if (BPF_CORE_READ(task, pid) != BPF_CORE_READ(task, tgid)) return 0;
     fill(&event, kind, task);
     if (bpf_ringbuf_output(&events, &event, sizeof event, 0) != 0) __sync_fetch_and_add(&losses[kind], 1);
+    return 0;
 }
 
 // The names of the executable's path from the leaf up, across mount points, each ending in a
@@ -124,14 +125,12 @@ int BPF_PROG(on_exec, struct task_struct *task) {
 
 SEC("tp_btf/sched_process_fork")
 int BPF_PROG(on_fork, struct task_struct *parent, struct task_struct *child) {
-    fork_or_exit(LIVE_FORK, child);
-    return 0;
+    return fork_or_exit(LIVE_FORK, child);
 }
 
 SEC("tp_btf/sched_process_exit")
 int BPF_PROG(on_exit, struct task_struct *task) {
-    fork_or_exit(LIVE_EXIT, task);
-    return 0;
+    return fork_or_exit(LIVE_EXIT, task);
 }
 
 // The return of readline: the line a shell's user typed (NULL at the end of input).
@@ -140,22 +139,16 @@ int on_readline(struct pt_regs *ctx) {
     const char *line = (const char *)PT_REGS_RC(ctx);
     if (!line) return 0;
     struct live_event *event = bpf_ringbuf_reserve(&events, sizeof *event + LIVE_LINE_BYTES, 0);
-    if (!event) {
+    long length = event ? bpf_probe_read_user_str(event + 1, LIVE_LINE_BYTES, line) : 0;
+    if (length <= 0) {  // no room in the ring buffer, or the line unreadable
         __sync_fetch_and_add(&losses[LIVE_LINE], 1);
+        if (event) bpf_ringbuf_discard(event, 0);
         return 0;
     }
     fill(event, LIVE_LINE, (struct task_struct *)bpf_get_current_task_btf());
-    long length = bpf_probe_read_user_str(event + 1, LIVE_LINE_BYTES, line);
-    if (length <= 0) {
-        __sync_fetch_and_add(&losses[LIVE_LINE], 1);
-        bpf_ringbuf_discard(event, 0);
-        return 0;
-    }
-    event->data_bytes = length - 1;
-    if (length == LIVE_LINE_BYTES) {
-        event->data_bytes = LIVE_LINE_BYTES - 2;
-        event->truncated = 1;
-    }
+    // The terminating NUL is not sent, nor the byte beyond 64 KiB that tells a longer line.
+    event->truncated = length == LIVE_LINE_BYTES;
+    event->data_bytes = length - 1 - event->truncated;
     bpf_ringbuf_submit(event, 0);
     return 0;
 }
