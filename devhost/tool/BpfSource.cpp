@@ -26,13 +26,10 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <set>
-#include <string_view>
 #include <thread>
 #include <tuple>
-#include <vector>
 
 #include "LiveEvents.skel.h"
 #include "devhost/tool/Console.h"
@@ -59,13 +56,14 @@ public:
     // Loads and attaches the programs, and a uretprobe on readline wherever it lives: bash
     // carries its own copy; other shells link the library.
     explicit BpfSource(const ProcFs& procfs) : m_procfs(procfs) {
-        const auto fail = [](char const* step, int error) {
-            throw std::runtime_error(fmt::format("{}: {}", step, std::strerror(std::abs(error))));
+        // libbpf sets errno when it fails.
+        const auto fail = [](char const* step) {
+            throw std::runtime_error(fmt::format("{}: {}", step, std::strerror(errno)));
         };
         libbpf_set_print(nullptr);  // the reason for a failure is told in one line
         m_skeleton.reset(live_events__open_and_load());
-        if (!m_skeleton) fail("loading the BPF programs", errno);
-        if (const int error = live_events__attach(m_skeleton.get()); error != 0) fail("attaching the BPF programs", error);
+        if (!m_skeleton) fail("loading the BPF programs");
+        if (live_events__attach(m_skeleton.get()) != 0) fail("attaching the BPF programs");
 
         std::vector<std::string> files = {"/bin/bash"};
         glob_t found{};
@@ -84,7 +82,7 @@ public:
             shells += (shells.empty() ? "" : ", ") + file;
         }
         m_ring.reset(ring_buffer__new(bpf_map__fd(m_skeleton->maps.events), &BpfSource::OnRecord, this, nullptr));
-        if (!m_ring) fail("opening the ring buffer", errno);
+        if (!m_ring) fail("opening the ring buffer");
         description = fmt::format("process events and shell lines from BPF programs in the kernel (readline watched in {})",
                                   shells.empty() ? "no shell" : shells);
     }

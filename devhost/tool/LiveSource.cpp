@@ -11,15 +11,11 @@
 
 namespace KALVO::DevHost::Tool {
 
-namespace {
-
 using Clock = SignalWatcher::Clock;
 
 // How often /proc is polled, and the longest wait for the kernel's events, which bounds the
 // reaction to a stop request.
 constexpr std::chrono::milliseconds Interval{200};
-
-}  // namespace
 
 LiveSource::LiveSource(LiveOptions options) : m_options(options) {
     std::string unavailable;  // why the sources tried before were not used

@@ -5,10 +5,7 @@
 // that live shorter than one polling interval).
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
 
 #include "devhost/tool/EventSink.h"
 #include "devhost/tool/ProcFs.h"

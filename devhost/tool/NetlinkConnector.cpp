@@ -49,9 +49,8 @@ public:
         // FORCE passes the system's limit when we may (root); otherwise the plain request.
         if (::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &ReceiveBufferBytes, sizeof ReceiveBufferBytes) != 0)
             (void)::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &ReceiveBufferBytes, sizeof ReceiveBufferBytes);
-        sockaddr_nl address{};
-        address.nl_family = AF_NETLINK;
-        address.nl_groups = CN_IDX_PROC;  // nl_pid 0: the kernel picks a unique port
+        // nl_pid 0: the kernel picks a unique port.
+        sockaddr_nl address{.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = CN_IDX_PROC};
         if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) throw Failure("netlink bind");
         if (!Send(PROC_CN_MCAST_LISTEN)) throw Failure("netlink subscribe");
 

@@ -46,8 +46,7 @@ public:
     // Reads the boot id, the boot time and the clock tick rate. Throws std::runtime_error when
     // /proc is not there to read.
     ProcFs() {
-        const std::string bootId = ReadFile("/proc/sys/kernel/random/boot_id");
-        m_bootId = bootId.substr(0, bootId.find_first_of("\n "));
+        std::istringstream(ReadFile("/proc/sys/kernel/random/boot_id")) >> m_bootId;
         if (m_bootId.empty()) throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
         m_bootTime = NumberAfter(ReadFile("/proc/stat"), "\nbtime ").value_or(0);
         if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0) m_ticksPerSecond = static_cast<std::uint64_t>(ticks);

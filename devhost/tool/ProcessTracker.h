@@ -28,7 +28,7 @@ public:
     // Announces every process running now as existing; returns how many.
     std::size_t ScanExisting() {
         Reconcile(EventKind::Exists);
-        return m_announced.size();
+        return m_known.size();
     }
 
     // A process started a new program: announced as created by its parent, with the parent's
@@ -43,19 +43,19 @@ public:
         const ProcessRecord parent = ParentRecord(record.parentPid);
         record.path = parent.path;
         record.commandLine = parent.commandLine;
-        m_forked[record.pid] = std::move(record);
+        m_known[record.pid] = {std::move(record), false};
     }
 
     // The process `pid` ended: its termination is announced if it was announced itself.
     void OnExit(std::uint64_t pid) {
-        m_forked.erase(pid);
-        if (auto announced = m_announced.extract(pid)) Announce(EventKind::Terminate, std::move(announced.mapped()));
+        if (auto known = m_known.extract(pid); known && known.mapped().announced)
+            Announce(EventKind::Terminate, std::move(known.mapped().record));
     }
 
     // A line the shell `pid` received.
     void OnShellLine(std::uint64_t pid, std::string line) {
         ProcessRecord shell = ParentRecord(pid);
-        if (InTree(pid, shell.parentPid)) Announce(EventKind::Shell, std::move(shell), std::nullopt, std::move(line));
+        if (InTree(pid, shell.parentPid)) Announce(EventKind::Shell, std::move(shell), std::move(line));
     }
 
     // Compares /proc with what was announced: new processes and programs replaced in place (a
@@ -66,10 +66,10 @@ public:
             const std::optional<ProcStat> stat = m_procfs.ReadStat(pid);
             if (!stat) continue;
             present.insert(pid);
-            if (const auto announced = m_announced.find(pid); announced != m_announced.end()) {
-                if (announced->second.uid != stat->uid)
+            if (const auto known = m_known.find(pid); known != m_known.end()) {
+                if (known->second.record.uid != stat->uid)
                     OnExit(pid);  // the pid was taken by a new process since the last look
-                else if (m_procfs.ReadPath(pid) == announced->second.path)
+                else if (m_procfs.ReadPath(pid) == known->second.record.path)
                     continue;  // the same process, still running the same program
             }
             if (const auto passed = m_passedOver.find(pid); passed != m_passedOver.end() && passed->second == stat->uid)
@@ -81,9 +81,8 @@ public:
                 m_passedOver[pid] = stat->uid;
         }
         std::vector<std::uint64_t> ended;
-        for (const auto& [pid, record] : m_announced) {
+        for (const auto& [pid, known] : m_known)
             if (!present.contains(pid)) ended.push_back(pid);
-        }
         std::sort(ended.begin(), ended.end());
         for (const std::uint64_t pid : ended) OnExit(pid);
         std::erase_if(m_passedOver, [&](const auto& entry) { return !present.contains(entry.first); });
@@ -91,13 +90,12 @@ public:
 
 private:
     bool InTree(std::uint64_t pid, std::uint64_t parentPid) const {
-        // A process announced stays a member, whatever became of its parent.
-        if (!m_treeRoot || pid == *m_treeRoot || m_announced.contains(pid)) return true;
-        std::uint64_t ancestor = parentPid;
+        // A process known stays a member, whatever became of its parent.
+        if (!m_treeRoot || pid == *m_treeRoot || m_known.contains(pid)) return true;
         // Deeper than any real process tree; a bound so a cycle seen in a changing /proc cannot loop.
-        for (int depth = 0; depth < 512; ++depth) {
-            // Under a tree filter only members of the tree are ever announced.
-            if (ancestor == *m_treeRoot || m_announced.contains(ancestor) || m_forked.contains(ancestor)) return true;
+        for (std::uint64_t ancestor = parentPid, depth = 0; depth < 512; ++depth) {
+            // Under a tree filter only members of the tree are ever known.
+            if (ancestor == *m_treeRoot || m_known.contains(ancestor)) return true;
             const std::optional<ProcStat> stat = ancestor > 1 ? m_procfs.ReadStat(ancestor) : std::nullopt;
             if (!stat) return false;
             ancestor = stat->parentPid;
@@ -106,27 +104,23 @@ private:
     }
 
     ProcessRecord ParentRecord(std::uint64_t parentPid) const {
-        if (const auto forked = m_forked.find(parentPid); forked != m_forked.end()) return forked->second;
-        if (const auto announced = m_announced.find(parentPid); announced != m_announced.end()) return announced->second;
+        if (const auto known = m_known.find(parentPid); known != m_known.end()) return known->second.record;
         if (std::optional<ProcessRecord> current = m_procfs.ReadProcess(parentPid)) return std::move(*current);
         // A kernel thread (which starts helper programs) or a parent already gone: what is known.
         const std::optional<ProcStat> stat = m_procfs.ReadStat(parentPid);
         return {.pid = parentPid, .parentPid = stat ? stat->parentPid : 0, .uid = stat ? stat->uid : ""};
     }
 
-    // Announces a process found (Exists) or a new program (Create, with its parent), and keeps
-    // its record for its end.
+    // Announces a process found (Exists) or a new program (Create), and keeps its record for its end.
     void Adopt(EventKind kind, ProcessRecord record) {
-        std::optional<ProcessRecord> parent;
-        if (kind == EventKind::Create) parent = ParentRecord(record.parentPid);
-        m_forked.erase(record.pid);
-        m_announced[record.pid] = record;
-        Announce(kind, std::move(record), std::move(parent));
+        m_known[record.pid] = {record, true};
+        Announce(kind, std::move(record));
     }
 
-    // Delivers the event, stamped with the time.
-    void Announce(EventKind kind, ProcessRecord process, std::optional<ProcessRecord> parent = std::nullopt,
-                  std::string command = {}) {
+    // Delivers the event, stamped with the time; a creation with its parent's record.
+    void Announce(EventKind kind, ProcessRecord process, std::string command = {}) {
+        std::optional<ProcessRecord> parent;
+        if (kind == EventKind::Create) parent = ParentRecord(process.parentPid);
         const auto now = std::chrono::system_clock::now().time_since_epoch();
         m_sink.Deliver(TraceEvent{kind, std::move(process), std::move(parent), std::move(command),
                                   static_cast<std::uint64_t>(std::chrono::nanoseconds(now).count())});
@@ -135,8 +129,10 @@ private:
     const ProcFs& m_procfs;
     EventSink& m_sink;
     std::optional<std::uint64_t> m_treeRoot;
-    std::unordered_map<std::uint64_t, ProcessRecord> m_announced;  // running processes announced, by pid
-    std::unordered_map<std::uint64_t, ProcessRecord> m_forked;     // forked, not (yet) announced
+    // The processes known, by pid: those announced (whose end is announced too), and those forked
+    // and not (yet) announced, known for their children and lines.
+    struct Known { ProcessRecord record; bool announced = false; };
+    std::unordered_map<std::uint64_t, Known> m_known;
     // Processes Reconcile passed over (kernel threads, zombies, outside the tree) by pid, with
     // their uid, so it does not read them again and again.
     std::unordered_map<std::uint64_t, std::string> m_passedOver;

@@ -105,8 +105,7 @@ int BPF_PROG(on_exec, struct task_struct *task) {
     struct walk walk = {BPF_CORE_READ(exe, f_path.dentry), container_of(BPF_CORE_READ(exe, f_path.mnt), struct mount, mnt)};
     bpf_loop(64, walk_step, &walk, 0);
     if (!walk.done) record->header.truncated = 1;
-    __u32 path = walk.used;
-    path &= 2 * LIVE_PATH_BYTES - 1;  // never more than LIVE_PATH_BYTES: a bound the verifier sees
+    __u32 path = walk.used & (2 * LIVE_PATH_BYTES - 1);  // never more than LIVE_PATH_BYTES: a bound the verifier sees
     unsigned long start = BPF_CORE_READ(mm, arg_start), end = BPF_CORE_READ(mm, arg_end);
     __u64 length = end > start ? end - start : 0;
     record->header.truncated |= length > LIVE_ARGS_BYTES;

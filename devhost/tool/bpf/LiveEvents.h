@@ -1,8 +1,7 @@
 // LiveEvents.h: the records the kernel programs of the BPF live source (LiveEvents.bpf.c) hand
 // to kalvo-devhost through their one ring buffer. Plain C, shared by both sides, so the layout
 // is defined once.
-#ifndef KALVO_LIVE_EVENTS_H
-#define KALVO_LIVE_EVENTS_H
+#pragma once
 
 // The kinds, also the indexes of the loss counters.
 enum live_kind { LIVE_EXEC, LIVE_FORK, LIVE_EXIT, LIVE_LINE, LIVE_KINDS };
@@ -29,4 +28,3 @@ struct live_event {
     // Followed by the data: exec, the path's names, then the arguments; line, the line.
 };
 
-#endif
