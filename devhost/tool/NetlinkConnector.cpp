@@ -43,8 +43,8 @@ public:
     // Opens the socket, subscribes, and proves that events arrive by forking a child that exits
     // at once and waiting up to a second for its end.
     explicit NetlinkSource(const ProcFs& procfs) : m_procfs(procfs) {
-        description = "process events from the kernel's netlink process connector";
         if (m_socket < 0) throw Failure("netlink socket");
+        description = "process events from the kernel's netlink process connector";
         auto closeOnFailure = EIL::Core::MakeScopeFail([this] { ::close(m_socket); });
         // FORCE passes the system's limit when we may (root); otherwise the plain request.
         if (::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &ReceiveBufferBytes, sizeof ReceiveBufferBytes) != 0)
