@@ -5,20 +5,15 @@
 // that live shorter than one polling interval).
 #pragma once
 
-#include <array>
-#include <chrono>
-#include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
 
-#include "devhost/tool/BpfSource.h"
 #include "devhost/tool/EventSink.h"
-#include "devhost/tool/NetlinkConnector.h"
 #include "devhost/tool/ProcFs.h"
 #include "devhost/tool/SignalWatcher.h"
 
 namespace KALVO::DevHost::Tool {
+
+class ProcessTracker;
 
 // Any: the first of BPF, netlink and polling that works; the others: that one or fail.
 enum class LiveSourceKind { Any, Bpf, Netlink, Poll };
@@ -26,24 +21,31 @@ enum class LiveSourceKind { Any, Bpf, Netlink, Poll };
 struct LiveOptions {
     LiveSourceKind source = LiveSourceKind::Any;
     std::optional<std::uint64_t> treeRoot;  // only this process and its descendants
-    std::chrono::milliseconds pollInterval{200};
 };
 
-struct LiveStatistics {
-    std::uint64_t missed = 0;     // new programs gone before they could be read
-    std::uint64_t overflows = 0;  // times the kernel dropped netlink events
-    std::array<std::uint64_t, BpfSource::Kinds> lost{};  // BPF: events the kernel could not hand over
-    std::uint64_t truncatedArguments = 0;  // BPF: creations delivered with an incomplete command line or path
-    std::uint64_t truncatedLines = 0;      // BPF: shell lines delivered incomplete
+// One of the kernel's ways of telling what processes do, as it happens: it hands what it learns
+// to a tracker. Subscribed when opened, so nothing that happens from then on is lost.
+class KernelSource {
+public:
+    virtual ~KernelSource() = default;
+    // Waits up to `timeoutMs` for events and hands them to `tracker`, on this thread.
+    virtual void Receive(int timeoutMs, ProcessTracker& tracker) = 0;
+    // What was lost or arrived incomplete, on stderr, once the run is over.
+    virtual void NoteStatistics() const = 0;
+
+    std::string description;  // which source this is, for the user
 };
+
+// The two kernel sources (BpfSource.cpp, NetlinkConnector.cpp). Each throws std::runtime_error
+// saying why it cannot be had here (no right to it, no support in this build or kernel).
+std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs& procfs);
+std::unique_ptr<KernelSource> OpenNetlinkSource(const ProcFs& procfs);
 
 class LiveSource {
 public:
-    // Subscribes to the kernel's events (unless polling), so nothing that happens from here on
-    // is lost. Throws std::runtime_error when /proc cannot be read or the source asked for
-    // cannot be had.
+    // Opens the source. Throws std::runtime_error when /proc cannot be read or the source asked
+    // for cannot be had.
     explicit LiveSource(LiveOptions options);
-    ~LiveSource();
 
     // Which source is used, and why not the ones before it, for the user.
     const std::string& Description() const noexcept { return m_description; }
@@ -52,15 +54,16 @@ public:
     // requested or `deadline` passes. On the calling thread.
     void Run(EventSink& sink, SignalWatcher& signals, std::optional<SignalWatcher::Clock::time_point> deadline);
 
-    LiveStatistics Statistics() const noexcept { return m_statistics; }
+    // What the source missed, lost or cut short, on stderr, once Run is over.
+    void NoteStatistics() const {
+        if (m_source) m_source->NoteStatistics();
+    }
 
 private:
     LiveOptions m_options;
     ProcFs m_procfs;
-    std::unique_ptr<BpfSource> m_bpf;               // null unless BPF is used
-    std::unique_ptr<NetlinkConnector> m_connector;  // null unless netlink is used
+    std::unique_ptr<KernelSource> m_source;  // null: polling /proc
     std::string m_description;
-    LiveStatistics m_statistics;
 };
 
 }  // namespace KALVO::DevHost::Tool

@@ -2,13 +2,23 @@
 // /proc. A process's uid joins the boot id, the pid and the start time, so it stays the same for
 // the whole life of the process and differs for a later process given the same pid.
 //
-// Thread-safe after construction; every read may find the process already gone.
+// One thread only; every read may find the process already gone.
 #pragma once
 
-#include <cstdint>
-#include <mutex>
-#include <optional>
-#include <string>
+#include <dirent.h>
+#include <fmt/format.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
 #include <unordered_map>
 #include <vector>
 
@@ -18,47 +28,128 @@ namespace KALVO::DevHost::Tool {
 
 // What /proc/PID/stat says of a process.
 struct ProcStat {
-    std::uint64_t pid = 0;
     std::uint64_t parentPid = 0;
     std::uint64_t startTicks = 0;  // clock ticks after boot
-    char state = '?';              // 'R', 'S', 'Z', ...
-    bool kernelThread = false;
+    std::string uid;               // see ProcessUid
+    bool runsProgram = false;      // neither a kernel thread nor a zombie
 };
 
 // The command line of an argument vector as it lies in memory: the arguments joined by spaces.
-std::string CommandLineOf(std::string arguments);
+inline std::string CommandLineOf(std::string arguments) {
+    while (!arguments.empty() && arguments.back() == '\0') arguments.pop_back();
+    std::replace(arguments.begin(), arguments.end(), '\0', ' ');
+    return arguments;
+}
 
 class ProcFs {
 public:
     // Reads the boot id, the boot time and the clock tick rate. Throws std::runtime_error when
     // /proc is not there to read.
-    ProcFs();
+    ProcFs() {
+        std::istringstream(ReadFile("/proc/sys/kernel/random/boot_id")) >> m_bootId;
+        if (m_bootId.empty()) throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
+        m_bootTime = NumberAfter(ReadFile("/proc/stat"), "\nbtime ").value_or(0);
+        if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0) m_ticksPerSecond = static_cast<std::uint64_t>(ticks);
+    }
 
     // The pids of every process now running (not of threads), ascending.
-    std::vector<std::uint64_t> ProcessIds() const;
-    std::optional<ProcStat> ReadStat(std::uint64_t pid) const;
+    std::vector<std::uint64_t> ProcessIds() const {
+        std::vector<std::uint64_t> pids;
+        const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir("/proc"), ::closedir);
+        while (const dirent* entry = directory ? ::readdir(directory.get()) : nullptr) {
+            const char* end = entry->d_name + std::strlen(entry->d_name);
+            std::uint64_t pid = 0;
+            if (std::from_chars(entry->d_name, end, pid).ptr == end) pids.push_back(pid);
+        }
+        std::sort(pids.begin(), pids.end());
+        return pids;
+    }
+
+    std::optional<ProcStat> ReadStat(std::uint64_t pid) const {
+        const std::string content = ReadFile(ProcPath(pid, "stat"));
+        // The command name in parentheses may itself hold spaces and parentheses: the fields
+        // resume after the last ')', with the state, the parent, four skipped, the flags, twelve
+        // skipped and the start time.
+        const std::size_t close = content.rfind(')');
+        char state = 0;
+        unsigned flags = 0;
+        unsigned long long parent = 0, start = 0;
+        if (close == std::string::npos ||
+            std::sscanf(content.c_str() + close + 1,
+                        " %c %llu %*s %*s %*s %*s %u %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu", &state,
+                        &parent, &flags, &start) != 4)
+            return std::nullopt;
+        constexpr unsigned KernelThreadFlag = 0x00200000;  // PF_KTHREAD in the flags field
+        return ProcStat{.parentPid = parent, .startTicks = start, .uid = ProcessUid(m_bootId, pid, start),
+                        .runsProgram = (flags & KernelThreadFlag) == 0 && state != 'Z' && state != 'X'};
+    }
+
     // The executable's path, or nothing when unreadable (gone, a kernel thread, not allowed).
-    std::optional<std::string> ReadPath(std::uint64_t pid) const;
+    std::optional<std::string> ReadPath(std::uint64_t pid) const {
+        std::error_code error;
+        std::string target = std::filesystem::read_symlink(ProcPath(pid, "exe"), error);
+        return error ? std::nullopt : std::optional(std::move(target));
+    }
+
     // The full record: pid, parent, path, command line (arguments joined by spaces), uid, the
     // real user's id and name, and the start time. Nothing for a kernel thread, a zombie, or a
     // process that is gone; kernel threads are left out because they run no program.
-    std::optional<ProcessRecord> ReadProcess(std::uint64_t pid) const;
+    std::optional<ProcessRecord> ReadProcess(std::uint64_t pid) const {
+        const std::optional<ProcStat> stat = ReadStat(pid);
+        if (!stat || !stat->runsProgram) return std::nullopt;
+        ProcessRecord record{.pid = pid, .parentPid = stat->parentPid, .path = ReadPath(pid),
+                             .commandLine = CommandLineOf(ReadFile(ProcPath(pid, "cmdline"))), .uid = stat->uid,
+                             .userId = NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:"),
+                             .startTime = m_bootTime + stat->startTicks / m_ticksPerSecond};
+        if (record.userId) record.user = UserName(*record.userId);
+        // The process may have ended and its pid been taken while we read: then the parts above
+        // may belong to two processes, and the record is dropped like a process already gone.
+        const std::optional<ProcStat> again = ReadStat(pid);
+        if (!again || again->uid != stat->uid) return std::nullopt;
+        return record;
+    }
 
     // A record from what the kernel said of a process (its start in nanoseconds after boot),
     // without reading /proc: the uid, the user's name and the start time made as above.
-    ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::uint64_t userId) const;
-
-    std::string UidOf(const ProcStat& stat) const;
-    const std::string& BootId() const noexcept { return m_bootId; }
+    ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::uint64_t userId) const {
+        // The kernel turns start_boottime into the clock ticks of /proc/PID/stat the same way.
+        const std::uint64_t ticks = startNs / (1'000'000'000 / m_ticksPerSecond);
+        return ProcessRecord{.pid = pid, .parentPid = parentPid, .uid = ProcessUid(m_bootId, pid, ticks),
+                             .userId = userId, .user = UserName(userId), .startTime = m_bootTime + ticks / m_ticksPerSecond};
+    }
 
 private:
-    std::string UserName(std::uint64_t userId) const;
+    static std::string ProcPath(std::uint64_t pid, char const* leaf) { return fmt::format("/proc/{}/{}", pid, leaf); }
+
+    // The whole file, empty when it cannot be read. /proc files report a size of 0, so they are
+    // read until the end.
+    static std::string ReadFile(const std::string& path) {
+        std::ostringstream content;
+        content << std::ifstream(path, std::ios::binary).rdbuf();
+        return content.str();
+    }
+
+    // The number that follows `key` in `text` (a line's name in /proc/stat or /proc/PID/status).
+    static std::optional<std::uint64_t> NumberAfter(const std::string& text, char const* key) {
+        const std::size_t at = text.find(key);
+        unsigned long long value = 0;
+        if (at == std::string::npos || std::sscanf(text.c_str() + at + std::strlen(key), "%llu", &value) != 1)
+            return std::nullopt;
+        return value;
+    }
+
+    std::string UserName(std::uint64_t userId) const {
+        const auto [known, added] = m_users.try_emplace(userId);
+        // getpwuid is not reentrant, but nothing else in this program looks users up.
+        if (const passwd* entry = added ? ::getpwuid(static_cast<uid_t>(userId)) : nullptr; entry && entry->pw_name)
+            known->second = entry->pw_name;
+        return known->second;
+    }
 
     std::string m_bootId;
-    std::uint64_t m_bootTime = 0;       // seconds since the epoch
+    std::uint64_t m_bootTime = 0;  // seconds since the epoch
     std::uint64_t m_ticksPerSecond = 100;
-    mutable std::mutex m_usersMutex;    // guards m_users
-    mutable std::unordered_map<std::uint64_t, std::string> m_users;
+    mutable std::unordered_map<std::uint64_t, std::string> m_users;  // names by user id, as looked up
 };
 
 }  // namespace KALVO::DevHost::Tool

@@ -79,22 +79,6 @@ std::optional<ForecastReport> RunSensor(SensorSession& session, std::optional<st
     return forecast ? std::optional(forecast->Report(*rows)) : std::nullopt;
 }
 
-void NoteLiveStatistics(const LiveSource& source) {
-    const LiveStatistics statistics = source.Statistics();
-    if (statistics.missed != 0)
-        Note(std::to_string(statistics.missed) + " new program(s) ended before they could be read");
-    if (statistics.overflows != 0)
-        Warn("the kernel dropped process events " + std::to_string(statistics.overflows) + " time(s): this reader fell behind");
-    const auto& lost = statistics.lost;
-    if (lost[0] + lost[1] + lost[2] + lost[3] != 0)
-        Warn("the kernel could not hand over " + std::to_string(lost[0]) + " exec, " + std::to_string(lost[1]) + " fork, " +
-             std::to_string(lost[2]) + " exit and " + std::to_string(lost[3]) + " shell line event(s)");
-    if (statistics.truncatedArguments + statistics.truncatedLines != 0)
-        Note("truncated: " + std::to_string(statistics.truncatedArguments) +
-             " creation(s) whose command line or path was longer than read at the exec and ended before /proc could"
-             " complete it, " + std::to_string(statistics.truncatedLines) + " shell line(s) longer than 64 KiB");
-}
-
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
     SensorSession session(options, options.config, true, &events);
@@ -104,7 +88,7 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     const std::optional<ForecastReport> report =
         RunSensor(session, forecasting ? options.keys.value_or(KeyForecast::DefaultRows) : std::optional<std::size_t>(),
                   signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
-    NoteLiveStatistics(source);
+    source.NoteStatistics();
     session.PrintSummary();
     if (report) ShowForecast(*report, options.keys, options.keysJson);
     return 0;
@@ -123,7 +107,7 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
     Note(source.Description());
     source.Run(writer, signals, DeadlineOf(options));
 
-    NoteLiveStatistics(source);
+    source.NoteStatistics();
     const auto count = [&](EventKind kind) { return writer.Written(kind); };
     Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}",
                      count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) + count(EventKind::Shell),

@@ -33,6 +33,13 @@ namespace RJ = EIL::RJ;
 
 constexpr char const* CreatedTypeId = "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f";
 
+// How many times `part` occurs in `text`.
+std::size_t Count(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
 // live on the BPF source, limited to this test's own processes, reporting every event (no
 // report limit), with its state in a directory of its own.
 class BpfLive {
@@ -64,11 +71,7 @@ public:
 
     // Waits until `count` lines of the output hold `part`, then stops live; returns its status.
     int StopAfter(std::size_t count, const std::string& part) {
-        m_tool->WaitFor([&](const std::string& out, const std::string&) {
-            std::size_t seen = 0;
-            for (std::size_t at = out.find(part); at != std::string::npos; at = out.find(part, at + 1)) ++seen;
-            return seen >= count;
-        });
+        m_tool->WaitFor([&](const std::string& out, const std::string&) { return Count(out, part) >= count; });
         m_tool->Signal(SIGINT);
         return m_tool->Finish();
     }
@@ -174,13 +177,8 @@ TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
     // so neither side blocks on a full pty.
     std::string shown, pending;
     std::size_t next = 0;
-    const auto prompts = [&] {
-        std::size_t count = 0;
-        for (std::size_t at = shown.find("PROMPT>"); at != std::string::npos; at = shown.find("PROMPT>", at + 1)) ++count;
-        return count;
-    };
     for (;;) {
-        if (pending.empty() && next < lines.size() && prompts() > next) pending = lines[next++] + "\n";
+        if (pending.empty() && next < lines.size() && Count(shown, "PROMPT>") > next) pending = lines[next++] + "\n";
         pollfd waiting{terminal, static_cast<short>(POLLIN | (pending.empty() ? 0 : POLLOUT)), 0};
         if (::poll(&waiting, 1, 10000) <= 0) break;
         if (waiting.revents & POLLIN) {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0
-/* The kernel half of kalvo-devhost's BPF live source: every new program with its path and
- * argument vector read at the exec itself (so one that ends at once is still known whole), the
- * forks and exits that keep the host's process table right, and every line readline returns to
- * a shell. Everything goes through one ring buffer; what cannot be handed over is counted in
- * `losses` by kind, which the host reads and reports. */
+// The kernel half of kalvo-devhost's BPF live source: every new program with its path and
+// argument vector read at the exec itself (so one that ends at once is still known whole), the
+// forks and exits that keep the host's process table right, and every line readline returns to
+// a shell. Everything goes through one ring buffer; what cannot be handed over is counted in
+// `losses` by kind, which the host reads and reports.
 #include "vmlinux.h"
 #include <bpf/bpf_core_read.h>
 #include <bpf/bpf_helpers.h>
@@ -12,7 +12,7 @@
 #include "LiveEvents.h"
 
 #ifdef KALVO_FOREIGN_BTF
-/* The types came from another architecture's kernel: the target's registers, for PT_REGS_RC. */
+// The types came from another architecture's kernel: the target's registers, for PT_REGS_RC.
 #if defined(__TARGET_ARCH_arm64)
 struct user_pt_regs { __u64 regs[31]; __u64 sp; __u64 pc; __u64 pstate; };
 #endif
@@ -25,10 +25,10 @@ struct {
     __uint(max_entries, 16 << 20);
 } events SEC(".maps");
 
-/* An exec record is built here, then copied into the ring buffer at its real size. */
+// An exec record is built here, then copied into the ring buffer at its real size.
 struct exec_scratch {
     struct live_event header;
-    char data[2 * LIVE_PATH_BYTES + LIVE_ARGS_BYTES];  /* room for the mask below */
+    char data[2 * LIVE_PATH_BYTES + LIVE_ARGS_BYTES];  // room for the mask below
 };
 
 struct {
@@ -41,28 +41,27 @@ struct {
 __u64 losses[LIVE_KINDS] = {};
 
 static __always_inline void fill(struct live_event *event, unsigned kind, struct task_struct *task) {
-    event->kind = kind;
-    event->pid = BPF_CORE_READ(task, tgid);
-    event->parent_pid = BPF_CORE_READ(task, real_parent, tgid);
-    event->user_id = BPF_CORE_READ(task, real_cred, uid.val);
-    event->start = BPF_CORE_READ(task, group_leader, start_boottime);
-    event->flags = 0;
-    event->path_bytes = 0;
-    event->data_bytes = 0;
+    *event = (struct live_event){
+        .kind = kind,
+        .pid = BPF_CORE_READ(task, tgid),
+        .parent_pid = BPF_CORE_READ(task, real_parent, tgid),
+        .user_id = BPF_CORE_READ(task, real_cred, uid.val),
+        .start = BPF_CORE_READ(task, group_leader, start_boottime),
+    };
 }
 
-static __always_inline void small(unsigned kind, struct task_struct *task) {
-    struct live_event *event = bpf_ringbuf_reserve(&events, sizeof *event, 0);
-    if (!event) {
-        __sync_fetch_and_add(&losses[kind], 1);
-        return;
-    }
-    fill(event, kind, task);
-    bpf_ringbuf_submit(event, 0);
+// A fork or an exit, of a process only: a new thread is a fork too, and only the end of the
+// thread-group leader is the end of the process.
+static __always_inline int fork_or_exit(unsigned kind, struct task_struct *task) {
+    struct live_event event;
+    if (BPF_CORE_READ(task, pid) != BPF_CORE_READ(task, tgid)) return 0;
+    fill(&event, kind, task);
+    if (bpf_ringbuf_output(&events, &event, sizeof event, 0) != 0) __sync_fetch_and_add(&losses[kind], 1);
+    return 0;
 }
 
-/* The names of the executable's path from the leaf up, across mount points, each ending in a
- * NUL, one step of bpf_loop a name (a loop the verifier checks once, however deep the path). */
+// The names of the executable's path from the leaf up, across mount points, each ending in a
+// NUL, one step of bpf_loop a name (a loop the verifier checks once, however deep the path).
 struct walk {
     struct dentry *dentry;
     struct mount *mount;
@@ -78,7 +77,7 @@ static long walk_step(__u32 index, struct walk *walk) {
     struct mount *mount = walk->mount;
     if (dentry == BPF_CORE_READ(mount, mnt.mnt_root) || dentry == parent) {
         struct mount *up = BPF_CORE_READ(mount, mnt_parent);
-        if (up == mount) {  /* the root of everything */
+        if (up == mount) {  // the root of everything
             walk->done = 1;
             return 1;
         }
@@ -105,18 +104,15 @@ int BPF_PROG(on_exec, struct task_struct *task) {
     struct file *exe = BPF_CORE_READ(mm, exe_file);
     struct walk walk = {BPF_CORE_READ(exe, f_path.dentry), container_of(BPF_CORE_READ(exe, f_path.mnt), struct mount, mnt)};
     bpf_loop(64, walk_step, &walk, 0);
-    if (!walk.done) record->header.flags |= LIVE_PATH_TRUNCATED;
-    __u32 path = walk.used;
-    path &= 2 * LIVE_PATH_BYTES - 1;  /* never more than LIVE_PATH_BYTES: a bound the verifier sees */
+    if (!walk.done) record->header.truncated = 1;
+    __u32 path = walk.used & (2 * LIVE_PATH_BYTES - 1);  // never more than LIVE_PATH_BYTES: a bound the verifier sees
     unsigned long start = BPF_CORE_READ(mm, arg_start), end = BPF_CORE_READ(mm, arg_end);
     __u64 length = end > start ? end - start : 0;
-    if (length > LIVE_ARGS_BYTES) {
-        length = LIVE_ARGS_BYTES;
-        record->header.flags |= LIVE_ARGS_TRUNCATED;
-    }
+    record->header.truncated |= length > LIVE_ARGS_BYTES;
+    if (length > LIVE_ARGS_BYTES) length = LIVE_ARGS_BYTES;
     if (bpf_probe_read_user(record->data + path, length, (void *)start) != 0) {
         length = 0;
-        record->header.flags |= LIVE_ARGS_TRUNCATED;
+        record->header.truncated = 1;
     }
     record->header.path_bytes = path;
     record->header.data_bytes = length;
@@ -128,40 +124,30 @@ int BPF_PROG(on_exec, struct task_struct *task) {
 
 SEC("tp_btf/sched_process_fork")
 int BPF_PROG(on_fork, struct task_struct *parent, struct task_struct *child) {
-    /* A new thread is a fork too; only new processes count. */
-    if (BPF_CORE_READ(child, pid) == BPF_CORE_READ(child, tgid)) small(LIVE_FORK, child);
-    return 0;
+    return fork_or_exit(LIVE_FORK, child);
 }
 
 SEC("tp_btf/sched_process_exit")
 int BPF_PROG(on_exit, struct task_struct *task) {
-    /* Only the end of the thread-group leader is the end of the process. */
-    if (BPF_CORE_READ(task, pid) == BPF_CORE_READ(task, tgid)) small(LIVE_EXIT, task);
-    return 0;
+    return fork_or_exit(LIVE_EXIT, task);
 }
 
-/* The return of readline: the line a shell's user typed (NULL at the end of input). */
+// The return of readline: the line a shell's user typed (NULL at the end of input).
 SEC("uretprobe")
 int on_readline(struct pt_regs *ctx) {
     const char *line = (const char *)PT_REGS_RC(ctx);
     if (!line) return 0;
     struct live_event *event = bpf_ringbuf_reserve(&events, sizeof *event + LIVE_LINE_BYTES, 0);
-    if (!event) {
+    long length = event ? bpf_probe_read_user_str(event + 1, LIVE_LINE_BYTES, line) : 0;
+    if (length <= 0) {  // no room in the ring buffer, or the line unreadable
         __sync_fetch_and_add(&losses[LIVE_LINE], 1);
+        if (event) bpf_ringbuf_discard(event, 0);
         return 0;
     }
     fill(event, LIVE_LINE, (struct task_struct *)bpf_get_current_task_btf());
-    long length = bpf_probe_read_user_str(event + 1, LIVE_LINE_BYTES, line);
-    if (length <= 0) {
-        __sync_fetch_and_add(&losses[LIVE_LINE], 1);
-        bpf_ringbuf_discard(event, 0);
-        return 0;
-    }
-    event->data_bytes = length - 1;
-    if (length == LIVE_LINE_BYTES) {
-        event->data_bytes = LIVE_LINE_BYTES - 2;
-        event->flags |= LIVE_LINE_TRUNCATED;
-    }
+    // The terminating NUL is not sent, nor the byte beyond 64 KiB that tells a longer line.
+    event->truncated = length == LIVE_LINE_BYTES;
+    event->data_bytes = length - 1 - event->truncated;
     bpf_ringbuf_submit(event, 0);
     return 0;
 }
