@@ -28,10 +28,9 @@ public:
         std::lock_guard lock(m_mutex);
         for (std::size_t done = 0; done < text.size() && !Failed();) {
             const ssize_t written = ::write(m_fd, text.data() + done, text.size() - done);
-            if (written < 0 && errno == EINTR) continue;
             if (written > 0) {
                 done += static_cast<std::size_t>(written);
-            } else {
+            } else if (written == 0 || errno != EINTR) {
                 m_failed.store(true, std::memory_order_release);
                 if (m_onFailure) m_onFailure();
             }

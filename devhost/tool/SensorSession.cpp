@@ -102,10 +102,12 @@ std::optional<std::tuple<long long, long long, long long, unsigned long long>> S
                       static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino));
 }
 
-std::uint64_t Sum(const auto& counts) {
-    std::uint64_t sum = 0;
-    for (const auto& count : counts) sum += count.load(std::memory_order_relaxed);
-    return sum;
+// A snapshot of counters.
+template <std::size_t N>
+std::array<std::uint64_t, N> Load(const std::array<std::atomic<std::uint64_t>, N>& counts) {
+    std::array<std::uint64_t, N> values{};
+    for (std::size_t index = 0; index < N; ++index) values[index] = counts[index].load(std::memory_order_relaxed);
+    return values;
 }
 
 }  // namespace
@@ -143,28 +145,24 @@ void SensorSession::Start(SignalWatcher& signals) {
     m_host->Reports().SetRetention(0);
     m_host->Filter().SetRetention(0);
     m_host->Reports().SetListener([this](const EventRecord& event) {
-        m_reported[ReportKindOf(event)].fetch_add(1, std::memory_order_relaxed);
+        if (const std::size_t kind = ReportKindOf(event); kind < m_reported.size()) m_reported[kind].fetch_add(1, std::memory_order_relaxed);
         if (m_events) m_events->Write(RenderEventJson(event));
     });
     for (const FaultRule& rule : m_options.faults) m_host->Faults().Apply(rule);
     m_plugin = std::make_unique<Plugin>(m_pluginPath, m_host->Root());
-    {
-        std::lock_guard lock(m_lifecycle);
-        const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
-        if (code != Result::Success)
-            throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
-        m_started = true;
-    }
+    const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
+    if (code != Result::Success)
+        throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
+    m_started = true;
     m_stamp = StampOf(m_config);
     m_signals = &signals;
     signals.SetReloadHandler([this](bool signalled) { Reload(signalled); });
 }
 
 void SensorSession::Stop() {
-    // No reload after this, and none running: a reload waits for the lifecycle lock.
+    // No reload after this, and none running: the agent makes one lifecycle call at a time.
     if (m_signals) m_signals->SetReloadHandler({});
     m_signals = nullptr;
-    std::lock_guard lock(m_lifecycle);
     if (!m_started) return;
     m_started = false;
     const Result::Code code = m_plugin->Package()->Stop(nullptr, 0);
@@ -176,7 +174,6 @@ void SensorSession::Reload(bool signalled) {
     if (!signalled && stamp == m_stamp) return;
     m_stamp = stamp;
     try {
-        std::lock_guard lock(m_lifecycle);
         if (m_config) m_host->Config().SetText(ReadConfigurationFile(*m_config));
         static constexpr std::string_view context = R"({"reason":"configuration"})";
         const Result::Code code = m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
@@ -201,22 +198,18 @@ void SensorSession::Deliver(const TraceEvent& event) {
     m_delivered[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
 }
 
-std::uint64_t SensorSession::Reported() const noexcept { return Sum(m_reported); }
-
 void SensorSession::PrintSummary() const {
-    const auto delivered = [this](EventKind kind) { return m_delivered[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); };
-    const auto reported = [this](std::size_t kind) { return m_reported[kind].load(std::memory_order_relaxed); };
-    Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", Sum(m_delivered),
-                     delivered(EventKind::Create), delivered(EventKind::Exists), delivered(EventKind::Terminate),
-                     delivered(EventKind::Shell)));
+    const auto [create, exists, terminate, shell] = Load(m_delivered);
+    const auto [created, existing, shells] = Load(m_reported);
+    Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
+                     exists, terminate, shell));
     // Terminations are never reported: what the sensor held back is counted among the rest.
-    const std::uint64_t reportable = delivered(EventKind::Create) + delivered(EventKind::Exists) + delivered(EventKind::Shell);
+    const std::uint64_t reportable = create + exists + shell;
     const std::uint64_t filtered = m_host->Filter().Suppressed();
-    const std::uint64_t all = Reported();
+    const std::uint64_t all = m_host->Reports().EventCount();
     Note(fmt::format("of {} reportable (create, exists, shell): filtered {}, suppressed {}, reported {} (created {}, exists {}, "
                      "shell {})",
-                     reportable, filtered, reportable - std::min(reportable, filtered + all), all, reported(0), reported(1),
-                     reported(2)));
+                     reportable, filtered, reportable - std::min(reportable, filtered + all), all, created, existing, shells));
 }
 
 }  // namespace KALVO::DevHost::Tool

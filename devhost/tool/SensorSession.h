@@ -14,7 +14,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -53,8 +52,6 @@ public:
     void Deliver(const TraceEvent& event) override;
 
     Host& GetHost() noexcept { return *m_host; }  // once started
-    // Reported events of every kind.
-    std::uint64_t Reported() const noexcept;
     // How many times the configuration was served again: a change tells a reader of the
     // settings to read them again, as the sensor did.
     std::uint64_t Reconfigurations() const noexcept { return m_reconfigurations.load(std::memory_order_acquire); }
@@ -74,17 +71,18 @@ private:
     HostOptions m_hostOptions;  // until Start builds the host
     std::unique_ptr<Host> m_host;
     std::unique_ptr<Plugin> m_plugin;
-    std::mutex m_lifecycle;  // one lifecycle call at a time, as the agent makes them
-    bool m_started = false;  // guarded by m_lifecycle
+    // Start, Stop and the destructor run on one thread, and reloads (on the signal thread)
+    // only between Start and Stop, so the sensor receives one lifecycle call at a time.
+    bool m_started = false;
     SignalWatcher* m_signals = nullptr;  // serving reloads, between Start and Stop
     // The configuration file's modification time (seconds, nanoseconds), size and inode as last
     // seen (nothing: no file); a change serves it again. The reloading thread's only.
     std::optional<std::tuple<long long, long long, long long, unsigned long long>> m_stamp;
     std::atomic<std::uint64_t> m_reconfigurations{0};
     // Counters only (relaxed): events delivered by EventKind, and reported by the kind of their
-    // first observation (created, exists, shell, other).
+    // first observation (created, exists, shell).
     std::array<std::atomic<std::uint64_t>, EventKindCount> m_delivered{};
-    std::array<std::atomic<std::uint64_t>, 4> m_reported{};
+    std::array<std::atomic<std::uint64_t>, 3> m_reported{};
 };
 
 }  // namespace KALVO::DevHost::Tool

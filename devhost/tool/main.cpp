@@ -67,16 +67,18 @@ std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*options.duration));
 }
 
-// Runs the sensor on the events `drive` delivers. With `rows`, they pass through a forecast,
-// whose report of that many keys is returned.
-std::optional<ForecastReport> RunSensor(SensorSession& session, std::optional<std::size_t> rows, SignalWatcher& signals,
+// Runs the sensor on the events `drive` delivers. When a forecast is asked for, they pass
+// through one, whose report is returned: of the busiest keys --keys asks for, or of every key it
+// keeps when the report is to be compared.
+std::optional<ForecastReport> RunSensor(const ToolOptions& options, SensorSession& session, SignalWatcher& signals,
                                         const std::function<void(EventSink&)>& drive) {
     session.Start(signals);
     std::optional<KeyForecast> forecast;
-    if (rows) forecast.emplace(session);
+    if (options.keys || options.keysJson || options.compare) forecast.emplace(session);
     drive(forecast ? static_cast<EventSink&>(*forecast) : session);
     session.Stop();
-    return forecast ? std::optional(forecast->Report(*rows)) : std::nullopt;
+    if (!forecast) return std::nullopt;
+    return forecast->Report(options.compare ? KeyForecast::KeyCapacity : options.keys.value_or(KeyForecast::DefaultRows));
 }
 
 void NoteLiveStatistics(const LiveSource& source) {
@@ -100,18 +102,15 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     SensorSession session(options, options.config, true, &events);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
-    const bool forecasting = options.keys || options.keysJson;
     const std::optional<ForecastReport> report =
-        RunSensor(session, forecasting ? options.keys.value_or(KeyForecast::DefaultRows) : std::optional<std::size_t>(),
-                  signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
+        RunSensor(options, session, signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
     NoteLiveStatistics(source);
     session.PrintSummary();
-    if (report) ShowForecast(*report, options.keys, options.keysJson);
+    if (report) ShowForecast(*report, options);
     return 0;
 }
 
 int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
-    for (const std::string& name : options.ignored) Warn(name + " has no effect on record, which runs no sensor");
     const int fd = options.output ? ::open(options.output->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : STDOUT_FILENO;
     if (fd < 0) throw std::runtime_error(fmt::format("cannot write trace {}: {}", *options.output, std::strerror(errno)));
     const auto closer = EIL::Core::MakeScopeExit([fd] {
@@ -133,17 +132,14 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
 
 int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
-    const bool forecasting = options.keys || options.keysJson || options.compare;
-    const std::size_t rows = options.keys.value_or(KeyForecast::DefaultRows);
     LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
 
     const auto replay = [&](const std::optional<std::string>& config) {
         // Both runs of a comparison show their forecasts only; their reports would interleave.
         SensorSession session(options, config, false, options.compare ? nullptr : &events);
         std::uint64_t skipped = 0;
-        std::optional<ForecastReport> report =
-            RunSensor(session, forecasting ? (options.compare ? KeyForecast::KeyCapacity : rows) : std::optional<std::size_t>(),
-                      signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
+        std::optional<ForecastReport> report = RunSensor(
+            options, session, signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
         if (config) Note("configuration " + *config + ":");
         if (skipped != 0) Note(fmt::format("skipped {} malformed line(s) of the trace", skipped));
         session.PrintSummary();
@@ -152,10 +148,10 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
 
     const std::optional<ForecastReport> first = replay(options.config);
     if (!options.compare) {
-        if (first) ShowForecast(*first, options.keys, options.keysJson);
+        if (first) ShowForecast(*first, options);
         return 0;
     }
-    PrintComparison(*first, *replay(options.compare), rows);
+    PrintComparison(*first, *replay(options.compare), options.keys.value_or(KeyForecast::DefaultRows));
     return 0;
 }
 
