@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -13,7 +12,6 @@
 
 #include "configuration/Configuration.h"
 #include "devhost/ValidUtf8.h"
-#include "devhost/tool/Console.h"
 #include "eil/json/RapidJson.h"
 #include "monitor/RepeatKeys.h"
 
@@ -35,8 +33,6 @@ std::string Shortened(const std::string& key) {
     const std::string tail = ValidUtf8(std::string_view(key).substr(key.size() - ShownKeyLength / 2 + 3));
     return head + "..." + tail;
 }
-
-double Share(std::uint64_t part, std::uint64_t whole) { return whole == 0 ? 0.0 : 100.0 * part / whole; }
 
 // The hours between the first and the last event; nothing unless events carry different times.
 std::optional<double> Hours(const ForecastReport& report) {
@@ -221,7 +217,7 @@ void ShowForecast(const ForecastReport& report, const ToolOptions& options) {
     Note(fmt::format("{}{} distinct keys, {} reached the limit, {} cache evictions; of {} events {} reported, {} "
                      "suppressed ({:.1f} %), {} filtered, {} reported again after eviction",
                      report.distinctCapped ? "more than " : "", report.distinctKeys, report.keysAtLimit, report.evictions,
-                     t.delivered, t.reported, t.suppressed, Share(t.suppressed, t.delivered), t.filtered, t.reportedAgain));
+                     t.delivered, t.reported, t.suppressed, t.delivered == 0 ? 0.0 : 100.0 * t.suppressed / t.delivered, t.filtered, t.reportedAgain));
     if (report.foldedKeys != 0)
         Note(fmt::format("{} keys folded into others (summary of {} keys): counts above may be overstated by at most {}",
                          report.foldedKeys, KeyForecast::KeyCapacity, report.maxError));

@@ -104,7 +104,7 @@ std::optional<std::tuple<long long, long long, long long, unsigned long long>> S
 
 // A snapshot of counters.
 template <std::size_t N>
-std::array<std::uint64_t, N> Load(const std::array<std::atomic<std::uint64_t>, N>& counts) {
+std::array<std::uint64_t, N> Snapshot(const std::array<std::atomic<std::uint64_t>, N>& counts) {
     std::array<std::uint64_t, N> values{};
     for (std::size_t index = 0; index < N; ++index) values[index] = counts[index].load(std::memory_order_relaxed);
     return values;
@@ -199,8 +199,8 @@ void SensorSession::Deliver(const TraceEvent& event) {
 }
 
 void SensorSession::PrintSummary() const {
-    const auto [create, exists, terminate, shell] = Load(m_delivered);
-    const auto [created, existing, shells] = Load(m_reported);
+    const auto [create, exists, terminate, shell] = Snapshot(m_delivered);
+    const auto [created, existing, shells] = Snapshot(m_reported);
     Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
                      exists, terminate, shell));
     // Terminations are never reported: what the sensor held back is counted among the rest.

@@ -54,7 +54,7 @@ void WriteProcess(Writer& writer, const ProcessRecord& process) {
 // (or null, where `nullable`), else a value of type T (std::uint64_t or std::string), else a
 // TraceFormatError.
 template <class T>
-std::optional<T> Get(const RJ::Value& object, std::string_view owner, char const* name, bool nullable = false) {
+std::optional<T> MemberOf(const RJ::Value& object, std::string_view owner, char const* name, bool nullable = false) {
     const auto member = object.FindMember(name);
     if (member == object.MemberEnd() || (nullable && member->value.IsNull())) return std::nullopt;
     const RJ::Value& value = member->value;
@@ -75,14 +75,14 @@ ProcessRecord ReadProcess(const RJ::Value& document, char const* name) {
     const RJ::Value& object = member->value;
     const std::string owner = fmt::format("\"{}\".", name);
     // In the members' order, so a line with several faults is named by its first.
-    return ProcessRecord{.pid = Get<std::uint64_t>(object, owner, "pid").value_or(0),
-                         .parentPid = Get<std::uint64_t>(object, owner, "ppid").value_or(0),
-                         .path = Get<std::string>(object, owner, "path", true),
-                         .commandLine = Get<std::string>(object, owner, "command_line", true),
-                         .uid = Get<std::string>(object, owner, "uid").value_or(""),
-                         .userId = Get<std::uint64_t>(object, owner, "user_id"),
-                         .user = Get<std::string>(object, owner, "user").value_or(""),
-                         .startTime = Get<std::uint64_t>(object, owner, "start_time").value_or(0)};
+    return ProcessRecord{.pid = MemberOf<std::uint64_t>(object, owner, "pid").value_or(0),
+                         .parentPid = MemberOf<std::uint64_t>(object, owner, "ppid").value_or(0),
+                         .path = MemberOf<std::string>(object, owner, "path", true),
+                         .commandLine = MemberOf<std::string>(object, owner, "command_line", true),
+                         .uid = MemberOf<std::string>(object, owner, "uid").value_or(""),
+                         .userId = MemberOf<std::uint64_t>(object, owner, "user_id"),
+                         .user = MemberOf<std::string>(object, owner, "user").value_or(""),
+                         .startTime = MemberOf<std::uint64_t>(object, owner, "start_time").value_or(0)};
 }
 
 // Skipped lines are named one by one up to this many; a trace that is wrong throughout would
@@ -130,7 +130,7 @@ TraceEvent ParseTraceLine(std::string_view line) {
             fmt::format("not JSON: {} (column {})", RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset() + 1));
     }
     if (!document.IsObject()) throw TraceFormatError("not a JSON object");
-    const std::optional<std::string> kindName = Get<std::string>(document, {}, "kind");
+    const std::optional<std::string> kindName = MemberOf<std::string>(document, {}, "kind");
     if (!kindName) throw TraceFormatError("\"kind\" is missing");
     const auto* kind = std::find(std::begin(KindNames), std::end(KindNames), *kindName);
     if (kind == std::end(KindNames)) throw TraceFormatError("unknown \"kind\" (create, exists, terminate or shell)");
@@ -138,11 +138,11 @@ TraceEvent ParseTraceLine(std::string_view line) {
     TraceEvent event{.kind = static_cast<EventKind>(kind - std::begin(KindNames)), .process = ReadProcess(document, "process")};
     if (event.kind == EventKind::Create) event.parent = ReadProcess(document, "parent");
     if (event.kind == EventKind::Shell) {
-        std::optional<std::string> command = Get<std::string>(document, {}, "command");
+        std::optional<std::string> command = MemberOf<std::string>(document, {}, "command");
         if (!command) throw TraceFormatError("\"command\" is missing");
         event.command = std::move(*command);
     }
-    event.time = Get<std::uint64_t>(document, {}, "time");
+    event.time = MemberOf<std::uint64_t>(document, {}, "time");
     return event;
 }
 

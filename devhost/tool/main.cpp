@@ -20,12 +20,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "devhost/tool/Console.h"
 #include "devhost/tool/KeyForecast.h"
 #include "devhost/tool/LiveSource.h"
-#include "devhost/tool/SensorSession.h"
-#include "devhost/tool/SignalWatcher.h"
-#include "devhost/tool/ToolOptions.h"
 #include "devhost/tool/TraceFormat.h"
 #include "eil/core/ScopeGuard.h"
 
@@ -36,16 +32,6 @@ using Clock = SignalWatcher::Clock;
 
 // The routing key under which the sensor answers the agent's health check.
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
-
-// For the output of events: asks for a stop once it cannot be written (a closed pipe), since
-// nobody sees what would follow.
-std::function<void()> StopOnFailure(SignalWatcher& signals) {
-    return [&signals] {
-        if (signals.StopRequested()) return;
-        Warn("stdout is closed; stopping");
-        signals.RequestStop();
-    };
-}
 
 // Writes each event as a trace line, and counts what was written by kind.
 class TraceWriter final : public EventSink {
@@ -98,7 +84,7 @@ void NoteLiveStatistics(const LiveSource& source) {
 }
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
-    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
+    LineOutput events(STDOUT_FILENO, &signals);
     SensorSession session(options, options.config, true, &events);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
@@ -116,7 +102,7 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
     const auto closer = EIL::Core::MakeScopeExit([fd] {
         if (fd != STDOUT_FILENO) ::close(fd);
     });
-    LineOutput lines(fd, StopOnFailure(signals));
+    LineOutput lines(fd, &signals);
     TraceWriter writer(lines);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
@@ -132,7 +118,7 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
 
 int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
-    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
+    LineOutput events(STDOUT_FILENO, &signals);
 
     const auto replay = [&](const std::optional<std::string>& config) {
         // Both runs of a comparison show their forecasts only; their reports would interleave.
