@@ -155,7 +155,6 @@ std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink,
     });
     struct stat status {};
     if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) throw std::runtime_error("cannot read trace " + path + ": it is a directory");
-    const std::string name = fromStdin ? std::string("stdin") : path;
 
     // Every thread reads its next event itself, under the lock, and delivers it outside; the
     // first failure stops them all and is thrown once they are joined.
@@ -183,7 +182,8 @@ std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink,
             try {
                 return ParseTraceLine(line);
             } catch (const TraceFormatError& error) {
-                if (++skipped <= NamedSkips) Warn(fmt::format("{}:{}: line skipped: {}", name, lineNumber, error.what()));
+                if (++skipped <= NamedSkips)
+                    Warn(fmt::format("{}:{}: line skipped: {}", fromStdin ? "stdin" : path, lineNumber, error.what()));
                 if (skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
             }
         }
