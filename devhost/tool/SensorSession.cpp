@@ -51,11 +51,11 @@ std::string DefaultPluginPath() {
 // Where the host's storage lives between runs, so that a sensor restarted on the same machine
 // remembers the processes it has already reported (as an agent's own data directory does):
 // storage.sqlite3 in the directory, created when missing and checked to be writable.
-std::string StoragePath(const std::optional<std::string>& stateDir, bool keepState) {
-    if (!stateDir && !keepState) return HostStorage::InMemory;
+std::string StoragePath(const ToolOptions& options) {
+    if (!options.stateDir && options.command != Command::Live) return HostStorage::InMemory;
     std::string directory;
-    if (stateDir) {
-        directory = *stateDir;
+    if (options.stateDir) {
+        directory = *options.stateDir;
     } else if (char const* state = std::getenv("XDG_STATE_HOME"); state && state[0] == '/') {
         directory = std::string(state) + "/kalvo-devhost";  // the XDG rule: a relative value is to be ignored
     } else if (char const* home = std::getenv("HOME"); home && home[0] != '\0') {
@@ -102,23 +102,14 @@ std::optional<std::tuple<long long, long long, long long, unsigned long long>> S
                       static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino));
 }
 
-// A snapshot of counters.
-template <std::size_t N>
-std::array<std::uint64_t, N> Snapshot(const std::array<std::atomic<std::uint64_t>, N>& counts) {
-    std::array<std::uint64_t, N> values{};
-    for (std::size_t index = 0; index < N; ++index) values[index] = counts[index].load(std::memory_order_relaxed);
-    return values;
-}
-
 }  // namespace
 
-SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState,
-                             LineOutput* events)
+SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events)
     : m_options(options),
       m_events(events),
       m_config(config),
       m_pluginPath(options.plugin ? *options.plugin : DefaultPluginPath()),
-      m_hostOptions{StoragePath(options.stateDir, keepState), config ? ReadConfigurationFile(*config) : "{}"} {}
+      m_hostOptions{StoragePath(options), config ? ReadConfigurationFile(*config) : "{}"} {}
 
 SensorSession::~SensorSession() {
     Stop();

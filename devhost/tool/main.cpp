@@ -34,18 +34,15 @@ using Clock = SignalWatcher::Clock;
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
 
 // Writes each event as a trace line, and counts what was written by kind.
-class TraceWriter final : public EventSink {
-public:
-    explicit TraceWriter(LineOutput& output) noexcept : m_output(output) {}
+struct TraceWriter final : public EventSink {
+    explicit TraceWriter(LineOutput& lines) noexcept : output(lines) {}
     void Deliver(const TraceEvent& event) override {
-        m_output.Write(FormatTraceLine(event));
-        if (!m_output.Failed()) m_written[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
+        output.Write(FormatTraceLine(event));
+        if (!output.Failed()) written[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
     }
-    std::uint64_t Written(EventKind kind) const noexcept { return m_written[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); }
 
-private:
-    LineOutput& m_output;
-    std::array<std::atomic<std::uint64_t>, EventKindCount> m_written{};  // counters only: relaxed
+    LineOutput& output;
+    EventCounts written{};
 };
 
 std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
@@ -85,7 +82,7 @@ void NoteLiveStatistics(const LiveSource& source) {
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput events(STDOUT_FILENO, &signals);
-    SensorSession session(options, options.config, true, &events);
+    SensorSession session(options, options.config, &events);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
     const std::optional<ForecastReport> report =
@@ -109,10 +106,9 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
     source.Run(writer, signals, DeadlineOf(options));
 
     NoteLiveStatistics(source);
-    const auto count = [&](EventKind kind) { return writer.Written(kind); };
-    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}",
-                     count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) + count(EventKind::Shell),
-                     count(EventKind::Create), count(EventKind::Exists), count(EventKind::Terminate), count(EventKind::Shell)));
+    const auto [create, exists, terminate, shell] = Snapshot(writer.written);
+    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
+                     exists, terminate, shell));
     return lines.Failed() && options.output ? 1 : 0;
 }
 
@@ -122,7 +118,7 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
 
     const auto replay = [&](const std::optional<std::string>& config) {
         // Both runs of a comparison show their forecasts only; their reports would interleave.
-        SensorSession session(options, config, false, options.compare ? nullptr : &events);
+        SensorSession session(options, config, options.compare ? nullptr : &events);
         std::uint64_t skipped = 0;
         std::optional<ForecastReport> report = RunSensor(
             options, session, signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
@@ -133,17 +129,16 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     };
 
     const std::optional<ForecastReport> first = replay(options.config);
-    if (!options.compare) {
-        if (first) ShowForecast(*first, options);
-        return 0;
-    }
-    PrintComparison(*first, *replay(options.compare), options.keys.value_or(KeyForecast::DefaultRows));
+    if (options.compare)
+        PrintComparison(*first, *replay(options.compare), options.keys.value_or(KeyForecast::DefaultRows));
+    else if (first)
+        ShowForecast(*first, options);
     return 0;
 }
 
 int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput out(STDOUT_FILENO);
-    SensorSession session(options, options.config, false, &out);
+    SensorSession session(options, options.config, &out);
     session.Start(signals);
     std::string answer;
     const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
