@@ -17,7 +17,7 @@
 
 namespace KALVO::DevHost::Tool {
 
-inline void Warn(std::string_view text);
+inline void Warn(std::string_view text);  // below; a line output that fails warns through it
 
 class LineOutput {
 public:

@@ -31,9 +31,10 @@ class SensorSession final : public EventSink {
 public:
     // Finds what Start needs, so a mistake stops the program before anything runs: the plug-in
     // (--plugin, else the library next to the program, else the one built with it), the host's
-    // storage (in --state, else for live in the default state directory, else in memory) and the configuration file `config`, read. `options` and `events` (when given, it
-    // receives each reported event's line) are borrowed. Throws std::runtime_error with a
-    // message for the user.
+    // storage (in --state, else for live in the default state directory, else in memory) and
+    // the configuration file `config`, read. `options` and `events` (when given, it receives
+    // each reported event's line) are borrowed. Throws std::runtime_error with a message for
+    // the user.
     SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events);
     // Stops the sensor if it runs, then unloads it; warns when it kept host references.
     ~SensorSession() override;
