@@ -164,14 +164,9 @@ int main(int argc, char** argv) {
         }
         // Before any other thread, so every thread inherits the blocked signals.
         SignalWatcher signals;
-        switch (options.command) {
-            case Command::Live: return RunLive(options, signals);
-            case Command::Record: return RunRecord(options, signals);
-            case Command::Replay: return RunReplay(options, signals);
-            case Command::Health: return RunHealth(options, signals);
-            case Command::Help: break;
-        }
-        return 0;
+        // In Command's order; Help is answered above.
+        constexpr int (*commands[])(const ToolOptions&, SignalWatcher&) = {RunLive, RunRecord, RunReplay, RunHealth};
+        return commands[static_cast<std::size_t>(options.command)](options, signals);
     } catch (const UsageError& error) {
         Note(error.what());
         return 2;
