@@ -9,18 +9,22 @@
 
 #include <atomic>
 #include <cerrno>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
 
+#include "devhost/tool/SignalWatcher.h"
+
 namespace KALVO::DevHost::Tool {
+
+inline void Warn(std::string_view text);  // below; a line output that fails warns through it
 
 class LineOutput {
 public:
-    // `fd` is borrowed; the caller closes it after the last write. `onFailure` runs once, on
-    // the writing thread, when a write first fails (a closed pipe); nothing is written after.
-    explicit LineOutput(int fd, std::function<void()> onFailure = {}) : m_fd(fd), m_onFailure(std::move(onFailure)) {}
+    // `fd` is borrowed; the caller closes it after the last write. Once a write fails (a closed
+    // pipe) nothing more is written, and a stop of `stopOnFailure` (borrowed; when given) is
+    // requested, since nobody sees what would follow.
+    explicit LineOutput(int fd, SignalWatcher* stopOnFailure = nullptr) : m_fd(fd), m_stopOnFailure(stopOnFailure) {}
 
     // Writes `line` and a line feed. Any thread.
     void Write(std::string_view line) {
@@ -28,12 +32,14 @@ public:
         std::lock_guard lock(m_mutex);
         for (std::size_t done = 0; done < text.size() && !Failed();) {
             const ssize_t written = ::write(m_fd, text.data() + done, text.size() - done);
-            if (written < 0 && errno == EINTR) continue;
             if (written > 0) {
                 done += static_cast<std::size_t>(written);
-            } else {
+            } else if (written == 0 || errno != EINTR) {
                 m_failed.store(true, std::memory_order_release);
-                if (m_onFailure) m_onFailure();
+                if (m_stopOnFailure && !m_stopOnFailure->StopRequested()) {
+                    Warn("stdout is closed; stopping");
+                    m_stopOnFailure->RequestStop();
+                }
             }
         }
     }
@@ -41,7 +47,7 @@ public:
 
 private:
     int m_fd;
-    std::function<void()> m_onFailure;
+    SignalWatcher* m_stopOnFailure;
     std::mutex m_mutex;  // keeps lines whole
     std::atomic<bool> m_failed{false};
 };

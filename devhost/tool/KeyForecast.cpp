@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -13,7 +12,6 @@
 
 #include "configuration/Configuration.h"
 #include "devhost/ValidUtf8.h"
-#include "devhost/tool/Console.h"
 #include "eil/json/RapidJson.h"
 #include "monitor/RepeatKeys.h"
 
@@ -35,8 +33,6 @@ std::string Shortened(const std::string& key) {
     const std::string tail = ValidUtf8(std::string_view(key).substr(key.size() - ShownKeyLength / 2 + 3));
     return head + "..." + tail;
 }
-
-double Share(std::uint64_t part, std::uint64_t whole) { return whole == 0 ? 0.0 : 100.0 * part / whole; }
 
 // The hours between the first and the last event; nothing unless events carry different times.
 std::optional<double> Hours(const ForecastReport& report) {
@@ -61,31 +57,6 @@ void KeyForecast::ReadSettings(RepeatSettings::Read form) {
         m_settings.ReadFrom(Configuration::Configuration(m_session.GetHost().Root()), form);
     } catch (...) {
     }
-}
-
-KeyRow& KeyForecast::Count(std::uint64_t hash, bool shell, const std::string& key) {
-    auto found = m_entries.find(hash);
-    if (found == m_entries.end()) {
-        // Space-Saving: when full, the least counted key makes room; the newcomer inherits its
-        // count as the bound of its own overstatement.
-        std::uint64_t inherited = 0;
-        if (m_entries.size() >= KeyCapacity) {
-            const auto least = m_byCount.begin();
-            inherited = least->first;
-            m_entries.erase(least->second);
-            m_byCount.erase(least);
-            ++m_totals.foldedKeys;
-            m_totals.maxError = std::max(m_totals.maxError, inherited);
-        }
-        KeyRow row{shell, key.substr(0, KeyTextLimit), key.size() > KeyTextLimit, KeyFigures{inherited}, inherited};
-        found = m_entries.emplace(hash, std::move(row)).first;
-        m_byCount.emplace(inherited, hash);
-    }
-    KeyFigures& figures = found->second.figures;
-    m_byCount.erase({figures.delivered, hash});
-    ++figures.delivered;
-    m_byCount.emplace(figures.delivered, hash);
-    return found->second;
 }
 
 void KeyForecast::Deliver(const TraceEvent& event) {
@@ -117,15 +88,34 @@ void KeyForecast::Deliver(const TraceEvent& event) {
     }
     const std::uint64_t hash = std::hash<std::string>{}(key) * 2 + (shell ? 1 : 0);
 
-    EventFilter& filter = m_session.GetHost().Filter();
-    const std::uint64_t filteredBefore = filter.Suppressed();
-    const std::uint64_t reportedBefore = m_session.Reported();
+    const Host& host = m_session.GetHost();
+    const std::uint64_t filteredBefore = host.Filter().Suppressed();
+    const std::uint64_t reportedBefore = host.Reports().EventCount();
     m_session.Deliver(event);
-    const bool filtered = filter.Suppressed() != filteredBefore;
-    const bool reported = m_session.Reported() != reportedBefore;
+    const bool filtered = host.Filter().Suppressed() != filteredBefore;
+    const bool reported = host.Reports().EventCount() != reportedBefore;
 
-    KeyRow& entry = Count(hash, shell, key);
+    // Space-Saving: when the summary is full, the least counted key makes room; the newcomer
+    // inherits its count as the bound of its own overstatement.
+    auto found = m_entries.find(hash);
+    if (found == m_entries.end()) {
+        std::uint64_t inherited = 0;
+        if (m_entries.size() >= KeyCapacity) {
+            const auto least = m_byCount.begin();
+            inherited = least->first;
+            m_entries.erase(least->second);
+            m_byCount.erase(least);
+            ++m_totals.foldedKeys;
+            m_totals.maxError = std::max(m_totals.maxError, inherited);
+        }
+        KeyRow row{shell, key.substr(0, KeyTextLimit), key.size() > KeyTextLimit, KeyFigures{inherited}, inherited};
+        found = m_entries.emplace(hash, std::move(row)).first;
+    } else {
+        m_byCount.erase({found->second.figures.delivered, hash});
+    }
+    KeyRow& entry = found->second;
     KeyFigures& figures = entry.figures;
+    m_byCount.emplace(++figures.delivered, hash);
     const std::int32_t limit = m_settings.reportLimit.load();
     const auto count = [&](std::uint64_t KeyFigures::*field) { ++(figures.*field), ++(m_totals.total.*field); };
     ++m_totals.total.delivered;
@@ -134,8 +124,7 @@ void KeyForecast::Deliver(const TraceEvent& event) {
     } else if (limit != 0 && (!shell || !key.empty())) {
         // The sensor counted the key: follow its cache to see keys leave it. A slot that held
         // another key lost it.
-        Cache& cache = m_caches[shell ? 1 : 0];
-        std::optional<std::uint64_t>& slot = cache.slots[cache.counts.Update(hash, 0)];
+        std::optional<std::uint64_t>& slot = m_slots[shell][m_caches[shell].Update(hash, 0)];
         if (slot && *slot != hash) {
             ++m_totals.evictions;
             if (auto evicted = m_entries.find(*slot); evicted != m_entries.end()) evicted->second.evicted = true;
@@ -168,33 +157,6 @@ ForecastReport KeyForecast::Report(std::size_t rows) const {
 }
 
 namespace {
-
-void PrintForecast(const ForecastReport& report) {
-    Note(fmt::format("busiest {} repeat keys (delivered, reported, suppressed by the limit, filtered by the host, "
-                     "reported again after leaving the cache):",
-                     report.busiest.size()));
-    for (const KeyRow& row : report.busiest) {
-        const KeyFigures& f = row.figures;
-        Note(fmt::format("{:>7} {:>7} {:>7} {:>7} {:>5}  {} {}", f.delivered, f.reported, f.suppressed, f.filtered,
-                         f.reportedAgain, row.shell ? "shell" : "step ", Shortened(row.key)));
-    }
-    const KeyFigures& t = report.total;
-    Note(fmt::format("{}{} distinct keys, {} reached the limit, {} cache evictions; of {} events {} reported, {} "
-                     "suppressed ({:.1f} %), {} filtered, {} reported again after eviction",
-                     report.distinctCapped ? "more than " : "", report.distinctKeys, report.keysAtLimit, report.evictions,
-                     t.delivered, t.reported, t.suppressed, Share(t.suppressed, t.delivered), t.filtered, t.reportedAgain));
-    if (report.foldedKeys != 0)
-        Note(fmt::format("{} keys folded into others (summary of {} keys): counts above may be overstated by at most {}",
-                         report.foldedKeys, KeyForecast::KeyCapacity, report.maxError));
-    if (const std::optional<double> hours = Hours(report)) {
-        Note(fmt::format("over {:.2f} h of events: {:.0f} events per hour, {:.0f} reported per hour; forecast {:.0f} "
-                         "reported per day",
-                         *hours, t.delivered / *hours, t.reported / *hours, t.reported / *hours * 24));
-    } else {
-        Note(report.firstTime ? "no per-day forecast: all events carry the same time"
-                              : "no per-day forecast: the events carry no times (traces recorded before times were kept)");
-    }
-}
 
 std::string ForecastJson(const ForecastReport& report) {
     EIL::RJ::StringBuffer buffer;
@@ -236,15 +198,36 @@ std::string ForecastJson(const ForecastReport& report) {
 
 }  // namespace
 
-void ShowForecast(ForecastReport report, std::optional<std::size_t> rows, const std::optional<std::string>& json) {
-    if (json) {
-        std::ofstream file(*json, std::ios::binary | std::ios::trunc);
+void ShowForecast(const ForecastReport& report, const ToolOptions& options) {
+    if (options.keysJson) {
+        std::ofstream file(*options.keysJson, std::ios::binary | std::ios::trunc);
         file << ForecastJson(report) << '\n';
-        if (!file.flush()) throw std::runtime_error(fmt::format("cannot write {}: {}", *json, std::strerror(errno)));
+        if (!file.flush()) throw std::runtime_error(fmt::format("cannot write {}: {}", *options.keysJson, std::strerror(errno)));
     }
-    if (rows) {
-        report.busiest.resize(std::min(report.busiest.size(), *rows));
-        PrintForecast(report);
+    if (!options.keys) return;
+    Note(fmt::format("busiest {} repeat keys (delivered, reported, suppressed by the limit, filtered by the host, "
+                     "reported again after leaving the cache):",
+                     report.busiest.size()));
+    for (const KeyRow& row : report.busiest) {
+        const KeyFigures& f = row.figures;
+        Note(fmt::format("{:>7} {:>7} {:>7} {:>7} {:>5}  {} {}", f.delivered, f.reported, f.suppressed, f.filtered,
+                         f.reportedAgain, row.shell ? "shell" : "step ", Shortened(row.key)));
+    }
+    const KeyFigures& t = report.total;
+    Note(fmt::format("{}{} distinct keys, {} reached the limit, {} cache evictions; of {} events {} reported, {} "
+                     "suppressed ({:.1f} %), {} filtered, {} reported again after eviction",
+                     report.distinctCapped ? "more than " : "", report.distinctKeys, report.keysAtLimit, report.evictions,
+                     t.delivered, t.reported, t.suppressed, t.delivered == 0 ? 0.0 : 100.0 * t.suppressed / t.delivered, t.filtered, t.reportedAgain));
+    if (report.foldedKeys != 0)
+        Note(fmt::format("{} keys folded into others (summary of {} keys): counts above may be overstated by at most {}",
+                         report.foldedKeys, KeyForecast::KeyCapacity, report.maxError));
+    if (const std::optional<double> hours = Hours(report)) {
+        Note(fmt::format("over {:.2f} h of events: {:.0f} events per hour, {:.0f} reported per hour; forecast {:.0f} "
+                         "reported per day",
+                         *hours, t.delivered / *hours, t.reported / *hours, t.reported / *hours * 24));
+    } else {
+        Note(report.firstTime ? "no per-day forecast: all events carry the same time"
+                              : "no per-day forecast: the events carry no times (traces recorded before times were kept)");
     }
 }
 
@@ -261,19 +244,17 @@ void PrintComparison(const ForecastReport& first, const ForecastReport& second, 
 
     // The same process step is one key under both settings only where neither collapses it;
     // the busiest keys of both are compared by their text.
-    using Reported = std::array<std::uint64_t, 2>;  // by the first and the second report
-    std::map<std::pair<bool, std::string>, Reported> keys;
+    std::map<std::pair<bool, std::string>, std::array<std::uint64_t, 2>> keys;  // reported by the first and the second
     for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}][0] = row.figures.reported;
     for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}][1] = row.figures.reported;
-    std::vector<std::pair<std::uint64_t, const std::pair<const std::pair<bool, std::string>, Reported>*>> differing;  // by the gap
-    for (const auto& entry : keys) {
-        const auto [a, b] = entry.second;
-        if (a != b) differing.emplace_back(std::max(a, b) - std::min(a, b), &entry);
-    }
-    std::stable_sort(differing.begin(), differing.end(), [](const auto& x, const auto& y) { return x.first > y.first; });
-    if (differing.size() > rows) differing.resize(rows);
+    std::vector<const decltype(keys)::value_type*> differing;
+    for (const auto& entry : keys)
+        if (entry.second[0] != entry.second[1]) differing.push_back(&entry);
+    const auto gap = [](const auto* entry) { return std::max(entry->second[0], entry->second[1]) - std::min(entry->second[0], entry->second[1]); };
+    std::stable_sort(differing.begin(), differing.end(), [&](const auto* x, const auto* y) { return gap(x) > gap(y); });
+    differing.resize(std::min(differing.size(), rows));
     Note("keys whose reported events differ most (first, second):");
-    for (const auto& [gap, entry] : differing) {
+    for (const auto* entry : differing) {
         const auto& [key, reported] = *entry;
         Note(fmt::format("{:>9} {:>9}  {} {}", reported[0], reported[1], key.first ? "shell" : "step ", Shortened(key.second)));
     }

@@ -11,6 +11,7 @@
 // states); distinct keys are counted exactly up to DistinctCapacity.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -73,7 +74,6 @@ public:
 
 private:
     void ReadSettings(SecurityMonitor::RepeatSettings::Read form);
-    KeyRow& Count(std::uint64_t hash, bool shell, const std::string& key);
 
     SensorSession& m_session;
     mutable std::mutex m_mutex;
@@ -81,20 +81,17 @@ private:
     std::uint64_t m_reconfigurations = 0;  // the session's count when the settings were read
     // The sensor's two caches (process steps, shell commands), fed the same keys (the values
     // do not matter); the slots tell which key a slot held before, so an eviction is seen.
-    struct Cache {
-        EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> counts;
-        std::vector<std::optional<std::uint64_t>> slots = std::vector<std::optional<std::uint64_t>>(512);
-    };
-    Cache m_caches[2];
+    EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> m_caches[2];
+    std::array<std::optional<std::uint64_t>, 512> m_slots[2]{};
     std::unordered_map<std::uint64_t, KeyRow> m_entries;           // by key hash
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_byCount;  // (delivered, key hash)
     std::unordered_set<std::uint64_t> m_distinct, m_atLimit;       // key hashes
     ForecastReport m_totals;
 };
 
-// The report as one JSON document in the file `json`, when given (throws std::runtime_error when
-// it cannot be written); with `rows`, that many of the busiest keys and the totals on stderr.
-void ShowForecast(ForecastReport report, std::optional<std::size_t> rows, const std::optional<std::string>& json);
+// The report as one JSON document in the file --keys-json names (throws std::runtime_error when
+// it cannot be written), and with --keys its busiest keys and the totals on stderr.
+void ShowForecast(const ForecastReport& report, const ToolOptions& options);
 // Two reports of the same trace side by side: totals, then the keys whose reported events
 // differ most.
 void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows);

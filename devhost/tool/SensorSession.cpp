@@ -51,11 +51,11 @@ std::string DefaultPluginPath() {
 // Where the host's storage lives between runs, so that a sensor restarted on the same machine
 // remembers the processes it has already reported (as an agent's own data directory does):
 // storage.sqlite3 in the directory, created when missing and checked to be writable.
-std::string StoragePath(const std::optional<std::string>& stateDir, bool keepState) {
-    if (!stateDir && !keepState) return HostStorage::InMemory;
+std::string StoragePath(const ToolOptions& options) {
+    if (!options.stateDir && options.command != Command::Live) return HostStorage::InMemory;
     std::string directory;
-    if (stateDir) {
-        directory = *stateDir;
+    if (options.stateDir) {
+        directory = *options.stateDir;
     } else if (char const* state = std::getenv("XDG_STATE_HOME"); state && state[0] == '/') {
         directory = std::string(state) + "/kalvo-devhost";  // the XDG rule: a relative value is to be ignored
     } else if (char const* home = std::getenv("HOME"); home && home[0] != '\0') {
@@ -102,21 +102,14 @@ std::optional<std::tuple<long long, long long, long long, unsigned long long>> S
                       static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino));
 }
 
-std::uint64_t Sum(const auto& counts) {
-    std::uint64_t sum = 0;
-    for (const auto& count : counts) sum += count.load(std::memory_order_relaxed);
-    return sum;
-}
-
 }  // namespace
 
-SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState,
-                             LineOutput* events)
+SensorSession::SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events)
     : m_options(options),
       m_events(events),
       m_config(config),
       m_pluginPath(options.plugin ? *options.plugin : DefaultPluginPath()),
-      m_hostOptions{StoragePath(options.stateDir, keepState), config ? ReadConfigurationFile(*config) : "{}"} {}
+      m_hostOptions{StoragePath(options), config ? ReadConfigurationFile(*config) : "{}"} {}
 
 SensorSession::~SensorSession() {
     Stop();
@@ -143,28 +136,24 @@ void SensorSession::Start(SignalWatcher& signals) {
     m_host->Reports().SetRetention(0);
     m_host->Filter().SetRetention(0);
     m_host->Reports().SetListener([this](const EventRecord& event) {
-        m_reported[ReportKindOf(event)].fetch_add(1, std::memory_order_relaxed);
+        if (const std::size_t kind = ReportKindOf(event); kind < m_reported.size()) m_reported[kind].fetch_add(1, std::memory_order_relaxed);
         if (m_events) m_events->Write(RenderEventJson(event));
     });
     for (const FaultRule& rule : m_options.faults) m_host->Faults().Apply(rule);
     m_plugin = std::make_unique<Plugin>(m_pluginPath, m_host->Root());
-    {
-        std::lock_guard lock(m_lifecycle);
-        const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
-        if (code != Result::Success)
-            throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
-        m_started = true;
-    }
+    const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
+    if (code != Result::Success)
+        throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
+    m_started = true;
     m_stamp = StampOf(m_config);
     m_signals = &signals;
     signals.SetReloadHandler([this](bool signalled) { Reload(signalled); });
 }
 
 void SensorSession::Stop() {
-    // No reload after this, and none running: a reload waits for the lifecycle lock.
+    // No reload after this, and none running: the agent makes one lifecycle call at a time.
     if (m_signals) m_signals->SetReloadHandler({});
     m_signals = nullptr;
-    std::lock_guard lock(m_lifecycle);
     if (!m_started) return;
     m_started = false;
     const Result::Code code = m_plugin->Package()->Stop(nullptr, 0);
@@ -176,7 +165,6 @@ void SensorSession::Reload(bool signalled) {
     if (!signalled && stamp == m_stamp) return;
     m_stamp = stamp;
     try {
-        std::lock_guard lock(m_lifecycle);
         if (m_config) m_host->Config().SetText(ReadConfigurationFile(*m_config));
         static constexpr std::string_view context = R"({"reason":"configuration"})";
         const Result::Code code = m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
@@ -201,22 +189,18 @@ void SensorSession::Deliver(const TraceEvent& event) {
     m_delivered[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
 }
 
-std::uint64_t SensorSession::Reported() const noexcept { return Sum(m_reported); }
-
 void SensorSession::PrintSummary() const {
-    const auto delivered = [this](EventKind kind) { return m_delivered[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); };
-    const auto reported = [this](std::size_t kind) { return m_reported[kind].load(std::memory_order_relaxed); };
-    Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", Sum(m_delivered),
-                     delivered(EventKind::Create), delivered(EventKind::Exists), delivered(EventKind::Terminate),
-                     delivered(EventKind::Shell)));
+    const auto [create, exists, terminate, shell] = Snapshot(m_delivered);
+    const auto [created, existing, shells] = Snapshot(m_reported);
+    Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
+                     exists, terminate, shell));
     // Terminations are never reported: what the sensor held back is counted among the rest.
-    const std::uint64_t reportable = delivered(EventKind::Create) + delivered(EventKind::Exists) + delivered(EventKind::Shell);
+    const std::uint64_t reportable = create + exists + shell;
     const std::uint64_t filtered = m_host->Filter().Suppressed();
-    const std::uint64_t all = Reported();
+    const std::uint64_t all = m_host->Reports().EventCount();
     Note(fmt::format("of {} reportable (create, exists, shell): filtered {}, suppressed {}, reported {} (created {}, exists {}, "
                      "shell {})",
-                     reportable, filtered, reportable - std::min(reportable, filtered + all), all, reported(0), reported(1),
-                     reported(2)));
+                     reportable, filtered, reportable - std::min(reportable, filtered + all), all, created, existing, shells));
 }
 
 }  // namespace KALVO::DevHost::Tool

@@ -14,7 +14,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -32,11 +31,11 @@ class SensorSession final : public EventSink {
 public:
     // Finds what Start needs, so a mistake stops the program before anything runs: the plug-in
     // (--plugin, else the library next to the program, else the one built with it), the host's
-    // storage (in --state, else where `keepState` in the default state directory, else in
-    // memory) and the configuration file `config`, read. `options` and `events` (when given, it
-    // receives each reported event's line) are borrowed. Throws std::runtime_error with a
-    // message for the user.
-    SensorSession(const ToolOptions& options, const std::optional<std::string>& config, bool keepState, LineOutput* events);
+    // storage (in --state, else for live in the default state directory, else in memory) and
+    // the configuration file `config`, read. `options` and `events` (when given, it receives
+    // each reported event's line) are borrowed. Throws std::runtime_error with a message for
+    // the user.
+    SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events);
     // Stops the sensor if it runs, then unloads it; warns when it kept host references.
     ~SensorSession() override;
 
@@ -53,8 +52,6 @@ public:
     void Deliver(const TraceEvent& event) override;
 
     Host& GetHost() noexcept { return *m_host; }  // once started
-    // Reported events of every kind.
-    std::uint64_t Reported() const noexcept;
     // How many times the configuration was served again: a change tells a reader of the
     // settings to read them again, as the sensor did.
     std::uint64_t Reconfigurations() const noexcept { return m_reconfigurations.load(std::memory_order_acquire); }
@@ -74,17 +71,18 @@ private:
     HostOptions m_hostOptions;  // until Start builds the host
     std::unique_ptr<Host> m_host;
     std::unique_ptr<Plugin> m_plugin;
-    std::mutex m_lifecycle;  // one lifecycle call at a time, as the agent makes them
-    bool m_started = false;  // guarded by m_lifecycle
+    // Start, Stop and the destructor run on one thread, and reloads (on the signal thread)
+    // only between Start and Stop, so the sensor receives one lifecycle call at a time.
+    bool m_started = false;
     SignalWatcher* m_signals = nullptr;  // serving reloads, between Start and Stop
     // The configuration file's modification time (seconds, nanoseconds), size and inode as last
     // seen (nothing: no file); a change serves it again. The reloading thread's only.
     std::optional<std::tuple<long long, long long, long long, unsigned long long>> m_stamp;
     std::atomic<std::uint64_t> m_reconfigurations{0};
     // Counters only (relaxed): events delivered by EventKind, and reported by the kind of their
-    // first observation (created, exists, shell, other).
-    std::array<std::atomic<std::uint64_t>, EventKindCount> m_delivered{};
-    std::array<std::atomic<std::uint64_t>, 4> m_reported{};
+    // first observation (created, exists, shell).
+    EventCounts m_delivered{};
+    std::array<std::atomic<std::uint64_t>, 3> m_reported{};
 };
 
 }  // namespace KALVO::DevHost::Tool

@@ -25,8 +25,9 @@ public:
     // Blocks the three signals in the calling thread, and so in every thread it starts later,
     // then starts the watching thread. Construct it before any other thread exists.
     SignalWatcher() {
-        const sigset_t set = WatchedSignals();
-        pthread_sigmask(SIG_BLOCK, &set, nullptr);
+        sigemptyset(&m_signals);
+        for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&m_signals, signal);
+        pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
         m_thread = std::thread([this] { Watch(); });
     }
     // Stops the watching thread; the signals stay blocked.
@@ -62,22 +63,12 @@ public:
     }
 
 private:
-    static sigset_t WatchedSignals() {
-        sigset_t set;
-        sigemptyset(&set);
-        sigaddset(&set, SIGINT);
-        sigaddset(&set, SIGTERM);
-        sigaddset(&set, SIGHUP);
-        return set;
-    }
-
     void Watch() {
-        const sigset_t set = WatchedSignals();
         // A short wait, so the destructor is never kept waiting for a signal that does not come.
         const timespec timeout{0, 200'000'000};
         Clock::time_point nextCheck = Clock::now();
         while (!m_exit.load(std::memory_order_acquire)) {
-            const int signal = ::sigtimedwait(&set, nullptr, &timeout);
+            const int signal = ::sigtimedwait(&m_signals, nullptr, &timeout);
             if (signal == SIGINT || signal == SIGTERM) {
                 if (StopRequested()) {
                     static constexpr char message[] = "kalvo-devhost: second signal: exiting without stopping the sensor\n";
@@ -93,6 +84,7 @@ private:
         }
     }
 
+    sigset_t m_signals;  // the three watched
     std::atomic<bool> m_stop{false};
     std::atomic<bool> m_exit{false};
     std::mutex m_sleepMutex;  // pairs with m_wake

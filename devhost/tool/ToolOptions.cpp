@@ -8,6 +8,7 @@
 #include <map>
 #include <string_view>
 
+#include "devhost/tool/Console.h"
 #include "devhost/tool/KeyForecast.h"
 
 namespace KALVO::DevHost::Tool {
@@ -123,7 +124,7 @@ ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     if (options.command == Command::Help) throw UsageError("no command given: live, record, replay or health (see --help)");
     if (options.command == Command::Record) {
         for (char const* name : {"--plugin", "--config", "--state", "--log-level", "--fail"})
-            if (app.count(name) != 0) options.ignored.emplace_back(name);
+            if (app.count(name) != 0) Warn(fmt::format("{} has no effect on record, which runs no sensor", name));
     }
     return options;
 }

@@ -39,11 +39,9 @@ struct ToolOptions {
     std::optional<std::size_t> keys;      // the busiest repeat keys to show at the end
     std::optional<std::string> keysJson;  // the forecast as JSON, to this file
     std::optional<std::string> compare;   // replay: a second configuration to compare with
-    // Options given that the command does not use, for a warning.
-    std::vector<std::string> ignored;
 };
 
-// Parses argv[1..]. Throws UsageError.
+// Parses argv[1..], warning of the sensor's options given to record. Throws UsageError.
 ToolOptions ParseToolOptions(int argc, char const* const* argv);
 
 // The --help text.

@@ -19,9 +19,9 @@ inline constexpr std::size_t EventKindCount = 4;
 struct TraceEvent {
     EventKind kind = EventKind::Exists;
     ProcessRecord process;                // the process created, found, ended, or the shell
-    std::optional<ProcessRecord> parent;  // the creator; present exactly for Create
-    std::string command;                  // the command a shell received; Shell only
-    std::optional<std::uint64_t> time;    // when it happened, in nanoseconds since the epoch
+    std::optional<ProcessRecord> parent{};  // the creator; present exactly for Create
+    std::string command{};                // the command a shell received; Shell only
+    std::optional<std::uint64_t> time{};  // when it happened, in nanoseconds since the epoch
 };
 
 }  // namespace KALVO::DevHost::Tool

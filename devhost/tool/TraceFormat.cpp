@@ -17,6 +17,7 @@
 #include <optional>
 #include <system_error>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "devhost/ValidUtf8.h"
@@ -49,46 +50,40 @@ void WriteProcess(Writer& writer, const ProcessRecord& process) {
     writer.EndObject();
 }
 
-// The member `name` of `object` (`owner` names the object in messages): nothing when absent
-// (or null, where `nullable`), else a value that `is` accepts, else a TraceFormatError naming
-// `expected`.
-const RJ::Value* Member(const RJ::Value& object, std::string_view owner, char const* name, bool (RJ::Value::*is)() const,
-                        char const* expected, bool nullable = false) {
+// The member `name` of `object` (`owner` prefixes its name in messages): nothing when absent
+// (or null, where `nullable`), else a value of type T (std::uint64_t or std::string), else a
+// TraceFormatError.
+template <class T>
+std::optional<T> MemberOf(const RJ::Value& object, std::string_view owner, char const* name, bool nullable = false) {
     const auto member = object.FindMember(name);
-    if (member == object.MemberEnd() || (nullable && member->value.IsNull())) return nullptr;
-    if (!(member->value.*is)()) {
-        throw TraceFormatError((owner.empty() ? "" : "\"" + std::string(owner) + "\".") + "\"" + name + "\" is not " + expected);
+    if (member == object.MemberEnd() || (nullable && member->value.IsNull())) return std::nullopt;
+    const RJ::Value& value = member->value;
+    constexpr bool text = std::is_same_v<T, std::string>;
+    if constexpr (text) {
+        if (value.IsString()) return std::string(value.GetString(), value.GetStringLength());
+    } else if (value.IsUint64()) {
+        return value.GetUint64();
     }
-    return &member->value;
-}
-
-std::optional<std::uint64_t> Number(const RJ::Value& object, std::string_view owner, char const* name) {
-    const RJ::Value* value = Member(object, owner, name, &RJ::Value::IsUint64, "an unsigned integer");
-    return value ? std::optional(value->GetUint64()) : std::nullopt;
-}
-
-// Absent and null both mean "the host does not know" where `nullable`.
-std::optional<std::string> Text(const RJ::Value& object, std::string_view owner, char const* name, bool nullable = false) {
-    const RJ::Value* value = Member(object, owner, name, &RJ::Value::IsString, nullable ? "a string or null" : "a string", nullable);
-    return value ? std::optional(std::string(value->GetString(), value->GetStringLength())) : std::nullopt;
+    throw TraceFormatError(fmt::format("{}\"{}\" is not {}", owner, name,
+                                       !text ? "an unsigned integer" : nullable ? "a string or null" : "a string"));
 }
 
 ProcessRecord ReadProcess(const RJ::Value& document, char const* name) {
     const auto member = document.FindMember(name);
-    if (member == document.MemberEnd()) throw TraceFormatError("\"" + std::string(name) + "\" is missing");
-    const RJ::Value& object = *Member(document, {}, name, &RJ::Value::IsObject, "an object");
-    ProcessRecord process;
-    process.pid = Number(object, name, "pid").value_or(0);
-    process.parentPid = Number(object, name, "ppid").value_or(0);
-    process.path = Text(object, name, "path", true);
-    process.commandLine = Text(object, name, "command_line", true);
-    process.uid = Text(object, name, "uid").value_or("");
-    process.userId = Number(object, name, "user_id");
-    process.user = Text(object, name, "user").value_or("");
-    process.startTime = Number(object, name, "start_time").value_or(0);
-    return process;
+    if (member == document.MemberEnd()) throw TraceFormatError(fmt::format("\"{}\" is missing", name));
+    if (!member->value.IsObject()) throw TraceFormatError(fmt::format("\"{}\" is not an object", name));
+    const RJ::Value& object = member->value;
+    const std::string owner = fmt::format("\"{}\".", name);
+    // In the members' order, so a line with several faults is named by its first.
+    return ProcessRecord{.pid = MemberOf<std::uint64_t>(object, owner, "pid").value_or(0),
+                         .parentPid = MemberOf<std::uint64_t>(object, owner, "ppid").value_or(0),
+                         .path = MemberOf<std::string>(object, owner, "path", true),
+                         .commandLine = MemberOf<std::string>(object, owner, "command_line", true),
+                         .uid = MemberOf<std::string>(object, owner, "uid").value_or(""),
+                         .userId = MemberOf<std::uint64_t>(object, owner, "user_id"),
+                         .user = MemberOf<std::string>(object, owner, "user").value_or(""),
+                         .startTime = MemberOf<std::uint64_t>(object, owner, "start_time").value_or(0)};
 }
-
 
 // Skipped lines are named one by one up to this many; a trace that is wrong throughout would
 // otherwise bury everything else.
@@ -135,21 +130,19 @@ TraceEvent ParseTraceLine(std::string_view line) {
             fmt::format("not JSON: {} (column {})", RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset() + 1));
     }
     if (!document.IsObject()) throw TraceFormatError("not a JSON object");
-    const std::optional<std::string> kindName = Text(document, {}, "kind");
+    const std::optional<std::string> kindName = MemberOf<std::string>(document, {}, "kind");
     if (!kindName) throw TraceFormatError("\"kind\" is missing");
     const auto* kind = std::find(std::begin(KindNames), std::end(KindNames), *kindName);
     if (kind == std::end(KindNames)) throw TraceFormatError("unknown \"kind\" (create, exists, terminate or shell)");
 
-    TraceEvent event;
-    event.kind = static_cast<EventKind>(kind - std::begin(KindNames));
-    event.process = ReadProcess(document, "process");
+    TraceEvent event{.kind = static_cast<EventKind>(kind - std::begin(KindNames)), .process = ReadProcess(document, "process")};
     if (event.kind == EventKind::Create) event.parent = ReadProcess(document, "parent");
     if (event.kind == EventKind::Shell) {
-        std::optional<std::string> command = Text(document, {}, "command");
+        std::optional<std::string> command = MemberOf<std::string>(document, {}, "command");
         if (!command) throw TraceFormatError("\"command\" is missing");
         event.command = std::move(*command);
     }
-    event.time = Number(document, {}, "time");
+    event.time = MemberOf<std::uint64_t>(document, {}, "time");
     return event;
 }
 
@@ -162,7 +155,6 @@ std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink,
     });
     struct stat status {};
     if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) throw std::runtime_error("cannot read trace " + path + ": it is a directory");
-    const std::string name = fromStdin ? std::string("stdin") : path;
 
     // Every thread reads its next event itself, under the lock, and delivers it outside; the
     // first failure stops them all and is thrown once they are joined.
@@ -190,7 +182,8 @@ std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink,
             try {
                 return ParseTraceLine(line);
             } catch (const TraceFormatError& error) {
-                if (++skipped <= NamedSkips) Warn(fmt::format("{}:{}: line skipped: {}", name, lineNumber, error.what()));
+                if (++skipped <= NamedSkips)
+                    Warn(fmt::format("{}:{}: line skipped: {}", fromStdin ? "stdin" : path, lineNumber, error.what()));
                 if (skipped == NamedSkips + 1) Warn("further skipped lines are only counted");
             }
         }

@@ -20,12 +20,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "devhost/tool/Console.h"
 #include "devhost/tool/KeyForecast.h"
 #include "devhost/tool/LiveSource.h"
-#include "devhost/tool/SensorSession.h"
-#include "devhost/tool/SignalWatcher.h"
-#include "devhost/tool/ToolOptions.h"
 #include "devhost/tool/TraceFormat.h"
 #include "eil/core/ScopeGuard.h"
 
@@ -37,29 +33,16 @@ using Clock = SignalWatcher::Clock;
 // The routing key under which the sensor answers the agent's health check.
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
 
-// For the output of events: asks for a stop once it cannot be written (a closed pipe), since
-// nobody sees what would follow.
-std::function<void()> StopOnFailure(SignalWatcher& signals) {
-    return [&signals] {
-        if (signals.StopRequested()) return;
-        Warn("stdout is closed; stopping");
-        signals.RequestStop();
-    };
-}
-
 // Writes each event as a trace line, and counts what was written by kind.
-class TraceWriter final : public EventSink {
-public:
-    explicit TraceWriter(LineOutput& output) noexcept : m_output(output) {}
+struct TraceWriter final : public EventSink {
+    explicit TraceWriter(LineOutput& lines) noexcept : output(lines) {}
     void Deliver(const TraceEvent& event) override {
-        m_output.Write(FormatTraceLine(event));
-        if (!m_output.Failed()) m_written[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
+        output.Write(FormatTraceLine(event));
+        if (!output.Failed()) written[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
     }
-    std::uint64_t Written(EventKind kind) const noexcept { return m_written[static_cast<std::size_t>(kind)].load(std::memory_order_relaxed); }
 
-private:
-    LineOutput& m_output;
-    std::array<std::atomic<std::uint64_t>, EventKindCount> m_written{};  // counters only: relaxed
+    LineOutput& output;
+    EventCounts written{};
 };
 
 std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
@@ -67,67 +50,62 @@ std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*options.duration));
 }
 
-// Runs the sensor on the events `drive` delivers. With `rows`, they pass through a forecast,
-// whose report of that many keys is returned.
-std::optional<ForecastReport> RunSensor(SensorSession& session, std::optional<std::size_t> rows, SignalWatcher& signals,
+// Runs the sensor on the events `drive` delivers. When a forecast is asked for, they pass
+// through one, whose report is returned: of the busiest keys --keys asks for, or of every key it
+// keeps when the report is to be compared.
+std::optional<ForecastReport> RunSensor(const ToolOptions& options, SensorSession& session, SignalWatcher& signals,
                                         const std::function<void(EventSink&)>& drive) {
     session.Start(signals);
     std::optional<KeyForecast> forecast;
-    if (rows) forecast.emplace(session);
+    if (options.keys || options.keysJson || options.compare) forecast.emplace(session);
     drive(forecast ? static_cast<EventSink&>(*forecast) : session);
     session.Stop();
-    return forecast ? std::optional(forecast->Report(*rows)) : std::nullopt;
+    if (!forecast) return std::nullopt;
+    return forecast->Report(options.compare ? KeyForecast::KeyCapacity : options.keys.value_or(KeyForecast::DefaultRows));
 }
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
-    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
-    SensorSession session(options, options.config, true, &events);
+    LineOutput events(STDOUT_FILENO, &signals);
+    SensorSession session(options, options.config, &events);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
-    const bool forecasting = options.keys || options.keysJson;
     const std::optional<ForecastReport> report =
-        RunSensor(session, forecasting ? options.keys.value_or(KeyForecast::DefaultRows) : std::optional<std::size_t>(),
-                  signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
+        RunSensor(options, session, signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
     source.NoteStatistics();
     session.PrintSummary();
-    if (report) ShowForecast(*report, options.keys, options.keysJson);
+    if (report) ShowForecast(*report, options);
     return 0;
 }
 
 int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
-    for (const std::string& name : options.ignored) Warn(name + " has no effect on record, which runs no sensor");
     const int fd = options.output ? ::open(options.output->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : STDOUT_FILENO;
     if (fd < 0) throw std::runtime_error(fmt::format("cannot write trace {}: {}", *options.output, std::strerror(errno)));
     const auto closer = EIL::Core::MakeScopeExit([fd] {
         if (fd != STDOUT_FILENO) ::close(fd);
     });
-    LineOutput lines(fd, StopOnFailure(signals));
+    LineOutput lines(fd, &signals);
     TraceWriter writer(lines);
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
     source.Run(writer, signals, DeadlineOf(options));
 
     source.NoteStatistics();
-    const auto count = [&](EventKind kind) { return writer.Written(kind); };
-    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}",
-                     count(EventKind::Create) + count(EventKind::Exists) + count(EventKind::Terminate) + count(EventKind::Shell),
-                     count(EventKind::Create), count(EventKind::Exists), count(EventKind::Terminate), count(EventKind::Shell)));
+    const auto [create, exists, terminate, shell] = Snapshot(writer.written);
+    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
+                     exists, terminate, shell));
     return lines.Failed() && options.output ? 1 : 0;
 }
 
 int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
-    const bool forecasting = options.keys || options.keysJson || options.compare;
-    const std::size_t rows = options.keys.value_or(KeyForecast::DefaultRows);
-    LineOutput events(STDOUT_FILENO, StopOnFailure(signals));
+    LineOutput events(STDOUT_FILENO, &signals);
 
     const auto replay = [&](const std::optional<std::string>& config) {
         // Both runs of a comparison show their forecasts only; their reports would interleave.
-        SensorSession session(options, config, false, options.compare ? nullptr : &events);
+        SensorSession session(options, config, options.compare ? nullptr : &events);
         std::uint64_t skipped = 0;
-        std::optional<ForecastReport> report =
-            RunSensor(session, forecasting ? (options.compare ? KeyForecast::KeyCapacity : rows) : std::optional<std::size_t>(),
-                      signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
+        std::optional<ForecastReport> report = RunSensor(
+            options, session, signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
         if (config) Note("configuration " + *config + ":");
         if (skipped != 0) Note(fmt::format("skipped {} malformed line(s) of the trace", skipped));
         session.PrintSummary();
@@ -135,17 +113,16 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     };
 
     const std::optional<ForecastReport> first = replay(options.config);
-    if (!options.compare) {
-        if (first) ShowForecast(*first, options.keys, options.keysJson);
-        return 0;
-    }
-    PrintComparison(*first, *replay(options.compare), rows);
+    if (options.compare)
+        PrintComparison(*first, *replay(options.compare), options.keys.value_or(KeyForecast::DefaultRows));
+    else if (first)
+        ShowForecast(*first, options);
     return 0;
 }
 
 int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
     LineOutput out(STDOUT_FILENO);
-    SensorSession session(options, options.config, false, &out);
+    SensorSession session(options, options.config, &out);
     session.Start(signals);
     std::string answer;
     const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
@@ -171,14 +148,9 @@ int main(int argc, char** argv) {
         }
         // Before any other thread, so every thread inherits the blocked signals.
         SignalWatcher signals;
-        switch (options.command) {
-            case Command::Live: return RunLive(options, signals);
-            case Command::Record: return RunRecord(options, signals);
-            case Command::Replay: return RunReplay(options, signals);
-            case Command::Health: return RunHealth(options, signals);
-            case Command::Help: break;
-        }
-        return 0;
+        // In Command's order; Help is answered above.
+        constexpr int (*commands[])(const ToolOptions&, SignalWatcher&) = {RunLive, RunRecord, RunReplay, RunHealth};
+        return commands[static_cast<std::size_t>(options.command)](options, signals);
     } catch (const UsageError& error) {
         Note(error.what());
         return 2;

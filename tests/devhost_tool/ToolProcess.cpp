@@ -7,8 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <sstream>
 #include <system_error>
 
 extern char** environ;
@@ -18,11 +18,9 @@ namespace KALVO::Testing {
 ToolProcess::ToolProcess(const std::vector<std::string>& arguments) {
     // A cross build runs the tool through its emulator, whose words are separated by '|'.
     std::vector<std::string> words;
-    const std::string launcher = KALVO_TOOL_LAUNCHER;
-    for (std::size_t start = 0, end = 0; start < launcher.size(); start = end + 1) {
-        end = std::min(launcher.find('|', start), launcher.size());
-        if (end > start) words.push_back(launcher.substr(start, end - start));
-    }
+    std::istringstream launcher(KALVO_TOOL_LAUNCHER);
+    for (std::string word; std::getline(launcher, word, '|');)
+        if (!word.empty()) words.push_back(word);
     words.emplace_back(KALVO_DEVHOST_TOOL);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
