@@ -3,7 +3,7 @@
 // back to an equal tree, and a copy of the tree equals it. The reader reads numbers at its
 // normal precision (its full-precision path crashes on some host texts), so a double may come
 // back one unit in the last place off: for trees holding a double only the parse back is checked.
-#include <cmath>
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -18,20 +18,15 @@ namespace {
 
 // Parsed trees are at most MaxParseDepth deep, so plain recursion is fine here.
 bool HasDouble(const Json& node) {
-    switch (node.GetType()) {
-    case KALVO::EIL::Json::Type::Double: return true;
-    case KALVO::EIL::Json::Type::Object:
-        for (const auto& [name, child] : node.Get<Json::ObjectType>()) {
-            if (HasDouble(child)) return true;
-        }
-        return false;
-    case KALVO::EIL::Json::Type::Array:
-        for (const auto& child : node.Get<Json::ArrayType>()) {
-            if (HasDouble(child)) return true;
-        }
-        return false;
-    default: return false;
+    if (node.IsObject()) {
+        const auto& members = node.Get<Json::ObjectType>();
+        return std::any_of(members.begin(), members.end(), [](const auto& member) { return HasDouble(member.second); });
     }
+    if (node.IsArray()) {
+        const auto& elements = node.Get<Json::ArrayType>();
+        return std::any_of(elements.begin(), elements.end(), HasDouble);
+    }
+    return node.IsDouble();
 }
 
 }  // namespace

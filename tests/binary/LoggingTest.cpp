@@ -18,8 +18,6 @@ protected:
     void SetUp() override { ASSERT_TRUE(LoggerSingleton::CreateEx(std::string(SensorLoggerName), host.Root()).second); }
     void TearDown() override { (void)LoggerSingleton::Detach(); }
 
-    std::vector<DevHost::LogLine> Lines() const { return host.Logs().Lines(); }
-
     DevHost::Host host;
 };
 
@@ -46,7 +44,7 @@ TEST_F(LoggingTest, CurrentExceptionClassifiesWhatIsBeingHandled) {
         }
         EXPECT_EQ(error.value(), c.code);
         EXPECT_EQ(error.category(), std::generic_category());
-        const auto lines = Lines();
+        const auto lines = host.Logs().Lines();
         ASSERT_EQ(lines.size(), 2u);
         EXPECT_EQ(lines[0].text.rfind("Unexpected Exception: '" + c.text, 0), 0u) << lines[0].text;
         EXPECT_EQ(lines[1].text, "while testing");

@@ -67,7 +67,6 @@ TEST(PackageSlots, LifecycleByNumberWithoutAHost) {
     EXPECT_EQ(CallSlot<std::uint32_t>(package, Uninstall, static_cast<char const*>(nullptr), 0ul), 0u);
     EXPECT_EQ(CallSlot<std::uint32_t>(package, Start, static_cast<char const*>(nullptr), 0ul), 100u);
     EXPECT_EQ(CallSlot<std::uint32_t>(package, Stop, static_cast<char const*>(nullptr), 0ul), 0u);
-    EXPECT_EQ(CallSlot<std::uint32_t>(package, Version), 1u);
     CallSlot<void>(package, DestroyThis);
 }
 

@@ -29,13 +29,6 @@ HostOptions WithText(std::string text) {
     return options;
 }
 
-// Every text handed out went back exactly once, and the IConfiguration reference too.
-void ExpectEverythingGivenBack(const Host& host, const std::string& context) {
-    EXPECT_EQ(host.Config().OutstandingTexts(), 0u) << context;
-    EXPECT_EQ(host.Config().UnknownReleases(), 0u) << context;
-    EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences() << " " << context;
-}
-
 constexpr char const* Unresolved = "The specified key cannot be resolved";
 constexpr char const* InvalidSchema = "The schema of the data is not valid and cannot be used";
 
@@ -161,7 +154,10 @@ TEST(Configuration, NestingIsReadUpToTheLimitAndRefusedBeyondOnAHostThread) {
             message = KALVO::Testing::ErrorOf([&] { EXPECT_EQ(Configuration(host.Root()).GetObject("").size(), c.text.size()); });
         });
         EXPECT_EQ(message, c.read ? "" : InvalidSchema) << c.text.size() << " bytes";
-        ExpectEverythingGivenBack(host, std::to_string(c.text.size()) + " bytes");
+        // Every text handed out went back exactly once, and the IConfiguration reference too.
+        EXPECT_EQ(host.Config().OutstandingTexts(), 0u) << c.text.size() << " bytes";
+        EXPECT_EQ(host.Config().UnknownReleases(), 0u) << c.text.size() << " bytes";
+        EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences();
     }
 }
 

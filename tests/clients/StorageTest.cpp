@@ -17,10 +17,6 @@ using KALVO::Storage::Storage;
 
 constexpr char const* Scope = "securitymonitor";
 
-void ExpectNothingHeld(const Host& host, const std::string& context) {
-    EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences() << " " << context;
-}
-
 TEST(Storage, ValuesRoundTripAsRawBytesUnderKeysOfAtMost128Bytes) {
     Host host;
     const Storage storage(host.Root(), Scope);
@@ -40,7 +36,7 @@ TEST(Storage, ValuesRoundTripAsRawBytesUnderKeysOfAtMost128Bytes) {
     EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)storage.GetString(tooLong); }), refused);
     EXPECT_EQ(KALVO::Testing::ErrorOf([&] { storage.SetBuffer(tooLong, "v", 1); }), refused);
     EXPECT_EQ(host.Faults().Calls(Operation::GetInterfaceStorage), 0u);
-    ExpectNothingHeld(host, "round trip");
+    EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences();
 }
 
 TEST(Storage, HostFailuresBecomeTheirFixedTexts) {
@@ -68,7 +64,7 @@ TEST(Storage, HostFailuresBecomeTheirFixedTexts) {
         });
         EXPECT_EQ(message, row.message) << row.rule;
         EXPECT_EQ(host.Store().Read(Scope, "key"), "value") << row.rule;
-        ExpectNothingHeld(host, row.rule);
+        EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences() << " " << row.rule;
     }
 }
 
@@ -95,7 +91,7 @@ TEST(Storage, ReadOfAGrowingValueIsRetriedFiveTimesInAll) {
         EXPECT_EQ(KALVO::Testing::ErrorOf([&] { value = storage.GetString("key"); }), "") << "failed calls " << row.failedCalls;
         EXPECT_EQ(value, row.expected) << "failed calls " << row.failedCalls;
         EXPECT_EQ(host.Faults().Calls(Operation::GetValue), row.expectedCalls) << "failed calls " << row.failedCalls;
-        ExpectNothingHeld(host, "failed calls " + std::to_string(row.failedCalls));
+        EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences() << " failed calls " << row.failedCalls;
     }
 }
 

@@ -1,9 +1,8 @@
-// Hex and Base64: the standard vectors, the lenient reading of what is not in the alphabet, and
-// random bytes through the round trip.
+// Hex and Base64: the standard vectors (every length modulo three, both ways, every padding) and
+// the lenient reading of what is not in the alphabet.
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -13,14 +12,8 @@
 namespace {
 
 using namespace KALVO::EIL::String;
+using namespace std::string_view_literals;
 using Bytes = std::vector<std::uint8_t>;
-
-std::string RandomBytes(std::mt19937& random, std::size_t size) {
-    std::uniform_int_distribution<int> byte(0, 255);
-    std::string bytes(size, '\0');
-    for (auto& c : bytes) c = static_cast<char>(byte(random));
-    return bytes;
-}
 
 TEST(Hex, ReadsPairsAndNeverRefuses) {
     const struct {
@@ -53,6 +46,10 @@ TEST(Base64, MatchesTheStandardVectors) {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"},
         {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
         {"\xFB\xFF", "+/8="},
+        // Every character of the alphabet, in order.
+        {"\x00\x10\x83\x10\x51\x87\x20\x92\x8B\x30\xD3\x8F\x41\x14\x93\x51\x55\x97\x61\x96\x9B\x71\xD7\x9F"
+         "\x82\x18\xA3\x92\x59\xA7\xA2\x9A\xAB\xB2\xDB\xAF\xC3\x1C\xB3\xD3\x5D\xB7\xE3\x9E\xBB\xF3\xDF\xBF"sv,
+         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"},
     };
     for (const auto& test : cases) {
         EXPECT_EQ(ToBase64A(test.bytes), test.text);
@@ -85,16 +82,6 @@ TEST(Base64, StopsSilentlyAtTheFirstCharacterOutsideTheAlphabet) {
     }
     // A wide character whose low byte is in the alphabet is still outside it.
     EXPECT_EQ(FromBase64(L"Zm9v\u015aZm9v"), "foo");
-}
-
-TEST(Base64, RoundTripsRandomBytes) {
-    std::mt19937 random(5);
-    for (std::size_t size = 0; size < 300; ++size) {
-        const std::string bytes = RandomBytes(random, size);
-        const std::string text = ToBase64A(bytes);
-        ASSERT_EQ(text.size() % 4, 0u);
-        ASSERT_EQ(FromBase64(text), bytes) << size;
-    }
 }
 
 }  // namespace

@@ -23,19 +23,14 @@ constexpr int WildcardRandomRounds = 100'000;
 std::string ToRegex(std::string_view pattern) {
     std::string regex;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
-        char c = pattern[i];
-        if (c == '*') {
-            regex += ".*";
-        } else if (c == '?') {
-            regex += ".";
-        } else {
-            if (c == '\\') {
-                if (i + 1 == pattern.size()) break;  // dangling escape
-                c = pattern[++i];
-            }
-            if (std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos) regex += '\\';
-            regex += c;
+        if (pattern[i] == '*' || pattern[i] == '?') {
+            regex += pattern[i] == '*' ? ".*" : ".";
+            continue;
         }
+        // An escaped character stands for itself; a dangling escape ends the pattern.
+        if (pattern[i] == '\\' && ++i == pattern.size()) break;
+        if (std::string_view("\\^$.|?*+()[]{}").find(pattern[i]) != std::string_view::npos) regex += '\\';
+        regex += pattern[i];
     }
     return regex;
 }

@@ -77,20 +77,20 @@ public:
     }
 
 private:
-    // A run of hex digits of one style: lower case, upper case, letters only, digits only, mixed.
-    std::string Hex(std::size_t length) {
-        static constexpr std::string_view styles[] = {"0123456789abcdef", "0123456789ABCDEF", "abcdefABCDEF", "0123456789",
-                                                      "0123456789abcdefABCDEF"};
-        const std::string_view alphabet = styles[Below(std::size(styles))];
+    // `length` characters drawn from `alphabet`.
+    std::string Run(std::string_view alphabet, std::size_t length) {
         std::string run;
         for (std::size_t i = 0; i < length; ++i) run += alphabet[Below(alphabet.size())];
         return run;
     }
 
-    std::string Digits(std::size_t length) {
-        std::string run;
-        for (std::size_t i = 0; i < length; ++i) run += static_cast<char>('0' + Below(10));
-        return run;
+    std::string Digits(std::size_t length) { return Run("0123456789", length); }
+
+    // A run of hex digits of one style: lower case, upper case, letters only, digits only, mixed.
+    std::string Hex(std::size_t length) {
+        static constexpr std::string_view styles[] = {"0123456789abcdef", "0123456789ABCDEF", "abcdefABCDEF", "0123456789",
+                                                      "0123456789abcdefABCDEF"};
+        return Run(styles[Below(std::size(styles))], length);
     }
 
     std::size_t HashLength() {

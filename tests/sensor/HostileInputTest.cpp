@@ -30,6 +30,8 @@ std::vector<std::pair<std::string, std::string>> HostileTexts() {
     };
 }
 
+// The collapse expression is catastrophic for a backtracking matcher: a match that would not end
+// must be refused, not hang.
 TEST_F(SensorTest, HugeHostileTextsOnASmallStack) {
     StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"(a|aa)*b"}})");
     RunOnSmallStack([&] {
@@ -62,16 +64,6 @@ TEST_F(SensorTest, CollapseExpressionMatchingAWholeMegabyteOnASmallStack) {
     });
     EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
     EXPECT_EQ(sensor.Reported(), 3u);  // every child command line collapsed into one key
-}
-
-TEST_F(SensorTest, CatastrophicCollapseExpressionDoesNotHang) {
-    StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"(a+)+b"}})");
-    RunOnSmallStack([&] {
-        auto parent = sensor.Process("p", "/bin/sh", std::string(30, 'a'));
-        auto child = sensor.Process("c", "/bin/sh", std::string(100000, 'a'));
-        sensor.Created(child, parent);
-    });
-    EXPECT_EQ(sensor.Host().Monitors().EscapedExceptions(), 0u);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
-// Process creations: what is reported, the per-key report limit, and records without texts.
+// Process creations: the per-key report limit and records without texts; and what each kind of
+// event is reported with.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,37 +12,45 @@
 namespace KALVO::Testing {
 namespace {
 
-// Delivers `times` creations of one key, each by a fresh child (normalised away: its number has
-// four digits); returns, per creation, whether it was reported.
-std::vector<bool> Deliver(SensorHarness& sensor, int times) {
-    std::vector<bool> reported;
-    auto parent = sensor.Process("parent", "/bin/bash", "bash");
-    for (int n = 0; n < times; ++n) {
-        const auto before = sensor.Reported();
-        sensor.Created(sensor.Process("child" + std::to_string(n), "/bin/sleep", "sleep " + std::to_string(1000 + n)), parent);
-        reported.push_back(sensor.Reported() > before);
-    }
-    return reported;
-}
-
-TEST_F(SensorTest, CreationIsReportedWithBothProcessRecords) {
+// One event of each kind: its observation's type, message, source and observables (the first
+// one the process record), and the context the host's filter was asked with.
+TEST_F(SensorTest, EachKindOfEventIsReportedWithItsObservables) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     auto parent = sensor.Process("p1", "/bin/bash", "bash -l");
     auto child = sensor.Process("c1", "/usr/bin/curl", "curl https://example.invalid");
-    sensor.Created(child, parent);
-    auto events = sensor.Host().Reports().Events();
-    ASSERT_EQ(events.size(), 1u);
-    ASSERT_EQ(events[0]->observations.size(), 1u);
-    const auto& observation = events[0]->observations[0];
-    EXPECT_EQ(observation.severity, 0u);
-    EXPECT_EQ(observation.typeId, "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f");
-    EXPECT_EQ(observation.message, "{parent} created {child}");
-    ASSERT_EQ(observation.observables.size(), 2u);
-    EXPECT_EQ(observation.observables[0].name, "child");
-    EXPECT_EQ(observation.observables[1].name, "parent");
-    EXPECT_EQ(DevHost::RenderValuesJson(*observation.source),
-              R"({"info":{"version":"1.0.28"},"source_type":"SecurityMonitor","type":"source_info"})");
-    EXPECT_EQ(sensor.Host().Filter().Contexts().back(), R"({"sensor":"securitymonitor"})");
+    auto& monitors = sensor.Host().Monitors();
+    const struct {
+        std::function<void()> deliver;
+        const char *typeId, *message;
+        std::vector<std::string> observables;
+        const char *firstPath, *filterContext;
+    } cases[] = {
+        {[&] { sensor.Created(child, parent); }, "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f", "{parent} created {child}",
+         {"child", "parent"}, "/usr/bin/curl", R"({"sensor":"securitymonitor"})"},
+        {[&] { monitors.DeliverProcessExists(child); }, "6e7f8c8a-9213-4020-aeb1-d8d608c63d78", "{process} exists on the system",
+         {"process"}, "/usr/bin/curl", R"({"sensor":"securitymonitor"})"},
+        {[&] { monitors.DeliverShellCommand(parent, "ls -la"); }, "79c21e2a-95c3-48b3-9af6-c5327b6b5c73",
+         "Shell {process} received {command}", {"process", "command"}, "/bin/bash", R"({"command":"ls -la","sensor":"securitymonitor"})"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.message);
+        const auto before = sensor.Reported();
+        c.deliver();
+        ASSERT_EQ(sensor.Reported(), before + 1);
+        const auto events = sensor.Host().Reports().Events();
+        ASSERT_EQ(events.back()->observations.size(), 1u);
+        const auto& observation = events.back()->observations[0];
+        EXPECT_EQ(observation.severity, 0u);
+        EXPECT_EQ(observation.typeId, c.typeId);
+        EXPECT_EQ(observation.message, c.message);
+        EXPECT_EQ(DevHost::RenderValuesJson(*observation.source),
+                  R"({"info":{"version":"1.0.28"},"source_type":"SecurityMonitor","type":"source_info"})");
+        std::vector<std::string> names;
+        for (const auto& observable : observation.observables) names.push_back(observable.name);
+        ASSERT_EQ(names, c.observables);
+        EXPECT_NE(DevHost::RenderValuesJson(*observation.observables[0].values).find(c.firstPath), std::string::npos);
+        EXPECT_EQ(sensor.Host().Filter().Contexts().back(), c.filterContext);
+    }
 }
 
 TEST_F(SensorTest, ReportLimitPerKey) {
@@ -57,7 +67,7 @@ TEST_F(SensorTest, ReportLimitPerKey) {
         SCOPED_TRACE(c.configuration);
         EXPECT_EQ(sensor.Reconfigure(c.configuration), Result::ProtocolError);  // not started yet: refused
         StartWith(c.configuration);
-        EXPECT_EQ(Deliver(sensor, c.creations), c.reported);
+        EXPECT_EQ(sensor.RepeatedCreation(c.creations), c.reported);
         EXPECT_EQ(sensor.Stop(), Result::Success);
     }
     EXPECT_EQ(sensor.Logged(LogLevel::Info, "Skipping"), 0u);  // drops are silent

@@ -3,7 +3,6 @@
 
 #include <string>
 
-#include "devhost/EventRenderer.h"
 #include "tests/support/SensorTest.h"
 
 namespace KALVO::Testing {
@@ -47,26 +46,6 @@ TEST_F(SensorTest, RunningProcessesAreReportedOncePerRunAndRememberedAcrossResta
     ASSERT_EQ(sensor.Stop(), Result::Success);
     EXPECT_EQ(Stored(sensor), "a1,b2,c3,");
     EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
-}
-
-TEST_F(SensorTest, ExistenceObservationCarriesTheProcessRecord) {
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    ASSERT_EQ(Exists(sensor, "x"), 1u);
-    const auto events = sensor.Host().Reports().Events();
-    const auto& observation = events.at(0)->observations.at(0);
-    EXPECT_EQ(observation.typeId, "6e7f8c8a-9213-4020-aeb1-d8d608c63d78");
-    EXPECT_EQ(observation.message, "{process} exists on the system");
-    ASSERT_EQ(observation.observables.size(), 1u);
-    EXPECT_EQ(observation.observables[0].name, "process");
-    EXPECT_NE(DevHost::RenderValuesJson(*observation.observables[0].values).find("/usr/sbin/x"), std::string::npos);
-}
-
-TEST_F(SensorTest, StoredIdentifiersAreSplitDroppingEmptyPieces) {
-    sensor.Host().Store().Write("securitymonitor", "CachedProcessUIDs", "x,,y,");
-    ASSERT_EQ(sensor.Start(), Result::Success);
-    EXPECT_EQ(Exists(sensor, "x"), 0u);
-    EXPECT_EQ(Exists(sensor, "y"), 0u);
-    EXPECT_EQ(Exists(sensor, ""), 1u);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "devhost/Host.h"
 #include "devhost/Plugin.h"
@@ -60,6 +61,18 @@ public:
         return m_host->Monitors().DeliverProcessCreate(child, parent);
     }
     std::uint64_t Reported() const { return m_host->Reports().EventCount(); }
+    // Delivers `times` creations of one key, each by a fresh child whose command line differs only
+    // in a number of four digits (normalised away); returns, per creation, whether it was reported.
+    std::vector<bool> RepeatedCreation(int times, const std::string& command = "sleep") {
+        std::vector<bool> reported;
+        auto parent = Process("parent", "/bin/bash", "bash");
+        for (int n = 0; n < times; ++n) {
+            const auto before = Reported();
+            Created(Process("child" + std::to_string(n), "/bin/sleep", command + " " + std::to_string(1000 + n)), parent);
+            reported.push_back(Reported() > before);
+        }
+        return reported;
+    }
     std::size_t Logged(std::uint32_t severity, std::string_view text) const {
         return m_host->Logs().CountContaining(severity, text);
     }
