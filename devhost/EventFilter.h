@@ -3,8 +3,6 @@
 // contexts it receives and counts the events it suppressed.
 #pragma once
 
-#include <vector>
-
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
 #include "devhost/TrackedObject.h"
@@ -44,9 +42,6 @@ public:
         if (answer == IEventFilter::Suppress) ++m_suppressed;
         return answer;
     }
-
-protected:
-    ~EventFilter() = default;
 
 private:
     std::shared_ptr<FaultInjector> m_faults;

@@ -4,8 +4,6 @@
 
 #include "devhost/ValidUtf8.h"
 #include "devhost/ValueReading.h"
-#include "eil/json/RapidJson.h"
-#include "eil/values/Identifier.h"
 
 namespace KALVO::DevHost {
 

@@ -3,8 +3,6 @@
 // only through IValues/IValue, exactly as a host receives them.
 #pragma once
 
-#include <string>
-
 #include "devhost/ReportingService.h"
 
 namespace KALVO::DevHost {

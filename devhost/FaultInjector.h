@@ -6,59 +6,102 @@
 // code and does nothing else. Thread-safe: one mutex guards every count and setting.
 #pragma once
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <optional>
-#include <span>
+#include <stdexcept>
 #include <string_view>
 
 #include "host/ResultCode.h"
 
 namespace KALVO::DevHost {
 
-// The host operations that can be made to fail, each with a stable text name (OperationName):
+// The host operations that can be made to fail, each with a stable text name (OperationNames):
 // "GetInterface:<interface>" on the host object, "GetService:<interface>" on its service
 // provider, "ProcessGetInterface:<interface>" on a process record, else the method's own name.
 // For Filter the code becomes the filter's answer (1 suppresses); for Log the line is dropped.
+// The list is X(enumerator, name) for each operation, in enum order.
+#define KALVO_DEVHOST_OPERATIONS(X)                                     \
+    X(GetInterfaceObject, "GetInterface:IObject")                       \
+    X(GetInterfaceServiceProvider, "GetInterface:IServiceProvider")     \
+    X(GetInterfaceConfiguration, "GetInterface:IConfiguration")         \
+    X(GetInterfaceStorage, "GetInterface:IStorage")                     \
+    X(GetInterfaceMessageRouter, "GetInterface:IMessageRouter")         \
+    X(GetInterfaceLogSink, "GetInterface:ILogSink")                     \
+    X(GetServiceReporting, "GetService:IReportingService")              \
+    X(GetServiceMonitorRegistration, "GetService:IMonitorRegistration") \
+    X(GetServiceEventFilter, "GetService:IEventFilter")                 \
+    X(GetData, "GetData")                                               \
+    X(GetValue, "GetValue")                                             \
+    X(SetValue, "SetValue")                                             \
+    X(Log, "Log")                                                       \
+    X(RegisterCommandHandler, "RegisterCommandHandler")                 \
+    X(UnregisterCommandHandler, "UnregisterCommandHandler")             \
+    X(CreateSecurityEvent, "CreateSecurityEvent")                       \
+    X(ReportSecurityEvent, "ReportSecurityEvent")                       \
+    X(CreateObservation, "CreateObservation")                           \
+    X(AddObservable, "AddObservable")                                   \
+    X(RegisterProcessMonitor, "RegisterProcessMonitor")                 \
+    X(UnregisterProcessMonitor, "UnregisterProcessMonitor")             \
+    X(RegisterShellMonitor, "RegisterShellMonitor")                     \
+    X(UnregisterShellMonitor, "UnregisterShellMonitor")                 \
+    X(Filter, "Filter")                                                 \
+    X(ProcessGetInterfaceObject, "ProcessGetInterface:IObject")         \
+    X(ProcessGetInterfaceValues, "ProcessGetInterface:IValues")
+
 enum class Operation : std::uint32_t {
-    GetInterfaceObject,
-    GetInterfaceServiceProvider,
-    GetInterfaceConfiguration,
-    GetInterfaceStorage,
-    GetInterfaceMessageRouter,
-    GetInterfaceLogSink,
-    GetServiceReporting,
-    GetServiceMonitorRegistration,
-    GetServiceEventFilter,
-    GetData,
-    GetValue,
-    SetValue,
-    Log,
-    RegisterCommandHandler,
-    UnregisterCommandHandler,
-    CreateSecurityEvent,
-    ReportSecurityEvent,
-    CreateObservation,
-    AddObservable,
-    RegisterProcessMonitor,
-    UnregisterProcessMonitor,
-    RegisterShellMonitor,
-    UnregisterShellMonitor,
-    Filter,
-    ProcessGetInterfaceObject,
-    ProcessGetInterfaceValues,
+#define KALVO_DEVHOST_ENUMERATOR(operation, name) operation,
+    KALVO_DEVHOST_OPERATIONS(KALVO_DEVHOST_ENUMERATOR)
+#undef KALVO_DEVHOST_ENUMERATOR
 };
 
-inline constexpr std::size_t OperationCount = static_cast<std::size_t>(Operation::ProcessGetInterfaceValues) + 1;
-
 // Every operation, in enum order.
-std::span<const Operation> AllOperations() noexcept;
+inline constexpr Operation AllOperations[] = {
+#define KALVO_DEVHOST_ENUMERATOR(operation, name) Operation::operation,
+    KALVO_DEVHOST_OPERATIONS(KALVO_DEVHOST_ENUMERATOR)
+#undef KALVO_DEVHOST_ENUMERATOR
+};
+inline constexpr std::size_t OperationCount = std::size(AllOperations);
+
+// The operations' stable names, indexed by the operation.
+inline constexpr std::string_view OperationNames[] = {
+#define KALVO_DEVHOST_NAME(operation, name) name,
+    KALVO_DEVHOST_OPERATIONS(KALVO_DEVHOST_NAME)
+#undef KALVO_DEVHOST_NAME
+};
 
 // The operation's stable name, e.g. "GetService:IReportingService".
-std::string_view OperationName(Operation operation) noexcept;
+inline std::string_view OperationName(Operation operation) noexcept {
+    const auto index = static_cast<std::size_t>(operation);
+    return index < OperationCount ? OperationNames[index] : std::string_view("?");
+}
+
+// The number after `separator` at the end of `text` (cut off from it), or `absent` when there is
+// none. A number below `min` is refused as `what`.
+template <class Number>
+Number TakeFaultNumber(std::string_view rule, std::string_view& text, char const* separator, Number absent, Number min,
+                       char const* what) {
+    const std::size_t at = separator ? text.find(*separator) : 0;
+    if (at == std::string_view::npos) return absent;
+    const std::string_view digits = text.substr(separator ? at + 1 : 0);
+    Number number = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || number < min) {
+        throw std::invalid_argument(fmt::format("bad {} in fault rule '{}': expected {}", what, rule,
+                                                min == 0 ? "an unsigned 32-bit number" : "a number from 1"));
+    }
+    text = text.substr(0, at);
+    return number;
+}
 
 // One parsed fault: after `after` calls of `operation` that proceed, fail `count` calls with
 // `code`; no count means every call.
@@ -73,7 +116,24 @@ struct FaultRule {
 // followed by "@M" (starting with the Mth call from now, M >= 1; once unless xN is given),
 // e.g. "GetValue=89x2" or "GetValue=89@2". Throws std::invalid_argument with a message naming
 // what is wrong (an unknown operation's message lists the known names).
-FaultRule ParseFaultRule(std::string_view text);
+inline FaultRule ParseFaultRule(std::string_view text) {
+    const std::size_t equals = text.rfind('=');
+    if (equals == std::string_view::npos) {
+        throw std::invalid_argument(fmt::format("fault rule '{}' is not of the form Operation=code[xN][@M]", text));
+    }
+    const std::string_view name = text.substr(0, equals);
+    const auto* found = std::find(std::begin(OperationNames), std::end(OperationNames), name);
+    if (found == std::end(OperationNames)) {
+        throw std::invalid_argument(fmt::format("unknown operation '{}' in fault rule; known: {}", name, fmt::join(OperationNames, ", ")));
+    }
+    std::string_view rest = text.substr(equals + 1);
+    const auto start = TakeFaultNumber<std::uint64_t>(text, rest, "@", 0, 1, "start");
+    // No count: every call, or once from the start given.
+    const auto count = TakeFaultNumber<std::uint64_t>(text, rest, "x", start != 0 ? 1 : 0, 1, "count");
+    const auto code = TakeFaultNumber<Result::Code>(text, rest, nullptr, 0, 0, "code");
+    return FaultRule{static_cast<Operation>(found - std::begin(OperationNames)), code,
+                     count == 0 ? std::nullopt : std::optional<std::uint64_t>(count), start == 0 ? 0 : start - 1};
+}
 
 class FaultInjector {
 public:
@@ -89,10 +149,6 @@ public:
     void Apply(const FaultRule& rule) noexcept {
         std::lock_guard lock(m_mutex);
         m_slots[static_cast<std::size_t>(rule.operation)].rule = rule;
-    }
-    void ClearAll() noexcept {
-        std::lock_guard lock(m_mutex);
-        for (Slot& slot : m_slots) slot.rule.reset();
     }
 
     // Called by the host at the start of `operation`: counts the call and returns the code to
@@ -111,14 +167,10 @@ public:
         return slot.rule->code;
     }
 
-    // Calls of `operation` since construction or ResetCounts, failed ones included.
+    // Calls of `operation` since construction, failed ones included.
     std::uint64_t Calls(Operation operation) const noexcept {
         std::lock_guard lock(m_mutex);
         return m_slots[static_cast<std::size_t>(operation)].calls;
-    }
-    void ResetCounts() noexcept {
-        std::lock_guard lock(m_mutex);
-        for (Slot& slot : m_slots) slot.calls = 0;
     }
 
 private:

@@ -61,9 +61,6 @@ public:
     void Reserved4() override {}
     Result::Code GetService(ServiceId id, IObject*& out) override { return HandOut(*m_faults, m_services, id, out); }
 
-protected:
-    ~RootObject() = default;
-
 private:
     std::shared_ptr<FaultInjector> m_faults;
     const std::vector<Offer> m_parts;

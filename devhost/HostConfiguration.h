@@ -51,19 +51,11 @@ public:
         });
     }
     void ReleaseData(char const* text) override {
-        std::unique_ptr<std::string> released;  // freed outside the lock
+        decltype(m_handedOut)::node_type released;  // freed outside the lock
         std::lock_guard lock(m_mutex);
-        const auto found = m_handedOut.find(text);
-        if (found == m_handedOut.end()) {
-            ++m_unknownReleases;
-        } else {
-            released = std::move(found->second);
-            m_handedOut.erase(found);
-        }
+        released = m_handedOut.extract(text);
+        if (!released) ++m_unknownReleases;
     }
-
-protected:
-    ~HostConfiguration() = default;
 
 private:
     std::shared_ptr<FaultInjector> m_faults;

@@ -7,7 +7,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
@@ -68,9 +67,6 @@ public:
             return Result::Success;
         });
     }
-
-protected:
-    ~LogSink() = default;
 
 private:
     static std::string SeverityName(std::uint32_t severity) {

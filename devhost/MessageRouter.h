@@ -47,9 +47,6 @@ public:
         });
     }
 
-protected:
-    ~OutputStream() = default;
-
 private:
     const StreamLimits m_limits;
     mutable std::mutex m_mutex;  // guards m_contents
@@ -100,18 +97,14 @@ public:
     Result::Code UnregisterCommandHandler(char const* routingKey) override {
         return Serve(*m_faults, Operation::UnregisterCommandHandler, [&] {
             if (!routingKey) return Result::InvalidArgument;
-            Handler removed;  // released after the lock
+            Handlers::node_type removed;  // released after the lock
             std::lock_guard lock(m_mutex);
             const auto found = m_handlers.find(std::string_view(routingKey));
             if (found == m_handlers.end()) return Result::NoSuchEntry;
-            removed = std::move(found->second);
-            m_handlers.erase(found);
+            removed = m_handlers.extract(found);
             return Result::Success;
         });
     }
-
-protected:
-    ~MessageRouter() = default;
 
 private:
     // Handlers belong to the plug-in; the router holds one reference on each.

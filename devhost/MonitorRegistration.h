@@ -12,9 +12,9 @@
 #include <shared_mutex>
 #include <tuple>
 
-#include "devhost/FaultInjector.h"
 #include "devhost/LogSink.h"
 #include "devhost/TrackedObject.h"
+#include "eil/core/ScopeGuard.h"
 #include "host/IEventInfo.h"
 #include "host/IMonitorRegistration.h"
 #include "host/IProcessMonitor.h"
@@ -98,9 +98,6 @@ public:
         return Unregister(Operation::UnregisterShellMonitor, m_shell, monitor);
     }
 
-protected:
-    ~MonitorRegistration() = default;
-
 private:
     using List = std::vector<Registered>;
 
@@ -122,9 +119,7 @@ private:
     std::size_t Deliver(List& list, std::uint32_t bit, void (M::*method)(Params...), const Args&... args) {
         std::shared_lock delivering(m_delivering);
         ++t_deliveryDepth;
-        struct Leave {
-            ~Leave() { --t_deliveryDepth; }
-        } leave;
+        const auto leave = EIL::Core::MakeScopeExit([] { --t_deliveryDepth; });
         List monitors;
         {
             std::lock_guard lock(m_mutex);

@@ -65,9 +65,6 @@ public:
         return Result::Success;
     }
 
-protected:
-    ~ProcessInfo() = default;
-
 private:
     std::shared_ptr<FaultInjector> m_faults;
     ProcessRecord m_record;

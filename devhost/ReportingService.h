@@ -8,7 +8,6 @@
 #pragma once
 
 #include <functional>
-#include <vector>
 
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
@@ -17,7 +16,6 @@
 #include "host/IHostObservation.h"
 #include "host/IHostSecurityEvent.h"
 #include "host/IReportingService.h"
-#include "host/IValues.h"
 
 namespace KALVO::DevHost {
 
@@ -47,7 +45,7 @@ struct ObservationRecord {
 // anything else copied.
 inline HostRef<EIL::Values::IValues> Keep(EIL::Values::IValues* values) {
     if (!values) return {};
-    if (AsHostObject(values)) return HostRef<EIL::Values::IValues>::Share(values);
+    if (dynamic_cast<HostObject*>(values)) return HostRef<EIL::Values::IValues>::Share(values);
     return HostRef<EIL::Values::IValues>(Agent::Hosting::ObjectPtr<EIL::Values::IValues>(SnapshotValues(*values)));
 }
 
@@ -94,9 +92,6 @@ public:
             return Result::Success;
         });
     }
-
-protected:
-    ~HostObservation() = default;
 
 private:
     std::shared_ptr<FaultInjector> m_faults;
@@ -145,9 +140,6 @@ public:
             return Result::Success;
         });
     }
-
-protected:
-    ~HostSecurityEvent() = default;
 
 private:
     std::shared_ptr<FaultInjector> m_faults;
@@ -206,9 +198,6 @@ public:
             return Result::Success;
         });
     }
-
-protected:
-    ~ReportingService() = default;
 
 private:
     std::shared_ptr<FaultInjector> m_faults;

@@ -16,8 +16,9 @@
 namespace KALVO::DevHost {
 
 // The counts of one host object, and the base by which the host recognises its own objects
-// among those a plug-in hands back (AsHostObject). `references` is the object's reference
-// count itself; `hostReferences` how many of them the host holds through HostRef.
+// among those a plug-in hands back (by dynamic_cast: a plug-in's objects are of its own
+// classes). `references` is the object's reference count itself; `hostReferences` how many of
+// them the host holds through HostRef.
 struct HostObject {
     char const* kind = "";
     // acq_rel on the count for the same reasons as any reference count (see ObjectImpl);
@@ -37,7 +38,9 @@ struct ObjectLedger {
 // plug-in's ObjectImpl it generates AddRef, Release and GetInterface, and it enters the object
 // in the host's ledger. T derives from the interfaces it answers, names them with
 // `using Interfaces = EIL::Object::InterfaceList<...>` or defines a LookupInterface (ObjectOnly),
-// and names its kind with `static constexpr char const* Kind` (used in reports).
+// and names its kind with `static constexpr char const* Kind` (used in reports). T needs no
+// protected destructor: it is abstract (AddRef and Release come from here), so it is never
+// made or deleted on its own, and the interfaces' own destructors are protected.
 template <class T>
 class TrackedObject final : public EIL::Object::LookupInterfaceImpl<T>, public HostObject {
 public:
@@ -79,13 +82,6 @@ private:
     std::shared_ptr<ObjectLedger> m_ledger;
 };
 
-// `object` as one of the stand-in host's objects, else null. Known by its type: a plug-in's
-// objects are of the plug-in's own classes. Borrowed: valid while the caller holds `object`.
-template <class P>
-HostObject* AsHostObject(P* object) noexcept {
-    return dynamic_cast<HostObject*>(object);
-}
-
 // The base of an implementation whose interface I has no identifier of its own (it is found as
 // a service, or handed over as an argument): it answers IObject only.
 template <class I>
@@ -98,9 +94,6 @@ public:
         out = object;
         return Result::Success;
     }
-
-protected:
-    ~ObjectOnly() = default;
 };
 
 // HostRef<T>: a reference the stand-in host itself holds. Works like ObjectPtr, and when the
@@ -113,7 +106,7 @@ public:
 
     // Takes over the reference `object` owns.
     explicit HostRef(Agent::Hosting::ObjectPtr<T> object) noexcept
-        : m_object(std::move(object)), m_tracking(AsHostObject(m_object.Get())) {
+        : m_object(std::move(object)), m_tracking(dynamic_cast<HostObject*>(m_object.Get())) {
         if (m_tracking) m_tracking->hostReferences.fetch_add(1, std::memory_order_relaxed);
     }
 

@@ -32,10 +32,10 @@ TEST(Storage, ValuesRoundTripAsRawBytesUnderKeysOfAtMost128Bytes) {
     const std::string atLimit(128, 'k'), tooLong(129, 'k'), refused = "key is too long (128 characters maximum)";
     storage.SetBuffer(atLimit, "v", 1);
     EXPECT_EQ(storage.GetString(atLimit), "v");
-    host.Faults().ResetCounts();
+    const std::uint64_t asked = host.Faults().Calls(Operation::GetInterfaceStorage);
     EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)storage.GetString(tooLong); }), refused);
     EXPECT_EQ(KALVO::Testing::ErrorOf([&] { storage.SetBuffer(tooLong, "v", 1); }), refused);
-    EXPECT_EQ(host.Faults().Calls(Operation::GetInterfaceStorage), 0u);
+    EXPECT_EQ(host.Faults().Calls(Operation::GetInterfaceStorage), asked);
     EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences();
 }
 
