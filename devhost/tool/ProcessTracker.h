@@ -131,7 +131,10 @@ private:
     std::optional<std::uint64_t> m_treeRoot;
     // The processes known, by pid: those announced (whose end is announced too), and those forked
     // and not (yet) announced, known for their children and lines.
-    struct Known { ProcessRecord record; bool announced = false; };
+    struct Known {
+        ProcessRecord record;
+        bool announced = false;  // forked processes are known, for their children, but not announced
+    };
     std::unordered_map<std::uint64_t, Known> m_known;
     // Processes Reconcile passed over (kernel threads, zombies, outside the tree) by pid, with
     // their uid, so it does not read them again and again.
