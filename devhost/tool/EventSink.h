@@ -1,15 +1,31 @@
-// EventSink: where events go, whatever their source: into the sensor (SensorSession) or into a
-// trace (TraceWriter). A sink is fed from one thread or, for a replay on several threads, from
-// many at once, so every sink is thread-safe.
+// EventSink: where events go, whatever their source (the machine's process table, a recorded
+// trace): into the sensor (SensorSession) or into a trace (TraceWriter). A sink is fed from one
+// thread or, for a replay on several threads, from many at once, so every sink is thread-safe.
+// An event's process records are the stand-in host's own, so an event turns into the host's
+// process objects unchanged.
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <optional>
+#include <string>
 
-#include "devhost/tool/TraceEvent.h"
+#include "devhost/ProcessRecord.h"
 
 namespace KALVO::DevHost::Tool {
+
+enum class EventKind { Create, Exists, Terminate, Shell };
+
+inline constexpr std::size_t EventKindCount = 4;
+
+struct TraceEvent {
+    EventKind kind = EventKind::Exists;
+    ProcessRecord process;                // the process created, found, ended, or the shell
+    std::optional<ProcessRecord> parent{};  // the creator; present exactly for Create
+    std::string command{};                // the command a shell received; Shell only
+    std::optional<std::uint64_t> time{};  // when it happened, in nanoseconds since the epoch
+};
 
 class EventSink {
 public:

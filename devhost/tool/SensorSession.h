@@ -10,22 +10,109 @@
 // counted by kind for the run's summary.
 #pragma once
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <tuple>
+#include <utility>
+#include <vector>
 
+#include "devhost/EventRenderer.h"
 #include "devhost/Host.h"
 #include "devhost/Plugin.h"
 #include "devhost/tool/Console.h"
 #include "devhost/tool/EventSink.h"
 #include "devhost/tool/SignalWatcher.h"
 #include "devhost/tool/ToolOptions.h"
+#include "eil/json/RapidJson.h"
 
 namespace KALVO::DevHost::Tool {
+
+namespace fs = std::filesystem;
+
+// The observation type ids of the sensor's three reports, in m_reported's order.
+inline constexpr std::string_view ReportTypes[] = {"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f", "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
+                                            "79c21e2a-95c3-48b3-9af6-c5327b6b5c73"};
+
+// The sensor library next to the program (an installed pair), else the one built together
+// with it (a build tree).
+inline std::string DefaultPluginPath() {
+    std::vector<std::string> candidates = {KALVO_BUILT_PLUGIN};
+    std::error_code error;
+    if (const fs::path self = fs::read_symlink("/proc/self/exe", error); !error)
+        candidates.insert(candidates.begin(), (self.parent_path() / KALVO_PLUGIN_FILE_NAME).string());
+    for (const std::string& candidate : candidates)
+        if (fs::is_regular_file(candidate, error)) return candidate;
+    throw std::runtime_error(fmt::format("no sensor library found (looked for {}); name one with --plugin PATH",
+                                         fmt::join(candidates, ", ")));
+}
+
+// Where the host's storage lives between runs, so that a sensor restarted on the same machine
+// remembers the processes it has already reported (as an agent's own data directory does):
+// storage.sqlite3 in the directory, created when missing and checked to be writable.
+inline std::string StoragePath(const ToolOptions& options) {
+    if (!options.stateDir && options.command != Command::Live) return HostStorage::InMemory;
+    char const* home = std::getenv("HOME");
+    if (!options.stateDir && !(home && *home)) throw std::runtime_error("no state directory: HOME is not set; give one with --state DIR");
+    const std::string directory = options.stateDir ? *options.stateDir : std::string(home) + "/.local/state/kalvo-devhost";
+    std::error_code error;
+    fs::create_directories(directory, error);
+    if (error) throw std::runtime_error("cannot create state directory " + directory + ": " + error.message());
+    if (!fs::is_directory(directory, error)) throw std::runtime_error("state directory " + directory + " is not a directory");
+    if (::access(directory.c_str(), W_OK | X_OK) != 0)
+        throw std::runtime_error("state directory " + directory + " is not writable: " + std::strerror(errno));
+    return (fs::path(directory) / "storage.sqlite3").string();
+}
+
+// The file's text once checked to be a JSON object (a UTF-8 byte-order mark allowed). Throws
+// std::runtime_error with a one-line message naming the file and the fault.
+inline std::string ReadConfigurationFile(const std::string& path) {
+    const auto fault = [&](const std::string& why) { return std::runtime_error("cannot read configuration " + path + ": " + why); };
+    std::error_code error;
+    if (fs::is_directory(path, error)) throw fault("it is a directory");
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw fault(std::strerror(errno));
+    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (file.bad()) throw fault("read error");
+
+    std::string_view json(text);
+    if (json.starts_with("\xEF\xBB\xBF")) json.remove_prefix(3);
+    EIL::RJ::Document document;
+    document.Parse<EIL::RJ::kParseIterativeFlag>(json.data(), json.size());
+    if (document.HasParseError()) {
+        throw std::runtime_error(fmt::format("configuration {} is not JSON: {} (offset {})", path,
+                                             EIL::RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset()));
+    }
+    if (!document.IsObject()) throw std::runtime_error("configuration " + path + " is not a JSON object");
+    return text;
+}
+
+// A file's modification time (seconds, nanoseconds), size and inode; nothing: no file.
+using FileStamp = std::optional<std::tuple<long long, long long, long long, unsigned long long>>;
+
+inline FileStamp StampOf(const std::optional<std::string>& path) {
+    struct stat status {};
+    if (!path || ::stat(path->c_str(), &status) != 0) return std::nullopt;
+    return std::tuple(static_cast<long long>(status.st_mtim.tv_sec), static_cast<long long>(status.st_mtim.tv_nsec),
+                      static_cast<long long>(status.st_size), static_cast<unsigned long long>(status.st_ino));
+}
 
 class SensorSession final : public EventSink {
 public:
@@ -35,21 +122,79 @@ public:
     // the configuration file `config`, read. `options` and `events` (when given, it receives
     // each reported event's line) are borrowed. Throws std::runtime_error with a message for
     // the user.
-    SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events);
-    // Stops the sensor if it runs, then unloads it; warns when it kept host references.
-    ~SensorSession() override;
+    SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events)
+        : m_options(options),
+          m_events(events),
+          m_config(config),
+          m_pluginPath(options.plugin ? *options.plugin : DefaultPluginPath()),
+          m_hostOptions{StoragePath(options), config ? ReadConfigurationFile(*config) : "{}"} {}
 
-    SensorSession(const SensorSession&) = delete;  // owns the host and the plug-in
-    SensorSession& operator=(const SensorSession&) = delete;
+    // Stops the sensor if it runs, then unloads it; warns when it kept host references.
+    ~SensorSession() override {
+        Stop();
+        if (!m_plugin) return;
+        UnloadFrom(*m_host, *m_plugin);
+        m_host->Reports().SetListener({});
+        if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0) {
+            Warn(fmt::format("the sensor did not give back {} host reference(s): {}", outstanding,
+                             m_host->DescribeOutstandingReferences()));
+        }
+    }
 
     // Builds the host (opening the storage), loads the plug-in and starts the sensor; serves the
     // configuration again (on the thread of `signals`, which is borrowed) until Stop. Throws
     // std::runtime_error (PluginError among them, or naming the code when Start fails).
-    void Start(SignalWatcher& signals);
-    void Stop();
+    void Start(SignalWatcher& signals) {
+        const std::string storage = m_hostOptions.storagePath;
+        try {
+            m_host = std::make_unique<Host>(std::move(m_hostOptions));
+        } catch (const std::runtime_error& error) {
+            // What the host throws while being built is its storage failing to open.
+            throw std::runtime_error("cannot open the storage " + storage + ": " + error.what());
+        }
+        // A run may last hours: the host keeps counts, not copies.
+        m_host->Logs().SetRetention(0);
+        m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, m_options.logThreshold);
+        m_host->Reports().SetRetention(0);
+        m_host->Filter().SetRetention(0);
+        m_host->Reports().SetListener([this](const EventRecord& event) {
+            const auto* type = std::find(std::begin(ReportTypes), std::end(ReportTypes),
+                                         event.observations.empty() ? std::string_view() : event.observations.front().typeId);
+            if (type != std::end(ReportTypes)) m_reported[type - std::begin(ReportTypes)].fetch_add(1, std::memory_order_relaxed);
+            if (m_events) m_events->Write(RenderEventJson(event));
+        });
+        for (const FaultRule& rule : m_options.faults) m_host->Faults().Apply(rule);
+        m_plugin = std::make_unique<Plugin>(m_pluginPath, m_host->Root());
+        const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
+        if (code != Result::Success)
+            throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
+        m_stamp = StampOf(m_config);
+        m_signals = &signals;
+        signals.SetReloadHandler([this](bool signalled) { Reload(signalled); });
+    }
+
+    void Stop() {
+        // No reload after this, and none running: the agent makes one lifecycle call at a time.
+        if (!m_signals) return;
+        std::exchange(m_signals, nullptr)->SetReloadHandler({});
+        const Result::Code code = m_plugin->Package()->Stop(nullptr, 0);
+        if (code != Result::Success) Warn(fmt::format("the sensor's Stop answered code {}", code));
+    }
 
     // Any thread, concurrently: the host delivers on the caller's thread.
-    void Deliver(const TraceEvent& event) override;
+    void Deliver(const TraceEvent& event) override {
+        MonitorRegistration& monitors = m_host->Monitors();
+        const auto process = m_host->MakeProcess(event.process);
+        switch (event.kind) {
+            case EventKind::Create:
+                monitors.DeliverProcessCreate(process, m_host->MakeProcess(event.parent.value_or(ProcessRecord{})));
+                break;
+            case EventKind::Exists: monitors.DeliverProcessExists(process); break;
+            case EventKind::Terminate: monitors.DeliverProcessTerminate(process); break;
+            case EventKind::Shell: monitors.DeliverShellCommand(process, event.command); break;
+        }
+        m_delivered[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
+    }
 
     Host& GetHost() noexcept { return *m_host; }  // once started
     // How many times the configuration was served again: a change tells a reader of the
@@ -57,27 +202,50 @@ public:
     std::uint64_t Reconfigurations() const noexcept { return m_reconfigurations.load(std::memory_order_acquire); }
     // On stderr: the events delivered by kind, and of those the sensor could report how many
     // the host filtered, the sensor held back and the sensor reported. Once the events are in.
-    void PrintSummary() const;
+    void PrintSummary() const {
+        const auto [create, exists, terminate, shell] = Snapshot(m_delivered);
+        const auto [created, existing, shells] = Snapshot(m_reported);
+        Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
+                         exists, terminate, shell));
+        // Terminations are never reported: what the sensor held back is counted among the rest.
+        const std::uint64_t reportable = create + exists + shell;
+        const std::uint64_t filtered = m_host->Filter().Suppressed();
+        const std::uint64_t all = m_host->Reports().EventCount();
+        Note(fmt::format("of {} reportable (create, exists, shell): filtered {}, suppressed {}, reported {} (created {}, exists {}, "
+                         "shell {})",
+                         reportable, filtered, reportable - std::min(reportable, filtered + all), all, created, existing, shells));
+    }
 
 private:
     // Synchronize {"reason":"configuration"}, with the file read again, when it changed or when
     // `signalled` (SIGHUP).
-    void Reload(bool signalled);
+    void Reload(bool signalled) {
+        const auto stamp = StampOf(m_config);  // always nothing without a file
+        if (!signalled && stamp == m_stamp) return;
+        m_stamp = stamp;
+        try {
+            if (m_config) m_host->Config().SetText(ReadConfigurationFile(*m_config));
+            static constexpr std::string_view context = R"({"reason":"configuration"})";
+            const Result::Code code = m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+            m_reconfigurations.fetch_add(1, std::memory_order_release);
+            Note(fmt::format("configuration {} served again; Synchronize answered {}", m_config.value_or("(none)"), code));
+        } catch (const std::exception& error) {
+            Warn(std::string(error.what()) + "; the sensor keeps its configuration");
+        }
+    }
 
     const ToolOptions& m_options;
     LineOutput* m_events;
     std::optional<std::string> m_config;  // the configuration file
     std::string m_pluginPath;
     HostOptions m_hostOptions;  // until Start builds the host
-    std::unique_ptr<Host> m_host;
+    std::unique_ptr<Host> m_host;  // owned with the plug-in, so a session is never copied
     std::unique_ptr<Plugin> m_plugin;
     // Start, Stop and the destructor run on one thread, and reloads (on the signal thread)
     // only between Start and Stop, so the sensor receives one lifecycle call at a time.
-    bool m_started = false;
-    SignalWatcher* m_signals = nullptr;  // serving reloads, between Start and Stop
-    // The configuration file's modification time (seconds, nanoseconds), size and inode as last
-    // seen (nothing: no file); a change serves it again. The reloading thread's only.
-    std::optional<std::tuple<long long, long long, long long, unsigned long long>> m_stamp;
+    SignalWatcher* m_signals = nullptr;  // serving reloads, from a successful Start to Stop
+    // The configuration file as last seen; a change serves it again. The reloading thread's only.
+    FileStamp m_stamp;
     std::atomic<std::uint64_t> m_reconfigurations{0};
     // Counters only (relaxed): events delivered by EventKind, and reported by the kind of their
     // first observation (created, exists, shell).

@@ -36,9 +36,6 @@ public:
         m_thread.join();
     }
 
-    SignalWatcher(const SignalWatcher&) = delete;  // owns a thread
-    SignalWatcher& operator=(const SignalWatcher&) = delete;
-
     bool StopRequested() const noexcept { return m_stop.load(std::memory_order_acquire); }
     void RequestStop() {
         {
@@ -91,7 +88,7 @@ private:
     std::condition_variable m_wake;
     std::mutex m_handlerMutex;  // guards m_reload and is held while it runs
     std::function<void(bool signalled)> m_reload;
-    std::thread m_thread;
+    std::thread m_thread;  // owned, so the watcher is neither copied nor moved
 };
 
 }  // namespace KALVO::DevHost::Tool

@@ -7,7 +7,6 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -30,8 +29,9 @@ namespace {
 
 using Clock = SignalWatcher::Clock;
 
-// The routing key under which the sensor answers the agent's health check.
+// The routing key under which the sensor answers the agent's health check, and the request.
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
+constexpr char const* HealthCheckRequest = R"({"id":"kalvo-devhost"})";
 
 // Writes each event as a trace line, and counts what was written by kind.
 struct TraceWriter final : public EventSink {
@@ -61,7 +61,7 @@ std::optional<ForecastReport> RunSensor(const ToolOptions& options, SensorSessio
     drive(forecast ? static_cast<EventSink&>(*forecast) : session);
     session.Stop();
     if (!forecast) return std::nullopt;
-    return forecast->Report(options.compare ? KeyForecast::KeyCapacity : options.keys.value_or(KeyForecast::DefaultRows));
+    return forecast->Report(options.compare ? KeyCapacity : options.keys.value_or(DefaultKeyRows));
 }
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
@@ -114,7 +114,7 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
 
     const std::optional<ForecastReport> first = replay(options.config);
     if (options.compare)
-        PrintComparison(*first, *replay(options.compare), options.keys.value_or(KeyForecast::DefaultRows));
+        PrintComparison(*first, *replay(options.compare), options.keys.value_or(DefaultKeyRows));
     else if (first)
         ShowForecast(*first, options);
     return 0;
@@ -125,7 +125,7 @@ int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
     SensorSession session(options, options.config, &out);
     session.Start(signals);
     std::string answer;
-    const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, options.payload, answer);
+    const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, HealthCheckRequest, answer);
     if (!answer.empty()) out.Write(answer);
     out.Write(fmt::format("code {}", code));
     session.Stop();
@@ -143,7 +143,7 @@ int main(int argc, char** argv) {
     try {
         const ToolOptions options = ParseToolOptions(argc, argv);
         if (options.command == Command::Help) {
-            std::cout << UsageText();
+            std::cout << UsageText;
             return 0;
         }
         // Before any other thread, so every thread inherits the blocked signals.
