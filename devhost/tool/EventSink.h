@@ -17,8 +17,6 @@ namespace KALVO::DevHost::Tool {
 
 enum class EventKind { Create, Exists, Terminate, Shell };
 
-inline constexpr std::size_t EventKindCount = 4;
-
 struct TraceEvent {
     EventKind kind = EventKind::Exists;
     ProcessRecord process;                // the process created, found, ended, or the shell
@@ -35,7 +33,7 @@ public:
 };
 
 // What a sink counts by EventKind, from any thread: counters only, so relaxed.
-using EventCounts = std::array<std::atomic<std::uint64_t>, EventKindCount>;
+using EventCounts = std::array<std::atomic<std::uint64_t>, 4>;
 
 // A snapshot of counters, for a summary.
 template <std::size_t N>

@@ -96,10 +96,9 @@ inline std::string ReadConfigurationFile(const std::string& path) {
     if (json.starts_with("\xEF\xBB\xBF")) json.remove_prefix(3);
     EIL::RJ::Document document;
     document.Parse<EIL::RJ::kParseIterativeFlag>(json.data(), json.size());
-    if (document.HasParseError()) {
+    if (document.HasParseError())
         throw std::runtime_error(fmt::format("configuration {} is not JSON: {} (offset {})", path,
                                              EIL::RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset()));
-    }
     if (!document.IsObject()) throw std::runtime_error("configuration " + path + " is not a JSON object");
     return text;
 }
@@ -135,10 +134,9 @@ public:
         if (!m_plugin) return;
         UnloadFrom(*m_host, *m_plugin);
         m_host->Reports().SetListener({});
-        if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0) {
+        if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0)
             Warn(fmt::format("the sensor did not give back {} host reference(s): {}", outstanding,
                              m_host->DescribeOutstandingReferences()));
-        }
     }
 
     // Builds the host (opening the storage), loads the plug-in and starts the sensor; serves the

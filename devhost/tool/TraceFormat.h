@@ -50,7 +50,7 @@
 namespace KALVO::DevHost::Tool {
 
 // The kinds' spelling in a trace, in EventKind's order.
-inline constexpr std::string_view TraceKindNames[EventKindCount] = {"create", "exists", "terminate", "shell"};
+inline constexpr std::string_view TraceKindNames[] = {"create", "exists", "terminate", "shell"};
 
 inline void WriteProcess(EIL::RJ::Writer<EIL::RJ::StringBuffer>& writer, const ProcessRecord& process) {
     const auto number = [&](char const* name, std::uint64_t value) { writer.Key(name), writer.Uint64(value); };
@@ -125,10 +125,9 @@ inline ProcessRecord ReadProcess(const EIL::RJ::Value& document, char const* nam
 inline TraceEvent ParseTraceLine(std::string_view line) {
     EIL::RJ::Document document;
     document.Parse<EIL::RJ::kParseIterativeFlag>(line.data(), line.size());
-    if (document.HasParseError()) {
+    if (document.HasParseError())
         throw std::invalid_argument(fmt::format("not JSON: {} (column {})", EIL::RJ::GetParseError_En(document.GetParseError()),
                                                 document.GetErrorOffset() + 1));
-    }
     if (!document.IsObject()) throw std::invalid_argument("not a JSON object");
     const std::optional<std::string> kindName = MemberOf<std::string>(document, {}, "kind");
     if (!kindName) throw std::invalid_argument("\"kind\" is missing");
@@ -171,11 +170,10 @@ inline bool ReadMore(int fd, std::string& buffer, const SignalWatcher& signals) 
 inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink, SignalWatcher& signals) {
     constexpr std::uint64_t namedSkips = 20;
     const bool fromStdin = path == "-";
-    const int fd = fromStdin ? STDIN_FILENO : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // stdin is read through a copy of its descriptor, so either is closed the same way.
+    const int fd = fromStdin ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) throw std::runtime_error("cannot read trace " + path + ": " + std::strerror(errno));
-    const auto closer = EIL::Core::MakeScopeExit([&] {
-        if (!fromStdin) ::close(fd);
-    });
+    const auto closer = EIL::Core::MakeScopeExit([fd] { ::close(fd); });
     struct stat status {};
     if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) throw std::runtime_error("cannot read trace " + path + ": it is a directory");
 
