@@ -193,7 +193,6 @@ public:
         }
     }
 
-
     ForecastReport Report(std::size_t rows) const {
         std::lock_guard lock(m_mutex);
         ForecastReport report = m_totals;

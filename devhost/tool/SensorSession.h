@@ -74,8 +74,8 @@ inline std::string StoragePath(const ToolOptions& options) {
     const std::string directory = options.stateDir ? *options.stateDir : std::string(home) + "/.local/state/kalvo-devhost";
     std::error_code error;
     fs::create_directories(directory, error);
+    // Also fails, naming why, when the path is there but not a directory.
     if (error) throw std::runtime_error("cannot create state directory " + directory + ": " + error.message());
-    if (!fs::is_directory(directory, error)) throw std::runtime_error("state directory " + directory + " is not a directory");
     if (::access(directory.c_str(), W_OK | X_OK) != 0)
         throw std::runtime_error("state directory " + directory + " is not writable: " + std::strerror(errno));
     return (fs::path(directory) / "storage.sqlite3").string();

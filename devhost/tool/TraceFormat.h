@@ -82,9 +82,6 @@ inline std::string FormatTraceLine(const TraceEvent& event) {
     return std::string(buffer.GetString(), buffer.GetSize());
 }
 
-// The faults of a line that is not an event are std::invalid_argument, whose message says
-// what is wrong with it in one line.
-
 // The member `name` of `object` (`owner` prefixes its name in messages): nothing when absent
 // (or null, where `nullable`), else a value of type T (std::uint64_t or std::string), else
 // std::invalid_argument.
@@ -121,7 +118,8 @@ inline ProcessRecord ReadProcess(const EIL::RJ::Value& document, char const* nam
 }
 
 // Parses one line. Strings are taken byte for byte, valid UTF-8 or not, so a hand-made trace
-// can hand the sensor any bytes. Nesting is parsed without recursion.
+// can hand the sensor any bytes. Nesting is parsed without recursion. A line that is not an
+// event throws std::invalid_argument, whose message says what is wrong with it in one line.
 inline TraceEvent ParseTraceLine(std::string_view line) {
     EIL::RJ::Document document;
     document.Parse<EIL::RJ::kParseIterativeFlag>(line.data(), line.size());
