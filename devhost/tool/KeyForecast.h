@@ -49,11 +49,11 @@ struct KeyFigures {
     std::uint64_t reportedAgain = 0;  // reported after the key had left the sensor's cache
 };
 
-struct KeyRow {
+// One key's figures, and which key they are.
+struct KeyRow : KeyFigures {
     bool shell = false;  // a shell command's key; else a process step's
     std::string key;  // cut at KeyTextLimit bytes
     bool cut = false;
-    KeyFigures figures;
     std::uint64_t error = 0;  // the counts may be overstated by at most this many events
     bool evicted = false;     // the key left the sensor's cache at least once
 };
@@ -155,16 +155,15 @@ public:
                 ++m_totals.foldedKeys;
                 m_totals.maxError = std::max(m_totals.maxError, inherited);
             }
-            KeyRow row{shell, key.substr(0, KeyTextLimit), key.size() > KeyTextLimit, KeyFigures{inherited}, inherited};
+            KeyRow row{{inherited}, shell, key.substr(0, KeyTextLimit), key.size() > KeyTextLimit, inherited};
             found = m_entries.emplace(hash, std::move(row)).first;
         } else {
-            m_byCount.erase({found->second.figures.delivered, hash});
+            m_byCount.erase({found->second.delivered, hash});
         }
         KeyRow& entry = found->second;
-        KeyFigures& figures = entry.figures;
-        m_byCount.emplace(++figures.delivered, hash);
+        m_byCount.emplace(++entry.delivered, hash);
         const std::int32_t limit = m_settings.reportLimit.load();
-        const auto count = [&](std::uint64_t KeyFigures::*field) { ++(figures.*field), ++(m_totals.total.*field); };
+        const auto count = [&](std::uint64_t KeyFigures::*field) { ++(entry.*field), ++(m_totals.total.*field); };
         ++m_totals.total.delivered;
         if (filtered) {
             count(&KeyFigures::filtered);
@@ -180,7 +179,7 @@ public:
         }
         if (reported) {
             // A key that had used up its limit and is reported again was forgotten by the cache.
-            if (entry.evicted && limit > 0 && figures.reported >= static_cast<std::uint64_t>(limit)) count(&KeyFigures::reportedAgain);
+            if (entry.evicted && limit > 0 && entry.reported >= static_cast<std::uint64_t>(limit)) count(&KeyFigures::reportedAgain);
             count(&KeyFigures::reported);
         } else if (!filtered) {
             count(&KeyFigures::suppressed);
@@ -239,7 +238,7 @@ inline std::string ForecastJson(const ForecastReport& report) {
         writer.Key("kind"), writer.String(row.shell ? "shell" : "process_step");
         writer.Key("key"), WriteJsonText(writer, row.key);
         if (row.cut) writer.Key("key_cut"), writer.Bool(true);
-        figures(row.figures);
+        figures(row);
         writer.Key("error"), writer.Uint64(row.error);
         writer.EndObject();
     }
@@ -275,9 +274,8 @@ inline void ShowForecast(const ForecastReport& report, const ToolOptions& option
                      "reported again after leaving the cache):",
                      report.busiest.size()));
     for (const KeyRow& row : report.busiest) {
-        const KeyFigures& f = row.figures;
-        Note(fmt::format("{:>7} {:>7} {:>7} {:>7} {:>5}  {} {}", f.delivered, f.reported, f.suppressed, f.filtered,
-                         f.reportedAgain, row.shell ? "shell" : "step ", Shortened(row.key)));
+        Note(fmt::format("{:>7} {:>7} {:>7} {:>7} {:>5}  {} {}", row.delivered, row.reported, row.suppressed, row.filtered,
+                         row.reportedAgain, row.shell ? "shell" : "step ", Shortened(row.key)));
     }
     const KeyFigures& t = report.total;
     Note(fmt::format("{}{} distinct keys, {} reached the limit, {} cache evictions; of {} events {} reported, {} "
@@ -309,8 +307,8 @@ inline void PrintComparison(const ForecastReport& first, const ForecastReport& s
     // The same process step is one key under both settings only where neither collapses it;
     // the busiest keys of both are compared by their text.
     std::map<std::pair<bool, std::string>, std::array<std::uint64_t, 2>> keys;  // reported by the first and the second
-    for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}][0] = row.figures.reported;
-    for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}][1] = row.figures.reported;
+    for (const KeyRow& row : first.busiest) keys[{row.shell, row.key}][0] = row.reported;
+    for (const KeyRow& row : second.busiest) keys[{row.shell, row.key}][1] = row.reported;
     std::vector<const decltype(keys)::value_type*> differing;
     for (const auto& entry : keys)
         if (entry.second[0] != entry.second[1]) differing.push_back(&entry);
