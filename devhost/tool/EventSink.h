@@ -33,7 +33,7 @@ public:
 };
 
 // What a sink counts by EventKind, from any thread: counters only, so relaxed.
-using EventCounts = std::array<std::atomic<std::uint64_t>, 4>;
+using EventCounts = std::array<std::atomic<std::uint64_t>, static_cast<std::size_t>(EventKind::Shell) + 1>;
 
 // A snapshot of counters, for a summary.
 template <std::size_t N>

@@ -6,9 +6,9 @@
 #include <fmt/format.h>
 
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <iterator>
-#include <cstdint>
 #include <map>
 #include <optional>
 #include <stdexcept>
