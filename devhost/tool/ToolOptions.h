@@ -186,10 +186,10 @@ Options:
   --output FILE        record: write the trace to FILE instead of stdout
   --threads N          replay: deliver on N threads at once (default 1)
   --keys [N]           live, replay: at the end, the N busiest repeat keys (default 20) with their
-                       events delivered, reported, suppressed by the limit, filtered by the host,
-                       and reported again after leaving the sensor's cache; totals; per day
+                       events delivered, reported, suppressed by the limit, filtered by the host
+                       and reported again after leaving the cache; then totals and a daily forecast
   --keys-json FILE     live, replay: the same as one JSON document, written to FILE
-  --compare FILE       replay: again with FILE as the configuration; both forecasts side by side
+  --compare FILE       replay: also with FILE as configuration; totals and the keys differing most
   -h, --help           this text
 
 SIGINT or SIGTERM stops the sensor cleanly (its state is saved); a second one exits at once.
