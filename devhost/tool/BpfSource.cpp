@@ -24,7 +24,6 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 #include <glob.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <set>
@@ -56,14 +55,11 @@ public:
     // Loads and attaches the programs, and a uretprobe on readline wherever it lives: bash
     // carries its own copy; other shells link the library.
     explicit BpfSource(const ProcFs& procfs) : m_procfs(procfs) {
-        // libbpf sets errno when it fails.
-        const auto fail = [](char const* step) {
-            throw std::runtime_error(fmt::format("{}: {}", step, std::strerror(errno)));
-        };
         libbpf_set_print(nullptr);  // the reason for a failure is told in one line
         m_skeleton.reset(live_events__open_and_load());
-        if (!m_skeleton) fail("loading the BPF programs");
-        if (live_events__attach(m_skeleton.get()) != 0) fail("attaching the BPF programs");
+        // libbpf sets errno when it fails.
+        if (!m_skeleton) throw SystemFailure("loading the BPF programs");
+        if (live_events__attach(m_skeleton.get()) != 0) throw SystemFailure("attaching the BPF programs");
 
         std::vector<std::string> files = {"/bin/bash"};
         glob_t found{};
@@ -82,7 +78,7 @@ public:
             shells += (shells.empty() ? "" : ", ") + file;
         }
         m_ring.reset(ring_buffer__new(bpf_map__fd(m_skeleton->maps.events), &BpfSource::OnRecord, this, nullptr));
-        if (!m_ring) fail("opening the ring buffer");
+        if (!m_ring) throw SystemFailure("opening the ring buffer");
         description = fmt::format("process events and shell lines from BPF programs in the kernel (readline watched in {})",
                                   shells.empty() ? "no shell" : shells);
     }

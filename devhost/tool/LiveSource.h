@@ -5,7 +5,9 @@
 // that live shorter than one polling interval).
 #pragma once
 
+#include <cerrno>
 #include <memory>
+#include <system_error>
 
 #include "devhost/tool/EventSink.h"
 #include "devhost/tool/ProcFs.h"
@@ -35,6 +37,9 @@ public:
 
     std::string description;  // which source this is, for the user
 };
+
+// Why a system call failed, as the reason a source cannot be had: "step: what errno says".
+inline std::system_error SystemFailure(char const* step) { return {errno, std::generic_category(), step}; }
 
 // The two kernel sources (BpfSource.cpp, NetlinkConnector.cpp). Each throws std::runtime_error
 // saying why it cannot be had here (no right to it, no support in this build or kernel).

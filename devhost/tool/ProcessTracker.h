@@ -72,20 +72,15 @@ public:
                 else if (m_procfs.ReadPath(pid) == known->second.record.path)
                     continue;  // the same process, still running the same program
             }
-            if (const auto passed = m_passedOver.find(pid); passed != m_passedOver.end() && passed->second == stat->uid)
-                continue;
-            std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid);
-            if (record && InTree(pid, record->parentPid))
-                Adopt(kind, std::move(*record));
-            else
-                m_passedOver[pid] = stat->uid;
+            // Kernel threads, zombies and processes outside the tree are told apart by their stat alone.
+            if (!stat->runsProgram || !InTree(pid, stat->parentPid)) continue;
+            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid)) Adopt(kind, std::move(*record));
         }
         std::vector<std::uint64_t> ended;
         for (const auto& [pid, known] : m_known)
             if (!present.contains(pid)) ended.push_back(pid);
         std::sort(ended.begin(), ended.end());
         for (const std::uint64_t pid : ended) OnExit(pid);
-        std::erase_if(m_passedOver, [&](const auto& entry) { return !present.contains(entry.first); });
     }
 
 private:
@@ -136,9 +131,6 @@ private:
         bool announced = false;  // forked processes are known, for their children, but not announced
     };
     std::unordered_map<std::uint64_t, Known> m_known;
-    // Processes Reconcile passed over (kernel threads, zombies, outside the tree) by pid, with
-    // their uid, so it does not read them again and again.
-    std::unordered_map<std::uint64_t, std::string> m_passedOver;
 };
 
 }  // namespace KALVO::DevHost::Tool
