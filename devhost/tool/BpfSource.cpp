@@ -11,9 +11,7 @@
 
 namespace KALVO::DevHost::Tool {
 
-std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
-    throw std::runtime_error("this build has no BPF support (libbpf was not found)");
-}
+std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) { throw std::runtime_error("this build has no BPF support (libbpf was not found)"); }
 
 }  // namespace KALVO::DevHost::Tool
 
@@ -24,6 +22,7 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 #include <glob.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <set>
@@ -32,7 +31,6 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 
 #include "LiveEvents.skel.h"
 #include "devhost/tool/Console.h"
-#include "devhost/tool/ProcessTracker.h"
 #include "devhost/tool/bpf/LiveEvents.h"
 
 namespace KALVO::DevHost::Tool {
@@ -42,10 +40,9 @@ namespace {
 // The path's names arrive leaf first, each ending in a NUL.
 std::string JoinPath(std::string_view names) {
     std::string path;
-    while (!names.empty()) {
-        const std::size_t end = names.find('\0');
-        path.insert(0, "/" + std::string(names.substr(0, end)));
-        names.remove_prefix(end == std::string_view::npos ? names.size() : end + 1);
+    for (std::size_t start = 0, end = 0; start < names.size(); start = end + 1) {
+        end = std::min(names.find('\0', start), names.size());
+        path.insert(0, "/" + std::string(names.substr(start, end - start)));
     }
     return path.empty() ? "/" : path;
 }

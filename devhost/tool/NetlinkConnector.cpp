@@ -21,7 +21,6 @@
 
 #include "devhost/tool/Console.h"
 #include "devhost/tool/LiveSource.h"
-#include "devhost/tool/ProcessTracker.h"
 #include "eil/core/ScopeGuard.h"
 
 namespace KALVO::DevHost::Tool {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <unordered_set>
 #include <utility>
 
@@ -76,11 +77,9 @@ public:
             if (!stat->runsProgram || !InTree(pid, stat->parentPid)) continue;
             if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid)) Adopt(kind, std::move(*record));
         }
-        std::vector<std::uint64_t> ended;
-        for (const auto& [pid, known] : m_known)
-            if (!present.contains(pid)) ended.push_back(pid);
-        std::sort(ended.begin(), ended.end());
-        for (const std::uint64_t pid : ended) OnExit(pid);
+        // In pid order; the iterator moves on before OnExit erases the entry it was at.
+        for (auto known = m_known.begin(); known != m_known.end();)
+            if (const std::uint64_t pid = (known++)->first; !present.contains(pid)) OnExit(pid);
     }
 
 private:
@@ -130,7 +129,7 @@ private:
         ProcessRecord record;
         bool announced = false;  // forked processes are known, for their children, but not announced
     };
-    std::unordered_map<std::uint64_t, Known> m_known;
+    std::map<std::uint64_t, Known> m_known;
 };
 
 }  // namespace KALVO::DevHost::Tool
