@@ -85,7 +85,7 @@ public:
     // requested or `deadline` passes. On the calling thread.
     void Run(EventSink& sink, SignalWatcher& signals, std::optional<Clock::time_point> deadline) {
         ProcessTracker tracker(m_procfs, sink, m_options.treeRoot);
-        Note(fmt::format("announced {} running process(es); following new ones", tracker.ScanExisting()));
+        Note(fmt::format("announced {} running process(es); following new ones", tracker.Reconcile(EventKind::Exists)));
         // Events queued since the subscription include processes the scan already announced: their
         // exec is announced again as a creation, which is what happened.
         while (!signals.StopRequested() && (!deadline || Clock::now() < *deadline)) {

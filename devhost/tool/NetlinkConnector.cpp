@@ -71,10 +71,8 @@ public:
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
         Drain(timeoutMs, [&](std::uint32_t what, std::uint64_t pid) {
             if (what == ExitEvent) return tracker.OnExit(pid);
-            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid))
-                tracker.OnExec(std::move(*record));
-            else
-                ++m_missed;
+            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid)) return tracker.OnExec(std::move(*record));
+            ++m_missed;
         });
     }
 

@@ -92,8 +92,7 @@ public:
     std::optional<ProcessRecord> ReadProcess(std::uint64_t pid) const {
         const std::optional<ProcStat> stat = ReadStat(pid);
         if (!stat || !stat->runsProgram) return std::nullopt;
-        const std::optional<std::uint64_t> userId = NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:");
-        ProcessRecord record = Record(pid, stat->parentPid, stat->startTicks * m_nsPerTick, userId);
+        ProcessRecord record = Record(pid, stat->parentPid, stat->startTicks * m_nsPerTick, NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:"));
         record.path = ReadPath(pid);
         record.commandLine = CommandLineOf(ReadFile(ProcPath(pid, "cmdline")));
         // The process may have ended and its pid been taken while we read: then the parts above

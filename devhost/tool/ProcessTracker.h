@@ -26,12 +26,6 @@ public:
     ProcessTracker(const ProcFs& procfs, EventSink& sink, std::optional<std::uint64_t> treeRoot)
         : m_procfs(procfs), m_sink(sink), m_treeRoot(treeRoot) {}
 
-    // Announces every process running now as existing; returns how many.
-    std::size_t ScanExisting() {
-        Reconcile(EventKind::Exists);
-        return m_known.size();
-    }
-
     // A process started a new program: announced as created by its parent, with the parent's
     // record as this tracker knows it (else as /proc has it).
     void OnExec(ProcessRecord record) {
@@ -60,8 +54,9 @@ public:
     }
 
     // Compares /proc with what was announced: new processes and programs replaced in place (a
-    // new executable path) are announced as `kind`, vanished ones as terminated.
-    void Reconcile(EventKind kind = EventKind::Create) {
+    // new executable path) are announced as `kind`, vanished ones as terminated. Returns how many
+    // processes are known now: on the first call (kind Exists), how many were announced as running.
+    std::size_t Reconcile(EventKind kind = EventKind::Create) {
         std::unordered_set<std::uint64_t> present;
         for (const std::uint64_t pid : m_procfs.ProcessIds()) {
             const std::optional<ProcStat> stat = m_procfs.ReadStat(pid);
@@ -80,6 +75,7 @@ public:
         // In pid order; the iterator moves on before OnExit erases the entry it was at.
         for (auto known = m_known.begin(); known != m_known.end();)
             if (const std::uint64_t pid = (known++)->first; !present.contains(pid)) OnExit(pid);
+        return m_known.size();
     }
 
 private:
@@ -115,9 +111,8 @@ private:
     void Announce(EventKind kind, ProcessRecord process, std::string command = {}) {
         std::optional<ProcessRecord> parent;
         if (kind == EventKind::Create) parent = ParentRecord(process.parentPid);
-        const auto now = std::chrono::system_clock::now().time_since_epoch();
-        m_sink.Deliver(TraceEvent{kind, std::move(process), std::move(parent), std::move(command),
-                                  static_cast<std::uint64_t>(std::chrono::nanoseconds(now).count())});
+        const auto now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
+        m_sink.Deliver(TraceEvent{kind, std::move(process), std::move(parent), std::move(command), static_cast<std::uint64_t>(now)});
     }
 
     const ProcFs& m_procfs;
