@@ -11,7 +11,9 @@
 
 namespace KALVO::DevHost::Tool {
 
-std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) { throw std::runtime_error("this build has no BPF support (libbpf was not found)"); }
+std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
+    throw std::runtime_error("this build has no BPF support (libbpf was not found)");
+}
 
 }  // namespace KALVO::DevHost::Tool
 

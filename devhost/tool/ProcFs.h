@@ -9,9 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -53,9 +51,9 @@ public:
     std::vector<std::uint64_t> ProcessIds() const {
         std::vector<std::uint64_t> pids;
         for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-            const std::string name = entry.path().filename();
-            std::uint64_t pid = 0;
-            if (std::from_chars(name.data(), name.data() + name.size(), pid).ptr == name.data() + name.size()) pids.push_back(pid);
+            // Only digits: a pid, never empty nor larger than the kernel's pid limit.
+            if (const std::string name = entry.path().filename(); name.find_first_not_of("0123456789") == std::string::npos)
+                pids.push_back(std::stoull(name));
         }
         return pids;
     }
@@ -92,7 +90,8 @@ public:
     std::optional<ProcessRecord> ReadProcess(std::uint64_t pid) const {
         const std::optional<ProcStat> stat = ReadStat(pid);
         if (!stat || !stat->runsProgram) return std::nullopt;
-        ProcessRecord record = Record(pid, stat->parentPid, stat->startTicks * m_nsPerTick, NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:"));
+        ProcessRecord record = Record(pid, stat->parentPid, stat->startTicks * m_nsPerTick,
+                                      NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:"));
         record.path = ReadPath(pid);
         record.commandLine = CommandLineOf(ReadFile(ProcPath(pid, "cmdline")));
         // The process may have ended and its pid been taken while we read: then the parts above
@@ -106,8 +105,8 @@ public:
     // without reading /proc: the uid, the user's name and the start time (no path nor command line).
     ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::optional<std::uint64_t> userId) const {
         // The kernel turns start_boottime into the clock ticks of /proc/PID/stat the same way.
-        return ProcessRecord{.pid = pid, .parentPid = parentPid, .uid = ProcessUid(m_bootId, pid, startNs / m_nsPerTick), .userId = userId,
-                             .user = userId ? UserName(*userId) : "", .startTime = m_bootTime + startNs / 1'000'000'000};
+        return ProcessRecord{.pid = pid, .parentPid = parentPid, .uid = ProcessUid(m_bootId, pid, startNs / m_nsPerTick),
+                             .userId = userId, .user = userId ? UserName(*userId) : "", .startTime = m_bootTime + startNs / 1'000'000'000};
     }
 
 private:
@@ -122,10 +121,10 @@ private:
     }
 
     // The number that follows `key` in `text` (a line's name in /proc/stat or /proc/PID/status).
-    static std::optional<std::uint64_t> NumberAfter(const std::string& text, char const* key) {
+    static std::optional<std::uint64_t> NumberAfter(const std::string& text, std::string_view key) {
         const std::size_t at = text.find(key);
         unsigned long long value = 0;
-        if (at == std::string::npos || std::sscanf(text.c_str() + at + std::strlen(key), "%llu", &value) != 1)
+        if (at == std::string::npos || std::sscanf(text.c_str() + at + key.size(), "%llu", &value) != 1)
             return std::nullopt;
         return value;
     }
