@@ -24,7 +24,7 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 #include <glob.h>
 #include <sys/stat.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <set>
@@ -33,7 +33,6 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 
 #include "LiveEvents.skel.h"
 #include "devhost/tool/Console.h"
-#include "devhost/tool/ProcessTracker.h"
 #include "devhost/tool/bpf/LiveEvents.h"
 
 namespace KALVO::DevHost::Tool {
@@ -43,10 +42,9 @@ namespace {
 // The path's names arrive leaf first, each ending in a NUL.
 std::string JoinPath(std::string_view names) {
     std::string path;
-    while (!names.empty()) {
-        const std::size_t end = names.find('\0');
-        path.insert(0, "/" + std::string(names.substr(0, end)));
-        names.remove_prefix(end == std::string_view::npos ? names.size() : end + 1);
+    for (std::size_t start = 0, end = 0; start < names.size(); start = end + 1) {
+        end = std::min(names.find('\0', start), names.size());
+        path.insert(0, "/" + std::string(names.substr(start, end - start)));
     }
     return path.empty() ? "/" : path;
 }
@@ -56,14 +54,11 @@ public:
     // Loads and attaches the programs, and a uretprobe on readline wherever it lives: bash
     // carries its own copy; other shells link the library.
     explicit BpfSource(const ProcFs& procfs) : m_procfs(procfs) {
-        // libbpf sets errno when it fails.
-        const auto fail = [](char const* step) {
-            throw std::runtime_error(fmt::format("{}: {}", step, std::strerror(errno)));
-        };
         libbpf_set_print(nullptr);  // the reason for a failure is told in one line
         m_skeleton.reset(live_events__open_and_load());
-        if (!m_skeleton) fail("loading the BPF programs");
-        if (live_events__attach(m_skeleton.get()) != 0) fail("attaching the BPF programs");
+        // libbpf sets errno when it fails.
+        if (!m_skeleton) throw SystemFailure("loading the BPF programs");
+        if (live_events__attach(m_skeleton.get()) != 0) throw SystemFailure("attaching the BPF programs");
 
         std::vector<std::string> files = {"/bin/bash"};
         glob_t found{};
@@ -82,7 +77,7 @@ public:
             shells += (shells.empty() ? "" : ", ") + file;
         }
         m_ring.reset(ring_buffer__new(bpf_map__fd(m_skeleton->maps.events), &BpfSource::OnRecord, this, nullptr));
-        if (!m_ring) fail("opening the ring buffer");
+        if (!m_ring) throw SystemFailure("opening the ring buffer");
         description = fmt::format("process events and shell lines from BPF programs in the kernel (readline watched in {})",
                                   shells.empty() ? "no shell" : shells);
     }

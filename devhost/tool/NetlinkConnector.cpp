@@ -21,14 +21,11 @@
 
 #include "devhost/tool/Console.h"
 #include "devhost/tool/LiveSource.h"
-#include "devhost/tool/ProcessTracker.h"
 #include "eil/core/ScopeGuard.h"
 
 namespace KALVO::DevHost::Tool {
 
 namespace {
-
-std::runtime_error Failure(char const* step) { return std::runtime_error(fmt::format("{}: {}", step, std::strerror(errno))); }
 
 // The kernel's event numbers (the values of proc_event's "what"): part of its ABI, spelled out
 // because newer headers moved the enumeration out of the struct, which changes its C++ name.
@@ -43,7 +40,7 @@ public:
     // Opens the socket, subscribes, and proves that events arrive by forking a child that exits
     // at once and waiting up to a second for its end.
     explicit NetlinkSource(const ProcFs& procfs) : m_procfs(procfs) {
-        if (m_socket < 0) throw Failure("netlink socket");
+        if (m_socket < 0) throw SystemFailure("netlink socket");
         description = "process events from the kernel's netlink process connector";
         auto closeOnFailure = EIL::Core::MakeScopeFail([this] { ::close(m_socket); });
         // FORCE passes the system's limit when we may (root); otherwise the plain request.
@@ -51,11 +48,11 @@ public:
             (void)::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &ReceiveBufferBytes, sizeof ReceiveBufferBytes);
         // nl_pid 0: the kernel picks a unique port.
         sockaddr_nl address{.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = CN_IDX_PROC};
-        if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) throw Failure("netlink bind");
-        if (!Send(PROC_CN_MCAST_LISTEN)) throw Failure("netlink subscribe");
+        if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) throw SystemFailure("netlink bind");
+        if (!Send(PROC_CN_MCAST_LISTEN)) throw SystemFailure("netlink subscribe");
 
         const pid_t child = ::fork();
-        if (child < 0) throw Failure("fork of the probe");
+        if (child < 0) throw SystemFailure("fork of the probe");
         if (child == 0) ::_exit(0);
         bool seen = false;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
@@ -74,10 +71,8 @@ public:
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
         Drain(timeoutMs, [&](std::uint32_t what, std::uint64_t pid) {
             if (what == ExitEvent) return tracker.OnExit(pid);
-            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid))
-                tracker.OnExec(std::move(*record));
-            else
-                ++m_missed;
+            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid)) return tracker.OnExec(std::move(*record));
+            ++m_missed;
         });
     }
 
@@ -90,19 +85,12 @@ public:
 private:
     // Subscribes or unsubscribes; false when the kernel refused.
     bool Send(proc_cn_mcast_op operation) {
-        nlmsghdr header{};
-        header.nlmsg_len = NLMSG_LENGTH(sizeof(cn_msg) + sizeof operation);
-        header.nlmsg_type = NLMSG_DONE;
-        cn_msg message{};
-        message.id = {CN_IDX_PROC, CN_VAL_PROC};
-        message.len = sizeof operation;
+        nlmsghdr header{NLMSG_LENGTH(sizeof(cn_msg) + sizeof operation), NLMSG_DONE, 0, 0, 0};
+        cn_msg message{{CN_IDX_PROC, CN_VAL_PROC}, 0, 0, sizeof operation, 0};
         // The three laid end to end (cn_msg ends in a flexible array, so it cannot be a member
-        // followed by another).
+        // followed by another); the socket's default destination is the kernel.
         iovec parts[] = {{&header, sizeof header}, {&message, sizeof message}, {&operation, sizeof operation}};
-        msghdr request{};
-        request.msg_iov = parts;
-        request.msg_iovlen = std::size(parts);
-        return ::sendmsg(m_socket, &request, 0) == static_cast<ssize_t>(header.nlmsg_len);
+        return ::writev(m_socket, parts, std::size(parts)) == static_cast<ssize_t>(header.nlmsg_len);
     }
 
     // Waits up to `timeoutMs` for the next datagram, which the kernel sends with one event, and

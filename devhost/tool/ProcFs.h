@@ -5,18 +5,13 @@
 // One thread only; every read may find the process already gone.
 #pragma once
 
-#include <dirent.h>
-#include <fmt/format.h>
 #include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <unordered_map>
@@ -49,19 +44,17 @@ public:
         std::istringstream(ReadFile("/proc/sys/kernel/random/boot_id")) >> m_bootId;
         if (m_bootId.empty()) throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
         m_bootTime = NumberAfter(ReadFile("/proc/stat"), "\nbtime ").value_or(0);
-        if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0) m_ticksPerSecond = static_cast<std::uint64_t>(ticks);
+        if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0) m_nsPerTick = 1'000'000'000 / static_cast<std::uint64_t>(ticks);
     }
 
-    // The pids of every process now running (not of threads), ascending.
+    // The pids of every process now running (not of threads), ascending as /proc lists them.
     std::vector<std::uint64_t> ProcessIds() const {
         std::vector<std::uint64_t> pids;
-        const std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir("/proc"), ::closedir);
-        while (const dirent* entry = directory ? ::readdir(directory.get()) : nullptr) {
-            const char* end = entry->d_name + std::strlen(entry->d_name);
-            std::uint64_t pid = 0;
-            if (std::from_chars(entry->d_name, end, pid).ptr == end) pids.push_back(pid);
+        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+            // Only digits: a pid, never empty nor larger than the kernel's pid limit.
+            if (const std::string name = entry.path().filename(); name.find_first_not_of("0123456789") == std::string::npos)
+                pids.push_back(std::stoull(name));
         }
-        std::sort(pids.begin(), pids.end());
         return pids;
     }
 
@@ -97,11 +90,10 @@ public:
     std::optional<ProcessRecord> ReadProcess(std::uint64_t pid) const {
         const std::optional<ProcStat> stat = ReadStat(pid);
         if (!stat || !stat->runsProgram) return std::nullopt;
-        ProcessRecord record{.pid = pid, .parentPid = stat->parentPid, .path = ReadPath(pid),
-                             .commandLine = CommandLineOf(ReadFile(ProcPath(pid, "cmdline"))), .uid = stat->uid,
-                             .userId = NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:"),
-                             .startTime = m_bootTime + stat->startTicks / m_ticksPerSecond};
-        if (record.userId) record.user = UserName(*record.userId);
+        ProcessRecord record = Record(pid, stat->parentPid, stat->startTicks * m_nsPerTick,
+                                      NumberAfter(ReadFile(ProcPath(pid, "status")), "\nUid:"));
+        record.path = ReadPath(pid);
+        record.commandLine = CommandLineOf(ReadFile(ProcPath(pid, "cmdline")));
         // The process may have ended and its pid been taken while we read: then the parts above
         // may belong to two processes, and the record is dropped like a process already gone.
         const std::optional<ProcStat> again = ReadStat(pid);
@@ -110,16 +102,15 @@ public:
     }
 
     // A record from what the kernel said of a process (its start in nanoseconds after boot),
-    // without reading /proc: the uid, the user's name and the start time made as above.
-    ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::uint64_t userId) const {
+    // without reading /proc: the uid, the user's name and the start time (no path nor command line).
+    ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::optional<std::uint64_t> userId) const {
         // The kernel turns start_boottime into the clock ticks of /proc/PID/stat the same way.
-        const std::uint64_t ticks = startNs / (1'000'000'000 / m_ticksPerSecond);
-        return ProcessRecord{.pid = pid, .parentPid = parentPid, .uid = ProcessUid(m_bootId, pid, ticks),
-                             .userId = userId, .user = UserName(userId), .startTime = m_bootTime + ticks / m_ticksPerSecond};
+        return ProcessRecord{.pid = pid, .parentPid = parentPid, .uid = ProcessUid(m_bootId, pid, startNs / m_nsPerTick),
+                             .userId = userId, .user = userId ? UserName(*userId) : "", .startTime = m_bootTime + startNs / 1'000'000'000};
     }
 
 private:
-    static std::string ProcPath(std::uint64_t pid, char const* leaf) { return fmt::format("/proc/{}/{}", pid, leaf); }
+    static std::string ProcPath(std::uint64_t pid, char const* leaf) { return "/proc/" + std::to_string(pid) + "/" + leaf; }
 
     // The whole file, empty when it cannot be read. /proc files report a size of 0, so they are
     // read until the end.
@@ -130,10 +121,10 @@ private:
     }
 
     // The number that follows `key` in `text` (a line's name in /proc/stat or /proc/PID/status).
-    static std::optional<std::uint64_t> NumberAfter(const std::string& text, char const* key) {
+    static std::optional<std::uint64_t> NumberAfter(const std::string& text, std::string_view key) {
         const std::size_t at = text.find(key);
         unsigned long long value = 0;
-        if (at == std::string::npos || std::sscanf(text.c_str() + at + std::strlen(key), "%llu", &value) != 1)
+        if (at == std::string::npos || std::sscanf(text.c_str() + at + key.size(), "%llu", &value) != 1)
             return std::nullopt;
         return value;
     }
@@ -148,7 +139,7 @@ private:
 
     std::string m_bootId;
     std::uint64_t m_bootTime = 0;  // seconds since the epoch
-    std::uint64_t m_ticksPerSecond = 100;
+    std::uint64_t m_nsPerTick = 10'000'000;  // a clock tick of /proc/PID/stat
     mutable std::unordered_map<std::uint64_t, std::string> m_users;  // names by user id, as looked up
 };
 

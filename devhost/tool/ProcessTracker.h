@@ -10,6 +10,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <unordered_set>
 #include <utility>
 
@@ -24,12 +25,6 @@ public:
     // process and its descendants are announced.
     ProcessTracker(const ProcFs& procfs, EventSink& sink, std::optional<std::uint64_t> treeRoot)
         : m_procfs(procfs), m_sink(sink), m_treeRoot(treeRoot) {}
-
-    // Announces every process running now as existing; returns how many.
-    std::size_t ScanExisting() {
-        Reconcile(EventKind::Exists);
-        return m_known.size();
-    }
 
     // A process started a new program: announced as created by its parent, with the parent's
     // record as this tracker knows it (else as /proc has it).
@@ -59,8 +54,9 @@ public:
     }
 
     // Compares /proc with what was announced: new processes and programs replaced in place (a
-    // new executable path) are announced as `kind`, vanished ones as terminated.
-    void Reconcile(EventKind kind = EventKind::Create) {
+    // new executable path) are announced as `kind`, vanished ones as terminated. Returns how many
+    // processes are known now: on the first call (kind Exists), how many were announced as running.
+    std::size_t Reconcile(EventKind kind = EventKind::Create) {
         std::unordered_set<std::uint64_t> present;
         for (const std::uint64_t pid : m_procfs.ProcessIds()) {
             const std::optional<ProcStat> stat = m_procfs.ReadStat(pid);
@@ -72,20 +68,14 @@ public:
                 else if (m_procfs.ReadPath(pid) == known->second.record.path)
                     continue;  // the same process, still running the same program
             }
-            if (const auto passed = m_passedOver.find(pid); passed != m_passedOver.end() && passed->second == stat->uid)
-                continue;
-            std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid);
-            if (record && InTree(pid, record->parentPid))
-                Adopt(kind, std::move(*record));
-            else
-                m_passedOver[pid] = stat->uid;
+            // Kernel threads, zombies and processes outside the tree are told apart by their stat alone.
+            if (!stat->runsProgram || !InTree(pid, stat->parentPid)) continue;
+            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid)) Adopt(kind, std::move(*record));
         }
-        std::vector<std::uint64_t> ended;
-        for (const auto& [pid, known] : m_known)
-            if (!present.contains(pid)) ended.push_back(pid);
-        std::sort(ended.begin(), ended.end());
-        for (const std::uint64_t pid : ended) OnExit(pid);
-        std::erase_if(m_passedOver, [&](const auto& entry) { return !present.contains(entry.first); });
+        // In pid order; the iterator moves on before OnExit erases the entry it was at.
+        for (auto known = m_known.begin(); known != m_known.end();)
+            if (const std::uint64_t pid = (known++)->first; !present.contains(pid)) OnExit(pid);
+        return m_known.size();
     }
 
 private:
@@ -121,9 +111,8 @@ private:
     void Announce(EventKind kind, ProcessRecord process, std::string command = {}) {
         std::optional<ProcessRecord> parent;
         if (kind == EventKind::Create) parent = ParentRecord(process.parentPid);
-        const auto now = std::chrono::system_clock::now().time_since_epoch();
-        m_sink.Deliver(TraceEvent{kind, std::move(process), std::move(parent), std::move(command),
-                                  static_cast<std::uint64_t>(std::chrono::nanoseconds(now).count())});
+        const auto now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
+        m_sink.Deliver(TraceEvent{kind, std::move(process), std::move(parent), std::move(command), static_cast<std::uint64_t>(now)});
     }
 
     const ProcFs& m_procfs;
@@ -135,10 +124,7 @@ private:
         ProcessRecord record;
         bool announced = false;  // forked processes are known, for their children, but not announced
     };
-    std::unordered_map<std::uint64_t, Known> m_known;
-    // Processes Reconcile passed over (kernel threads, zombies, outside the tree) by pid, with
-    // their uid, so it does not read them again and again.
-    std::unordered_map<std::uint64_t, std::string> m_passedOver;
+    std::map<std::uint64_t, Known> m_known;
 };
 
 }  // namespace KALVO::DevHost::Tool
