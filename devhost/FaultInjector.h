@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <limits>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -81,26 +82,7 @@ inline constexpr std::string_view OperationNames[] = {
 
 // The operation's stable name, e.g. "GetService:IReportingService".
 inline std::string_view OperationName(Operation operation) noexcept {
-    const auto index = static_cast<std::size_t>(operation);
-    return index < OperationCount ? OperationNames[index] : std::string_view("?");
-}
-
-// The number after `separator` at the end of `text` (cut off from it), or `absent` when there is
-// none. A number below `min` is refused as `what`.
-template <class Number>
-Number TakeFaultNumber(std::string_view rule, std::string_view& text, char const* separator, Number absent, Number min,
-                       char const* what) {
-    const std::size_t at = separator ? text.find(*separator) : 0;
-    if (at == std::string_view::npos) return absent;
-    const std::string_view digits = text.substr(separator ? at + 1 : 0);
-    Number number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || number < min) {
-        throw std::invalid_argument(fmt::format("bad {} in fault rule '{}': expected {}", what, rule,
-                                                min == 0 ? "an unsigned 32-bit number" : "a number from 1"));
-    }
-    text = text.substr(0, at);
-    return number;
+    return OperationNames[static_cast<std::size_t>(operation)];
 }
 
 // One parsed fault: after `after` calls of `operation` that proceed, fail `count` calls with
@@ -126,13 +108,28 @@ inline FaultRule ParseFaultRule(std::string_view text) {
     if (found == std::end(OperationNames)) {
         throw std::invalid_argument(fmt::format("unknown operation '{}' in fault rule; known: {}", name, fmt::join(OperationNames, ", ")));
     }
+    // Cuts the number after `separator` (none: the whole rest) off the end of `rest`; nothing
+    // when there is no separator. Counts and starts are from 1, codes unsigned 32-bit.
     std::string_view rest = text.substr(equals + 1);
-    const auto start = TakeFaultNumber<std::uint64_t>(text, rest, "@", 0, 1, "start");
+    const auto take = [&](char separator, char const* what) -> std::optional<std::uint64_t> {
+        const std::size_t at = separator ? rest.find(separator) : 0;
+        if (at == std::string_view::npos) return std::nullopt;
+        const std::string_view digits = rest.substr(separator ? at + 1 : 0);
+        std::uint64_t number = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+        if (error != std::errc() || end != digits.data() + digits.size() || (separator ? number == 0 : number > std::numeric_limits<Result::Code>::max())) {
+            throw std::invalid_argument(fmt::format("bad {} in fault rule '{}': expected {}", what, text,
+                                                    separator ? "a number from 1" : "an unsigned 32-bit number"));
+        }
+        rest = rest.substr(0, at);
+        return number;
+    };
+    const std::optional<std::uint64_t> start = take('@', "start");
     // No count: every call, or once from the start given.
-    const auto count = TakeFaultNumber<std::uint64_t>(text, rest, "x", start != 0 ? 1 : 0, 1, "count");
-    const auto code = TakeFaultNumber<Result::Code>(text, rest, nullptr, 0, 0, "code");
-    return FaultRule{static_cast<Operation>(found - std::begin(OperationNames)), code,
-                     count == 0 ? std::nullopt : std::optional<std::uint64_t>(count), start == 0 ? 0 : start - 1};
+    const std::optional<std::uint64_t> count = take('x', "count");
+    const auto code = static_cast<Result::Code>(*take('\0', "code"));
+    return FaultRule{static_cast<Operation>(found - std::begin(OperationNames)), code, count || !start ? count : 1,
+                     start ? *start - 1 : 0};
 }
 
 class FaultInjector {

@@ -2,9 +2,8 @@
 // (HostSecurityEvent, with their HostObservation) and records the finished ones it is handed
 // as EventRecord, for tests to inspect and tools to show.
 //
-// Values the plug-in made are copied into host-made containers when the event is reported, so
-// a record never holds a reference into a plug-in that may since have been unloaded; the
-// host's own objects (process records attached as observables) are kept by reference.
+// A record keeps the containers it was given by reference, the plug-in's own among them: so
+// whoever unloads a plug-in drops the retained records first (Clear; UnloadFrom in Plugin.h).
 #pragma once
 
 #include <functional>
@@ -12,7 +11,6 @@
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
 #include "devhost/TrackedObject.h"
-#include "devhost/ValueReading.h"
 #include "host/IHostObservation.h"
 #include "host/IHostSecurityEvent.h"
 #include "host/IReportingService.h"
@@ -41,14 +39,6 @@ struct ObservationRecord {
     }
 };
 
-// A container of a reported event as the record keeps it: the host's own objects as they are,
-// anything else copied.
-inline HostRef<EIL::Values::IValues> Keep(EIL::Values::IValues* values) {
-    if (!values) return {};
-    if (dynamic_cast<HostObject*>(values)) return HostRef<EIL::Values::IValues>::Share(values);
-    return HostRef<EIL::Values::IValues>(Agent::Hosting::ObjectPtr<EIL::Values::IValues>(SnapshotValues(*values)));
-}
-
 struct EventRecord {
     std::uint64_t sequence = 0;  // 1 for the first event reported to this host, and so on
     std::vector<ObservationRecord> observations;
@@ -64,15 +54,10 @@ public:
     HostObservation(std::shared_ptr<FaultInjector> faults, ObservationRecord contents)
         : m_faults(std::move(faults)), m_contents(std::move(contents)) {}
 
-    // What the observation holds now, for the record of a reported event: the plug-in's
-    // containers copied, the host's own shared. Throws std::bad_alloc.
+    // What the observation holds now, for the record of a reported event. Throws std::bad_alloc.
     ObservationRecord Recorded() const {
-        ObservationRecord recorded{m_contents.severity, m_contents.typeId, m_contents.message,
-                                   Keep(m_contents.source.Get()), Keep(m_contents.tags.Get()), {}};
         std::lock_guard lock(m_mutex);
-        for (const ObservableRecord& observable : m_contents.observables)
-            recorded.observables.push_back(ObservableRecord{observable.name, Keep(observable.values.Get())});
-        return recorded;
+        return m_contents;
     }
 
     // IHostObservation
@@ -163,6 +148,8 @@ public:
     std::uint64_t EventCount() const { return m_sequence; }
     // Keeps only the latest `limit` events (0 keeps none); the default keeps all.
     void SetRetention(std::size_t limit) { m_events.SetLimit(limit); }
+    // Drops the retained events, before unloading the plug-in whose containers they hold.
+    void Clear() { m_events.Clear(); }
     // Called on the reporting thread for each event once it is recorded, one call at a time
     // (empty removes). The listener must not call SetListener.
     void SetListener(Listener listener) {

@@ -116,9 +116,8 @@ SensorSession::~SensorSession() {
     if (!m_plugin) return;
     UnloadFrom(*m_host, *m_plugin);
     m_host->Reports().SetListener({});
-    if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0) {
-        Warn(fmt::format("the sensor did not give back {} host reference(s): {}", outstanding,
-                         m_host->DescribeOutstandingReferences()));
+    if (const std::string outstanding = m_host->OutstandingReferences(); !outstanding.empty()) {
+        Warn("the sensor did not give back host references: " + outstanding);
     }
 }
 
