@@ -71,7 +71,6 @@ inline constexpr Operation AllOperations[] = {
     KALVO_DEVHOST_OPERATIONS(KALVO_DEVHOST_ENUMERATOR)
 #undef KALVO_DEVHOST_ENUMERATOR
 };
-inline constexpr std::size_t OperationCount = std::size(AllOperations);
 
 // The operations' stable names, indexed by the operation.
 inline constexpr std::string_view OperationNames[] = {
@@ -132,17 +131,11 @@ inline FaultRule ParseFaultRule(std::string_view text) {
                      start ? *start - 1 : 0};
 }
 
+// Shared by the host's objects, never copied (its mutex forbids it).
 class FaultInjector {
 public:
-    FaultInjector() = default;
-    FaultInjector(const FaultInjector&) = delete;  // shared by the host's objects, never copied
-    FaultInjector& operator=(const FaultInjector&) = delete;
-
-    // After `after` calls of `operation` that proceed, the next `count` calls fail with `code`
-    // (replacing an earlier setting).
-    void FailNext(Operation operation, Result::Code code, std::uint64_t count = 1, std::uint64_t after = 0) noexcept {
-        Apply(FaultRule{operation, code, count, after});
-    }
+    // Sets the rule of its operation, replacing an earlier one; FaultRule{operation, code, 1}
+    // fails the next call.
     void Apply(const FaultRule& rule) noexcept {
         std::lock_guard lock(m_mutex);
         m_slots[static_cast<std::size_t>(rule.operation)].rule = rule;
@@ -177,7 +170,7 @@ private:
     };
 
     mutable std::mutex m_mutex;  // guards m_slots
-    std::array<Slot, OperationCount> m_slots{};
+    std::array<Slot, std::size(AllOperations)> m_slots{};
 };
 
 // The one catch-all of the stand-in host's entry points: no exception ever travels back into

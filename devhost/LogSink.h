@@ -31,8 +31,8 @@ public:
 
     explicit LogSink(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
 
-    // Lines are recorded by default; `limit` keeps only the latest ones (0 records none).
-    void SetRetention(std::size_t limit) { m_lines.SetLimit(limit); }
+    // Lines are recorded by default; false records none (and drops those recorded).
+    void SetRetention(bool keep) { m_lines.SetKeep(keep); }
     // Echoes each line whose severity is at most `threshold` (Warn shows Error and Warn), one
     // call at a time; empty stops echoing.
     void SetEcho(Echo echo, std::uint32_t threshold) {

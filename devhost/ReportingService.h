@@ -146,8 +146,8 @@ public:
     std::vector<std::shared_ptr<const EventRecord>> Events() const { return m_events.Snapshot(); }
     // Events reported since construction, retained or not.
     std::uint64_t EventCount() const { return m_sequence; }
-    // Keeps only the latest `limit` events (0 keeps none); the default keeps all.
-    void SetRetention(std::size_t limit) { m_events.SetLimit(limit); }
+    // Keeps every event reported from now on (the default), or none; false drops those kept.
+    void SetRetention(bool keep) { m_events.SetKeep(keep); }
     // Drops the retained events, before unloading the plug-in whose containers they hold.
     void Clear() { m_events.Clear(); }
     // Called on the reporting thread for each event once it is recorded, one call at a time

@@ -76,12 +76,12 @@ TEST(Reporter, FailuresThrowTheHostCodeAndReleaseEverything) {
         {
             const Reporter reporter(RootOf(host));
             try {
-                if (row.step == Step::Create) host.Faults().FailNext(row.operation, row.code);
+                if (row.step == Step::Create) host.Faults().Apply({row.operation, row.code, 1});
                 SecurityEvent event = reporter.CreateSecurityEvent();
-                if (row.step == Step::Observe) host.Faults().FailNext(row.operation, row.code);
+                if (row.step == Step::Observe) host.Faults().Apply({row.operation, row.code, 1});
                 (void)event.CreateObservation(Severity::Default, Source("SecurityMonitor", "1.0.28"), CreationType,
                                               CreationMessage, {"tag"});
-                host.Faults().FailNext(row.operation, row.code);
+                host.Faults().Apply({row.operation, row.code, 1});
                 reporter.ReportSecurityEvent(event);
                 ADD_FAILURE() << "no exception: " << context;
             } catch (const std::system_error& e) {

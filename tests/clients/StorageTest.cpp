@@ -86,7 +86,7 @@ TEST(Storage, ReadOfAGrowingValueIsRetriedFiveTimesInAll) {
         Host host;
         host.Store().Write(Scope, "key", "stored");
         const Storage storage(host.Root(), Scope);
-        host.Faults().FailNext(Operation::GetValue, 12, row.failedCalls);
+        host.Faults().Apply({Operation::GetValue, 12, row.failedCalls});
         std::string value;
         EXPECT_EQ(KALVO::Testing::ErrorOf([&] { value = storage.GetString("key"); }), "") << "failed calls " << row.failedCalls;
         EXPECT_EQ(value, row.expected) << "failed calls " << row.failedCalls;
