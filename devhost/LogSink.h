@@ -44,10 +44,8 @@ public:
     std::vector<LogLine> Lines() const { return m_lines.Snapshot(); }
     // Retained lines of that severity whose text contains `part`.
     std::size_t CountContaining(std::uint32_t severity, std::string_view part) const {
-        const std::vector<LogLine> lines = Lines();
-        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
-            return line.severity == severity && line.text.find(part) != std::string::npos;
-        }));
+        return static_cast<std::size_t>(std::ranges::count_if(
+            Lines(), [&](const LogLine& line) { return line.severity == severity && line.text.find(part) != std::string::npos; }));
     }
     void Clear() { m_lines.Clear(); }
 

@@ -105,10 +105,6 @@ private:
     // callback must not wait for the delivery it runs in.
     static inline thread_local int t_deliveryDepth = 0;
 
-    static List::iterator Find(List& list, void* monitor) {
-        return std::find_if(list.begin(), list.end(), [&](const Registered& entry) { return entry.monitor == monitor; });
-    }
-
     void WaitForDeliveries() {
         if (t_deliveryDepth == 0) std::unique_lock wait(m_delivering);
     }
@@ -131,7 +127,7 @@ private:
             {
                 // A monitor unregistered by an earlier callback of this delivery gets nothing more.
                 std::lock_guard lock(m_mutex);
-                if (Find(list, entry.monitor) == list.end()) continue;
+                if (std::ranges::find(list, entry.monitor, &Registered::monitor) == list.end()) continue;
             }
             std::tuple<Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo>, Args...> copies(event, args...);
             try {
@@ -149,7 +145,7 @@ private:
     Result::Code Register(Operation operation, List& list, void* monitor, std::uint32_t mask) {
         return Serve(*m_faults, operation, [&] {
             std::lock_guard lock(m_mutex);
-            if (!monitor || Find(list, monitor) != list.end()) return Result::InvalidArgument;
+            if (!monitor || std::ranges::find(list, monitor, &Registered::monitor) != list.end()) return Result::InvalidArgument;
             list.push_back({monitor, mask});
             return Result::Success;
         });
@@ -159,7 +155,7 @@ private:
         return Serve(*m_faults, operation, [&] {
             {
                 std::lock_guard lock(m_mutex);
-                const auto found = Find(list, monitor);
+                const auto found = std::ranges::find(list, monitor, &Registered::monitor);
                 if (found == list.end()) return Result::NoSuchEntry;
                 list.erase(found);
             }

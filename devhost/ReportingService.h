@@ -6,6 +6,7 @@
 // whoever unloads a plug-in drops the retained records first (Clear; UnloadFrom in Plugin.h).
 #pragma once
 
+#include <algorithm>
 #include <functional>
 
 #include "devhost/FaultInjector.h"
@@ -32,10 +33,8 @@ struct ObservationRecord {
 
     // The first observable of that name, or null. Borrowed from the record.
     EIL::Values::IValues* Find(std::string_view name) const noexcept {
-        for (const ObservableRecord& observable : observables) {
-            if (observable.name == name) return observable.values.Get();
-        }
-        return nullptr;
+        const auto found = std::ranges::find(observables, name, &ObservableRecord::name);
+        return found == observables.end() ? nullptr : found->values.Get();
     }
 };
 
