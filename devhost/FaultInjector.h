@@ -116,7 +116,8 @@ inline FaultRule ParseFaultRule(std::string_view text) {
         const std::string_view digits = rest.substr(separator ? at + 1 : 0);
         std::uint64_t number = 0;
         const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-        if (error != std::errc() || end != digits.data() + digits.size() || (separator ? number == 0 : number > std::numeric_limits<Result::Code>::max())) {
+        const bool inRange = separator ? number != 0 : number <= std::numeric_limits<Result::Code>::max();
+        if (error != std::errc() || end != digits.data() + digits.size() || !inRange) {
             throw std::invalid_argument(fmt::format("bad {} in fault rule '{}': expected {}", what, text,
                                                     separator ? "a number from 1" : "an unsigned 32-bit number"));
         }

@@ -169,8 +169,7 @@ public:
             // Only an event this host made (a plug-in's own objects are of its own classes).
             const auto* ours = dynamic_cast<TrackedObject<HostSecurityEvent>*>(event.Get());
             if (!ours) return Result::InvalidArgument;
-            auto record = std::make_shared<EventRecord>();
-            record->observations = ours->Recorded();
+            auto record = std::make_shared<EventRecord>(EventRecord{0, ours->Recorded()});
             std::lock_guard lock(m_mutex);
             record->sequence = ++m_sequence;
             m_events.Emplace(record);
