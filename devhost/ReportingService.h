@@ -6,7 +6,6 @@
 // whoever unloads a plug-in drops the retained records first (Clear; UnloadFrom in Plugin.h).
 #pragma once
 
-#include <algorithm>
 #include <functional>
 
 #include "devhost/FaultInjector.h"
@@ -33,8 +32,9 @@ struct ObservationRecord {
 
     // The first observable of that name, or null. Borrowed from the record.
     EIL::Values::IValues* Find(std::string_view name) const noexcept {
-        const auto found = std::ranges::find(observables, name, &ObservableRecord::name);
-        return found == observables.end() ? nullptr : found->values.Get();
+        for (const ObservableRecord& observable : observables)
+            if (observable.name == name) return observable.values.Get();
+        return nullptr;
     }
 };
 
@@ -136,8 +136,6 @@ class ReportingService : public ObjectOnly<Reporting::IReportingService> {
 public:
     static constexpr char const* Kind = "ReportingService";
 
-    using Listener = std::function<void(const EventRecord&)>;
-
     ReportingService(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger)
         : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
 
@@ -151,7 +149,7 @@ public:
     void Clear() { m_events.Clear(); }
     // Called on the reporting thread for each event once it is recorded, one call at a time
     // (empty removes). The listener must not call SetListener.
-    void SetListener(Listener listener) {
+    void SetListener(std::function<void(const EventRecord&)> listener) {
         std::lock_guard lock(m_mutex);
         m_listener = std::move(listener);
     }
@@ -190,7 +188,7 @@ private:
     RetainedList<std::shared_ptr<const EventRecord>> m_events;
     std::mutex m_mutex;  // numbers and records one event at a time, and is held while the listener runs
     std::atomic<std::uint64_t> m_sequence{0};
-    Listener m_listener;  // guarded by m_mutex
+    std::function<void(const EventRecord&)> m_listener;  // guarded by m_mutex
 };
 
 }  // namespace KALVO::DevHost
