@@ -10,9 +10,9 @@ QuietSensor::QuietSensor(const std::string& pluginPath, std::string configuratio
     DevHost::HostOptions options;
     options.configuration = std::move(configuration);
     m_host = std::make_unique<DevHost::Host>(std::move(options));
-    m_host->Reports().SetRetention(0);
-    m_host->Logs().SetRetention(0);
-    m_host->Filter().SetRetention(0);
+    m_host->Reports().SetRetention(false);
+    m_host->Logs().SetRetention(false);
+    m_host->Filter().SetRetention(false);
     m_plugin = std::make_unique<DevHost::Plugin>(pluginPath, m_host->Root());
     if (m_plugin->Package()->Start(nullptr, 0) != Result::Success) throw std::runtime_error("the sensor did not start");
 }

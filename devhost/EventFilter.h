@@ -18,7 +18,8 @@ public:
 
     // The context texts received, oldest first.
     std::vector<std::string> Contexts() const { return m_contexts.Snapshot(); }
-    void SetRetention(std::size_t limit) { m_contexts.SetLimit(limit); }
+    // Contexts are recorded by default; false records none (and drops those recorded).
+    void SetRetention(bool keep) { m_contexts.SetKeep(keep); }
     // Calls answered 1.
     std::uint64_t Suppressed() const { return m_suppressed; }
 
@@ -31,14 +32,12 @@ public:
     // Any event thread, concurrently. Recording a context that fails for memory lets it through.
     std::uint32_t FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>&,
                               Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>&, char const* context) override {
-        std::optional<Result::Code> failure;
         try {
             m_contexts.Emplace(context ? std::string_view(context) : std::string_view());
-            failure = m_faults->Check(Operation::Filter);
         } catch (...) {
-            failure = 0;  // let the event through, as a filter that failed would
+            return 0;  // let the event through, as a filter that failed would
         }
-        const std::uint32_t answer = failure.value_or(0);
+        const std::uint32_t answer = m_faults->Check(Operation::Filter).value_or(0);
         if (answer == IEventFilter::Suppress) ++m_suppressed;
         return answer;
     }

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <limits>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -70,7 +71,6 @@ inline constexpr Operation AllOperations[] = {
     KALVO_DEVHOST_OPERATIONS(KALVO_DEVHOST_ENUMERATOR)
 #undef KALVO_DEVHOST_ENUMERATOR
 };
-inline constexpr std::size_t OperationCount = std::size(AllOperations);
 
 // The operations' stable names, indexed by the operation.
 inline constexpr std::string_view OperationNames[] = {
@@ -81,26 +81,7 @@ inline constexpr std::string_view OperationNames[] = {
 
 // The operation's stable name, e.g. "GetService:IReportingService".
 inline std::string_view OperationName(Operation operation) noexcept {
-    const auto index = static_cast<std::size_t>(operation);
-    return index < OperationCount ? OperationNames[index] : std::string_view("?");
-}
-
-// The number after `separator` at the end of `text` (cut off from it), or `absent` when there is
-// none. A number below `min` is refused as `what`.
-template <class Number>
-Number TakeFaultNumber(std::string_view rule, std::string_view& text, char const* separator, Number absent, Number min,
-                       char const* what) {
-    const std::size_t at = separator ? text.find(*separator) : 0;
-    if (at == std::string_view::npos) return absent;
-    const std::string_view digits = text.substr(separator ? at + 1 : 0);
-    Number number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() || number < min) {
-        throw std::invalid_argument(fmt::format("bad {} in fault rule '{}': expected {}", what, rule,
-                                                min == 0 ? "an unsigned 32-bit number" : "a number from 1"));
-    }
-    text = text.substr(0, at);
-    return number;
+    return OperationNames[static_cast<std::size_t>(operation)];
 }
 
 // One parsed fault: after `after` calls of `operation` that proceed, fail `count` calls with
@@ -126,26 +107,36 @@ inline FaultRule ParseFaultRule(std::string_view text) {
     if (found == std::end(OperationNames)) {
         throw std::invalid_argument(fmt::format("unknown operation '{}' in fault rule; known: {}", name, fmt::join(OperationNames, ", ")));
     }
+    // Cuts the number after `separator` (none: the whole rest) off the end of `rest`; nothing
+    // when there is no separator. Counts and starts are from 1, codes unsigned 32-bit.
     std::string_view rest = text.substr(equals + 1);
-    const auto start = TakeFaultNumber<std::uint64_t>(text, rest, "@", 0, 1, "start");
+    const auto take = [&](char separator, char const* what) -> std::optional<std::uint64_t> {
+        const std::size_t at = separator ? rest.find(separator) : 0;
+        if (at == std::string_view::npos) return std::nullopt;
+        const std::string_view digits = rest.substr(separator ? at + 1 : 0);
+        std::uint64_t number = 0;
+        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+        const bool inRange = separator ? number != 0 : number <= std::numeric_limits<Result::Code>::max();
+        if (error != std::errc() || end != digits.data() + digits.size() || !inRange) {
+            throw std::invalid_argument(fmt::format("bad {} in fault rule '{}': expected {}", what, text,
+                                                    separator ? "a number from 1" : "an unsigned 32-bit number"));
+        }
+        rest = rest.substr(0, at);
+        return number;
+    };
+    const std::optional<std::uint64_t> start = take('@', "start");
     // No count: every call, or once from the start given.
-    const auto count = TakeFaultNumber<std::uint64_t>(text, rest, "x", start != 0 ? 1 : 0, 1, "count");
-    const auto code = TakeFaultNumber<Result::Code>(text, rest, nullptr, 0, 0, "code");
-    return FaultRule{static_cast<Operation>(found - std::begin(OperationNames)), code,
-                     count == 0 ? std::nullopt : std::optional<std::uint64_t>(count), start == 0 ? 0 : start - 1};
+    const std::optional<std::uint64_t> count = take('x', "count");
+    const auto code = static_cast<Result::Code>(*take('\0', "code"));
+    return FaultRule{static_cast<Operation>(found - std::begin(OperationNames)), code, count || !start ? count : 1,
+                     start ? *start - 1 : 0};
 }
 
+// Shared by the host's objects, never copied (its mutex forbids it).
 class FaultInjector {
 public:
-    FaultInjector() = default;
-    FaultInjector(const FaultInjector&) = delete;  // shared by the host's objects, never copied
-    FaultInjector& operator=(const FaultInjector&) = delete;
-
-    // After `after` calls of `operation` that proceed, the next `count` calls fail with `code`
-    // (replacing an earlier setting).
-    void FailNext(Operation operation, Result::Code code, std::uint64_t count = 1, std::uint64_t after = 0) noexcept {
-        Apply(FaultRule{operation, code, count, after});
-    }
+    // Sets the rule of its operation, replacing an earlier one; FaultRule{operation, code, 1}
+    // fails the next call.
     void Apply(const FaultRule& rule) noexcept {
         std::lock_guard lock(m_mutex);
         m_slots[static_cast<std::size_t>(rule.operation)].rule = rule;
@@ -180,7 +171,7 @@ private:
     };
 
     mutable std::mutex m_mutex;  // guards m_slots
-    std::array<Slot, OperationCount> m_slots{};
+    std::array<Slot, std::size(AllOperations)> m_slots{};
 };
 
 // The one catch-all of the stand-in host's entry points: no exception ever travels back into

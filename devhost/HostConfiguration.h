@@ -43,10 +43,9 @@ public:
         return Serve(*m_faults, Operation::GetData, [&] {
             std::lock_guard lock(m_mutex);
             auto copy = std::make_unique<std::string>(m_text);
-            const std::string& handed = *copy;
-            m_handedOut.emplace(handed.c_str(), std::move(copy));
-            text = handed.c_str();
-            length = handed.size();
+            const auto [handed, inserted] = m_handedOut.emplace(copy->c_str(), std::move(copy));
+            text = handed->first;
+            length = handed->second->size();
             return Result::Success;
         });
     }

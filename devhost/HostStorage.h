@@ -34,9 +34,8 @@ public:
         sqlite3* db = nullptr;
         const int opened = sqlite3_open_v2(m_path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
         m_db.reset(db);
-        if (opened != SQLITE_OK) {
-            throw std::runtime_error("cannot open storage database '" + m_path + "': " + (db ? sqlite3_errmsg(db) : "out of memory"));
-        }
+        // With no connection at all SQLite's message is "out of memory".
+        if (opened != SQLITE_OK) Fail("cannot open the database");
         // Another process (a second tool run) may hold the file briefly.
         sqlite3_busy_timeout(db, 5000);
         if (sqlite3_exec(db,

@@ -3,7 +3,6 @@
 // Thread-safe: plug-ins log from every thread.
 #pragma once
 
-#include <algorithm>
 #include <functional>
 #include <memory>
 #include <string>
@@ -26,16 +25,15 @@ class LogSink : public KALVO::Logging::ILogSink {
 public:
     static constexpr char const* Kind = "LogSink";
     using Interfaces = EIL::Object::InterfaceList<KALVO::Logging::ILogSink>;
-    // Receives "<severity> <logger>: <text>" ("error", "warn", "info", "trace", else the number).
-    using Echo = std::function<void(const std::string& line)>;
 
     explicit LogSink(std::shared_ptr<FaultInjector> faults) : m_faults(std::move(faults)) {}
 
-    // Lines are recorded by default; `limit` keeps only the latest ones (0 records none).
-    void SetRetention(std::size_t limit) { m_lines.SetLimit(limit); }
-    // Echoes each line whose severity is at most `threshold` (Warn shows Error and Warn), one
+    // Lines are recorded by default; false records none (and drops those recorded).
+    void SetRetention(bool keep) { m_lines.SetKeep(keep); }
+    // Echoes each line whose severity is at most `threshold` (Warn shows Error and Warn) as
+    // "<severity> <logger>: <text>" ("error", "warn", "info", "trace", else the number), one
     // call at a time; empty stops echoing.
-    void SetEcho(Echo echo, std::uint32_t threshold) {
+    void SetEcho(std::function<void(const std::string& line)> echo, std::uint32_t threshold) {
         std::lock_guard lock(m_echoMutex);
         m_echo = std::move(echo);
         m_echoThreshold = threshold;
@@ -44,10 +42,9 @@ public:
     std::vector<LogLine> Lines() const { return m_lines.Snapshot(); }
     // Retained lines of that severity whose text contains `part`.
     std::size_t CountContaining(std::uint32_t severity, std::string_view part) const {
-        const std::vector<LogLine> lines = Lines();
-        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) {
-            return line.severity == severity && line.text.find(part) != std::string::npos;
-        }));
+        std::size_t count = 0;
+        for (const LogLine& line : Lines()) count += line.severity == severity && line.text.find(part) != std::string::npos;
+        return count;
     }
     void Clear() { m_lines.Clear(); }
 
@@ -82,7 +79,7 @@ private:
     std::shared_ptr<FaultInjector> m_faults;
     RetainedList<LogLine> m_lines;
     std::mutex m_echoMutex;  // guards the echo settings and serialises the echo
-    Echo m_echo;
+    std::function<void(const std::string& line)> m_echo;
     std::uint32_t m_echoThreshold = 0;
 };
 

@@ -15,32 +15,27 @@
 
 namespace KALVO::DevHost {
 
-struct StreamLimits {
-    std::size_t maxPerWrite = std::numeric_limits<std::size_t>::max();  // bytes taken by one Write
-    std::size_t capacity = std::numeric_limits<std::size_t>::max();     // bytes taken in all
-};
-
 // An in-memory IOutputStream that collects a command handler's answer. It can be told to take
 // fewer bytes than offered, so tests can drive a handler's short-write path.
 class OutputStream : public ObjectOnly<EIL::Stream::IOutputStream> {
 public:
     static constexpr char const* Kind = "OutputStream";
 
-    explicit OutputStream(StreamLimits limits) noexcept : m_limits(limits) {}
+    // Takes at most `maxPerWrite` bytes per Write.
+    explicit OutputStream(std::size_t maxPerWrite) noexcept : m_maxPerWrite(maxPerWrite) {}
 
     std::string Contents() const {
         std::lock_guard lock(m_mutex);
         return m_contents;
     }
 
-    // Takes as many bytes as the limits allow (possibly 0) and answers 0; `written` (when not
-    // null) receives the count. Null data with a non-zero size: 22.
+    // Takes as many bytes as the limit allows and answers 0; `written` (when not null) receives
+    // the count. Null data with a non-zero size: 22.
     Result::Code Write(void const* data, unsigned long size, unsigned long* written) override {
         if (!data && size != 0) return Result::InvalidArgument;
         return AtBoundary([&] {
             std::lock_guard lock(m_mutex);
-            const std::size_t room = m_limits.capacity - std::min(m_limits.capacity, m_contents.size());
-            const std::size_t taken = std::min({static_cast<std::size_t>(size), m_limits.maxPerWrite, room});
+            const std::size_t taken = std::min(static_cast<std::size_t>(size), m_maxPerWrite);
             m_contents.append(static_cast<char const*>(data), taken);
             if (written) *written = taken;
             return Result::Success;
@@ -48,7 +43,7 @@ public:
     }
 
 private:
-    const StreamLimits m_limits;
+    const std::size_t m_maxPerWrite;
     mutable std::mutex m_mutex;  // guards m_contents
     std::string m_contents;
 };
@@ -62,13 +57,14 @@ public:
         : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
 
     // Sends `payload` to the handler of `routingKey` on this thread, with a fresh in-memory
-    // stream limited by `limits`, and returns the handler's code with what it wrote in
-    // `answer`. No handler under that key: 78 and an empty answer.
-    Result::Code Execute(const std::string& routingKey, std::string_view payload, std::string& answer, StreamLimits limits = {}) {
+    // stream taking at most `maxPerWrite` bytes per write, and returns the handler's code with
+    // what it wrote in `answer`. No handler under that key: 78 and an empty answer.
+    Result::Code Execute(const std::string& routingKey, std::string_view payload, std::string& answer,
+                         std::size_t maxPerWrite = std::numeric_limits<std::size_t>::max()) {
         answer.clear();
         const Handler handler = Find(routingKey);
         if (!handler) return Result::NotImplemented;
-        const HostRef<TrackedObject<OutputStream>> stream(TrackedObject<OutputStream>::Make(m_ledger, limits));
+        const HostRef<TrackedObject<OutputStream>> stream(TrackedObject<OutputStream>::Make(m_ledger, maxPerWrite));
         const Result::Code code = handler->Execute(routingKey.c_str(), payload.data(), payload.size(), *stream);
         answer = stream->Contents();
         return code;

@@ -9,6 +9,7 @@
 // for their whole run, and an unregistration takes it exclusively once.
 #pragma once
 
+#include <algorithm>
 #include <shared_mutex>
 #include <tuple>
 
@@ -37,6 +38,8 @@ public:
     struct Registered {
         void* monitor;  // the registered interface (IProcessMonitor or IShellMonitor)
         std::uint32_t mask;
+        // A registration is found by its monitor.
+        bool operator==(const void* other) const noexcept { return monitor == other; }
     };
 
     // `log` receives a line when a monitor lets an exception escape (which a real host would
@@ -105,10 +108,6 @@ private:
     // callback must not wait for the delivery it runs in.
     static inline thread_local int t_deliveryDepth = 0;
 
-    static List::iterator Find(List& list, void* monitor) {
-        return std::find_if(list.begin(), list.end(), [&](const Registered& entry) { return entry.monitor == monitor; });
-    }
-
     void WaitForDeliveries() {
         if (t_deliveryDepth == 0) std::unique_lock wait(m_delivering);
     }
@@ -131,7 +130,7 @@ private:
             {
                 // A monitor unregistered by an earlier callback of this delivery gets nothing more.
                 std::lock_guard lock(m_mutex);
-                if (Find(list, entry.monitor) == list.end()) continue;
+                if (std::find(list.begin(), list.end(), entry.monitor) == list.end()) continue;
             }
             std::tuple<Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo>, Args...> copies(event, args...);
             try {
@@ -149,7 +148,7 @@ private:
     Result::Code Register(Operation operation, List& list, void* monitor, std::uint32_t mask) {
         return Serve(*m_faults, operation, [&] {
             std::lock_guard lock(m_mutex);
-            if (!monitor || Find(list, monitor) != list.end()) return Result::InvalidArgument;
+            if (!monitor || std::find(list.begin(), list.end(), monitor) != list.end()) return Result::InvalidArgument;
             list.push_back({monitor, mask});
             return Result::Success;
         });
@@ -159,7 +158,7 @@ private:
         return Serve(*m_faults, operation, [&] {
             {
                 std::lock_guard lock(m_mutex);
-                const auto found = Find(list, monitor);
+                const auto found = std::find(list.begin(), list.end(), monitor);
                 if (found == list.end()) return Result::NoSuchEntry;
                 list.erase(found);
             }

@@ -64,11 +64,12 @@ private:
     Agent::Hosting::IPackage* m_package = nullptr;
 };
 
-// Ends `plugin` on `host`: drops the handlers the host keeps of it first (a command handler
-// outlives the package when it was not stopped, and its code is about to go), unloads it, then
-// forgets any monitor registration it left behind.
+// Ends `plugin` on `host`: drops what the host keeps of it first (a command handler outlives
+// the package when it was not stopped, and reported events hold its containers; their code is
+// about to go), unloads it, then forgets any monitor registration it left behind.
 inline void UnloadFrom(Host& host, Plugin& plugin) {
     host.Router().Clear();
+    host.Reports().Clear();
     plugin.Unload();
     host.Monitors().Clear();
 }

@@ -56,9 +56,8 @@ public:
     Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
         const bool values = id == EIL::Values::IValues::Id;
         if (!values && id != Agent::Hosting::IObject::Id) return Result::ProtocolNotSupported;
-        if (const auto failure = m_faults->Check(values ? Operation::ProcessGetInterfaceValues : Operation::ProcessGetInterfaceObject)) {
-            return *failure;
-        }
+        const Operation operation = values ? Operation::ProcessGetInterfaceValues : Operation::ProcessGetInterfaceObject;
+        if (const auto failure = m_faults->Check(operation)) return *failure;
         out = values ? static_cast<Agent::Hosting::IObject*>(static_cast<EIL::Values::IValues*>(this))
                      : static_cast<ESP::v0::IProcessInfo*>(this);
         out->AddRef();

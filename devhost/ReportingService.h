@@ -2,9 +2,8 @@
 // (HostSecurityEvent, with their HostObservation) and records the finished ones it is handed
 // as EventRecord, for tests to inspect and tools to show.
 //
-// Values the plug-in made are copied into host-made containers when the event is reported, so
-// a record never holds a reference into a plug-in that may since have been unloaded; the
-// host's own objects (process records attached as observables) are kept by reference.
+// A record keeps the containers it was given by reference, the plug-in's own among them: so
+// whoever unloads a plug-in drops the retained records first (Clear; UnloadFrom in Plugin.h).
 #pragma once
 
 #include <functional>
@@ -12,7 +11,6 @@
 #include "devhost/FaultInjector.h"
 #include "devhost/RetainedList.h"
 #include "devhost/TrackedObject.h"
-#include "devhost/ValueReading.h"
 #include "host/IHostObservation.h"
 #include "host/IHostSecurityEvent.h"
 #include "host/IReportingService.h"
@@ -34,20 +32,11 @@ struct ObservationRecord {
 
     // The first observable of that name, or null. Borrowed from the record.
     EIL::Values::IValues* Find(std::string_view name) const noexcept {
-        for (const ObservableRecord& observable : observables) {
+        for (const ObservableRecord& observable : observables)
             if (observable.name == name) return observable.values.Get();
-        }
         return nullptr;
     }
 };
-
-// A container of a reported event as the record keeps it: the host's own objects as they are,
-// anything else copied.
-inline HostRef<EIL::Values::IValues> Keep(EIL::Values::IValues* values) {
-    if (!values) return {};
-    if (dynamic_cast<HostObject*>(values)) return HostRef<EIL::Values::IValues>::Share(values);
-    return HostRef<EIL::Values::IValues>(Agent::Hosting::ObjectPtr<EIL::Values::IValues>(SnapshotValues(*values)));
-}
 
 struct EventRecord {
     std::uint64_t sequence = 0;  // 1 for the first event reported to this host, and so on
@@ -64,15 +53,10 @@ public:
     HostObservation(std::shared_ptr<FaultInjector> faults, ObservationRecord contents)
         : m_faults(std::move(faults)), m_contents(std::move(contents)) {}
 
-    // What the observation holds now, for the record of a reported event: the plug-in's
-    // containers copied, the host's own shared. Throws std::bad_alloc.
+    // What the observation holds now, for the record of a reported event. Throws std::bad_alloc.
     ObservationRecord Recorded() const {
-        ObservationRecord recorded{m_contents.severity, m_contents.typeId, m_contents.message,
-                                   Keep(m_contents.source.Get()), Keep(m_contents.tags.Get()), {}};
         std::lock_guard lock(m_mutex);
-        for (const ObservableRecord& observable : m_contents.observables)
-            recorded.observables.push_back(ObservableRecord{observable.name, Keep(observable.values.Get())});
-        return recorded;
+        return m_contents;
     }
 
     // IHostObservation
@@ -152,8 +136,6 @@ class ReportingService : public ObjectOnly<Reporting::IReportingService> {
 public:
     static constexpr char const* Kind = "ReportingService";
 
-    using Listener = std::function<void(const EventRecord&)>;
-
     ReportingService(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger)
         : m_faults(std::move(faults)), m_ledger(std::move(ledger)) {}
 
@@ -161,11 +143,13 @@ public:
     std::vector<std::shared_ptr<const EventRecord>> Events() const { return m_events.Snapshot(); }
     // Events reported since construction, retained or not.
     std::uint64_t EventCount() const { return m_sequence; }
-    // Keeps only the latest `limit` events (0 keeps none); the default keeps all.
-    void SetRetention(std::size_t limit) { m_events.SetLimit(limit); }
+    // Keeps every event reported from now on (the default), or none; false drops those kept.
+    void SetRetention(bool keep) { m_events.SetKeep(keep); }
+    // Drops the retained events, before unloading the plug-in whose containers they hold.
+    void Clear() { m_events.Clear(); }
     // Called on the reporting thread for each event once it is recorded, one call at a time
     // (empty removes). The listener must not call SetListener.
-    void SetListener(Listener listener) {
+    void SetListener(std::function<void(const EventRecord&)> listener) {
         std::lock_guard lock(m_mutex);
         m_listener = std::move(listener);
     }
@@ -183,8 +167,7 @@ public:
             // Only an event this host made (a plug-in's own objects are of its own classes).
             const auto* ours = dynamic_cast<TrackedObject<HostSecurityEvent>*>(event.Get());
             if (!ours) return Result::InvalidArgument;
-            auto record = std::make_shared<EventRecord>();
-            record->observations = ours->Recorded();
+            auto record = std::make_shared<EventRecord>(EventRecord{0, ours->Recorded()});
             std::lock_guard lock(m_mutex);
             record->sequence = ++m_sequence;
             m_events.Emplace(record);
@@ -205,7 +188,7 @@ private:
     RetainedList<std::shared_ptr<const EventRecord>> m_events;
     std::mutex m_mutex;  // numbers and records one event at a time, and is held while the listener runs
     std::atomic<std::uint64_t> m_sequence{0};
-    Listener m_listener;  // guarded by m_mutex
+    std::function<void(const EventRecord&)> m_listener;  // guarded by m_mutex
 };
 
 }  // namespace KALVO::DevHost

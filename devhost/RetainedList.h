@@ -1,11 +1,8 @@
 // RetainedList<T>: what a host component records (log lines, filter contexts, reported
-// events), kept up to a chosen number of the latest entries so that a long-running tool does
-// not grow without bound, while tests keep everything. Thread-safe (one mutex).
+// events), kept for tests to inspect; a long-running tool turns keeping off so that it does
+// not grow without bound. Thread-safe (one mutex).
 #pragma once
 
-#include <cstddef>
-#include <deque>
-#include <limits>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -15,38 +12,37 @@ namespace KALVO::DevHost {
 template <class T>
 class RetainedList {
 public:
-    // Adds an entry made of `args`, which is not made at all when nothing is retained.
+    // Adds an entry made of `args`, which is not made at all when nothing is kept.
     template <class... Args>
     void Emplace(Args&&... args) {
         std::lock_guard lock(m_mutex);
-        if (m_limit == 0) return;
-        m_items.emplace_back(std::forward<Args>(args)...);
-        while (m_items.size() > m_limit) m_items.pop_front();
+        if (m_keep) m_items.emplace_back(std::forward<Args>(args)...);
     }
 
-    // The retained entries, oldest first.
+    // The entries kept, oldest first.
     std::vector<T> Snapshot() const {
         std::lock_guard lock(m_mutex);
-        return std::vector<T>(m_items.begin(), m_items.end());
+        return m_items;
     }
 
-    // Keeps at most `limit` of the latest entries (0 keeps none); unlimited by default.
-    void SetLimit(std::size_t limit) {
+    // Keeps the entries added from now on (the default), or none; false drops those kept.
+    void SetKeep(bool keep) {
+        std::vector<T> dropped;  // destroyed outside the lock
         std::lock_guard lock(m_mutex);
-        m_limit = limit;
-        while (m_items.size() > limit) m_items.pop_front();
+        m_keep = keep;
+        if (!keep) dropped.swap(m_items);
     }
 
     void Clear() {
-        std::deque<T> dropped;  // destroyed outside the lock
+        std::vector<T> dropped;  // destroyed outside the lock
         std::lock_guard lock(m_mutex);
         dropped.swap(m_items);
     }
 
 private:
     mutable std::mutex m_mutex;  // guards both below
-    std::deque<T> m_items;
-    std::size_t m_limit = std::numeric_limits<std::size_t>::max();
+    std::vector<T> m_items;
+    bool m_keep = true;
 };
 
 }  // namespace KALVO::DevHost

@@ -40,7 +40,8 @@ struct ObjectLedger {
 // `using Interfaces = EIL::Object::InterfaceList<...>` or defines a LookupInterface (ObjectOnly),
 // and names its kind with `static constexpr char const* Kind` (used in reports). T needs no
 // protected destructor: it is abstract (AddRef and Release come from here), so it is never
-// made or deleted on its own, and the interfaces' own destructors are protected.
+// made or deleted on its own, and the interfaces' own destructors are protected. Objects are
+// shared by reference, never copied (HostObject's atomics forbid it).
 template <class T>
 class TrackedObject final : public EIL::Object::LookupInterfaceImpl<T>, public HostObject {
 public:
@@ -56,9 +57,6 @@ public:
         std::lock_guard lock(m_ledger->mutex);
         m_ledger->objects.erase(this);
     }
-
-    TrackedObject(const TrackedObject&) = delete;  // objects are shared by reference, never copied
-    TrackedObject& operator=(const TrackedObject&) = delete;
 
     // acq_rel on both: a reference handed to another thread must see the object fully built,
     // and the thread that frees it must see every other holder's last writes.

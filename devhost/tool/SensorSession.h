@@ -135,9 +135,8 @@ public:
         if (!m_plugin) return;
         UnloadFrom(*m_host, *m_plugin);
         m_host->Reports().SetListener({});
-        if (const std::uint64_t outstanding = m_host->OutstandingReferences(); outstanding != 0)
-            Warn(fmt::format("the sensor did not give back {} host reference(s): {}", outstanding,
-                             m_host->DescribeOutstandingReferences()));
+        if (const std::string outstanding = m_host->OutstandingReferences(); !outstanding.empty())
+            Warn("the sensor did not give back host references: " + outstanding);
     }
 
     // Builds the host (opening the storage), loads the plug-in and starts the sensor; serves the
@@ -152,10 +151,10 @@ public:
             throw std::runtime_error("cannot open the storage " + storage + ": " + error.what());
         }
         // A run may last hours: the host keeps counts, not copies.
-        m_host->Logs().SetRetention(0);
+        m_host->Logs().SetRetention(false);
         m_host->Logs().SetEcho([](const std::string& line) { ErrorOutput().Write(line); }, m_options.logThreshold);
-        m_host->Reports().SetRetention(0);
-        m_host->Filter().SetRetention(0);
+        m_host->Reports().SetRetention(false);
+        m_host->Filter().SetRetention(false);
         m_host->Reports().SetListener([this](const EventRecord& event) {
             const auto* type = std::find(std::begin(ReportTypes), std::end(ReportTypes),
                                          event.observations.empty() ? std::string_view() : event.observations.front().typeId);

@@ -85,7 +85,7 @@ TEST(PackageSlots, LifecycleByNumberWithAHost) {
         EXPECT_EQ(host.Monitors().ProcessMonitors().size(), 0u);
         CallSlot<void>(package, DestroyThis);
     }
-    EXPECT_EQ(host.OutstandingReferences(), 0u) << host.DescribeOutstandingReferences();
+    EXPECT_EQ(host.OutstandingReferences(), "");
 }
 
 // IObject by slot: 0 AddRef, 1 Release, 2 GetInterface.

@@ -157,7 +157,7 @@ protected:
         EXPECT_TRUE(Host().Monitors().ProcessMonitors().empty());
         EXPECT_TRUE(Host().Monitors().ShellMonitors().empty());
         EXPECT_FALSE(Host().Router().HasHandler(HealthCheckKey));
-        EXPECT_EQ(Host().OutstandingReferences(), m_stoppedReferences) << Host().DescribeOutstandingReferences();
+        EXPECT_EQ(Host().OutstandingReferences(), m_stoppedReferences);
         EXPECT_EQ(Host().Config().OutstandingTexts(), 0u);
     }
 
@@ -193,7 +193,7 @@ protected:
     // What the loaded, stopped package holds (the host object, the log sink).
     void SetUp() override { m_stoppedReferences = Host().OutstandingReferences(); }
 
-    std::uint64_t m_stoppedReferences = 0;
+    std::string m_stoppedReferences;
     unsigned m_serial = 0;
 };
 

@@ -21,9 +21,8 @@ constexpr auto RunTime = std::chrono::milliseconds(2500);
 
 TEST_F(SensorTest, EventsConfigurationAndHealthChecksRunConcurrently) {
     ASSERT_EQ(sensor.Start(), Result::Success);
-    sensor.Host().Reports().SetRetention(16);
-    sensor.Host().Logs().SetRetention(16);
-    sensor.Host().Filter().SetRetention(16);
+    sensor.Host().Reports().SetRetention(false);
+    sensor.Host().Filter().SetRetention(false);
     std::atomic<bool> stop{false};
 
     auto deliverer = [&](int thread) {

@@ -35,9 +35,7 @@ TEST_F(SensorTest, HealthCheckAnswersByPayload) {
 TEST_F(SensorTest, HealthCheckReportsAShortWrite) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     std::string answer;
-    DevHost::StreamLimits limits;
-    limits.maxPerWrite = 5;
-    EXPECT_EQ(sensor.Host().Router().Execute(HealthCheck, R"({"id":"42"})", answer, limits), Result::OutOfMemory);
+    EXPECT_EQ(sensor.Host().Router().Execute(HealthCheck, R"({"id":"42"})", answer, 5), Result::OutOfMemory);
     EXPECT_EQ(answer, R"({"id")");
 }
 

@@ -38,14 +38,14 @@ TEST_F(SensorTest, StopBeforeStartOnlyUnregistersTheCommandAndASecondStartReplac
 }
 
 TEST_F(SensorTest, ShellRegistrationFailureCarriesTheUndoCodeInItsText) {
-    sensor.Host().Faults().FailNext(Operation::RegisterShellMonitor, 5);
+    sensor.Host().Faults().Apply({Operation::RegisterShellMonitor, 5, 1});
     EXPECT_EQ(sensor.Start(), Result::ProtocolError);
     EXPECT_EQ(sensor.Logged(LogLevel::Error, "Registering shell monitor from ESP failed: 5"), 1u);
     EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: 'Registering shell monitor ESP failed: 0'"), 1u);
 
     sensor.Host().Logs().Clear();
-    sensor.Host().Faults().FailNext(Operation::RegisterShellMonitor, 5);
-    sensor.Host().Faults().FailNext(Operation::UnregisterProcessMonitor, 89);
+    sensor.Host().Faults().Apply({Operation::RegisterShellMonitor, 5, 1});
+    sensor.Host().Faults().Apply({Operation::UnregisterProcessMonitor, 89, 1});
     EXPECT_EQ(sensor.Start(), Result::ProtocolError);
     EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unregistering process monitor from ESP failed: 89"), 1u);
     EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: 'Registering shell monitor ESP failed: 89'"), 1u);

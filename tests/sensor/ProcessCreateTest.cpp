@@ -92,7 +92,7 @@ TEST_F(SensorTest, AFailedReportStillUsesUpOneOfTheKeysReports) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     auto parent = sensor.Process("p", "/bin/sh", "sh");
     auto child = sensor.Process("c", "/bin/ls", "ls");
-    sensor.Host().Faults().FailNext(DevHost::Operation::ReportSecurityEvent, 5);
+    sensor.Host().Faults().Apply({DevHost::Operation::ReportSecurityEvent, 5, 1});
     for (int i = 0; i < 4; ++i) sensor.Created(child, parent);
     EXPECT_EQ(sensor.Reported(), 2u);
 }

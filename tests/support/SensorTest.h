@@ -19,7 +19,7 @@ class SensorTest : public ::testing::Test {
 protected:
     void TearDown() override {
         sensor.Unload();
-        EXPECT_EQ(sensor.Host().OutstandingReferences(), 0u) << sensor.Host().DescribeOutstandingReferences();
+        EXPECT_EQ(sensor.Host().OutstandingReferences(), "");
         EXPECT_EQ(sensor.Host().Config().OutstandingTexts(), 0u);
         EXPECT_EQ(sensor.Host().Monitors().EscapedExceptions(), 0u);
     }
