@@ -15,6 +15,7 @@
 
 #include "eil/values/Identifier.h"
 #include "eil/values/MakeValue.h"
+#include "tests/support/Scaled.h"
 
 namespace KALVO::EIL::Values {
 namespace {
@@ -122,11 +123,7 @@ TEST(ValueContainers, BehavesLikeAPlainMapThroughRandomEdits) {
 // Readers walk by index while writers edit; ThreadSanitizer checks the reader/writer lock and
 // the remembered walk position shared by readers.
 TEST(ValueContainers, ConcurrentReadersAndWritersStayConsistent) {
-#ifdef KALVO_SANITIZED
-    constexpr int Rounds = 2000;
-#else
-    constexpr int Rounds = 20000;
-#endif
+    constexpr int Rounds = Testing::Scaled(20'000, 2'000);
     const auto values = MakeValues();
     std::atomic<bool> failed{false};
     std::vector<std::thread> threads;

@@ -49,11 +49,7 @@ public:
     }
 
     Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo> Process(std::string uid, std::string path, std::string commandLine) {
-        DevHost::ProcessRecord record;
-        record.uid = std::move(uid);
-        record.path = std::move(path);
-        record.commandLine = std::move(commandLine);
-        return m_host->MakeProcess(std::move(record));
+        return m_host->MakeProcess({.path = std::move(path), .commandLine = std::move(commandLine), .uid = std::move(uid)});
     }
 
     std::size_t Created(const Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>& child,
