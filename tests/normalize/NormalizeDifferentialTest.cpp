@@ -24,6 +24,11 @@ namespace {
 constexpr int Iterations = Testing::Scaled(250'000, 50'000);
 constexpr std::size_t MaximumLength = 200;
 
+std::string Scanned(std::string text) {
+    NormalizeCommandline(text);
+    return text;
+}
+
 std::string OracleCommandline(std::string text) {
     Testing::RegexNormalizer::Instance().CommandLine(text);
     return text;
@@ -140,9 +145,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsOnRandomInputs) {
     InputMaker maker(0x6b616c766f);
     for (int i = 0; i < Iterations; ++i) {
         const std::string input = maker.CommandLine();
-        std::string actual = input;
-        NormalizeCommandline(actual);
-        ASSERT_EQ(actual, OracleCommandline(input)) << "iteration " << i << " input: " << ::testing::PrintToString(input);
+        ASSERT_EQ(Scanned(input), OracleCommandline(input)) << "iteration " << i << " input: " << ::testing::PrintToString(input);
     }
 }
 
@@ -168,9 +171,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
                 for (std::size_t leftLength = 0; leftLength <= 2 * CharBlock::Size; ++leftLength) {
                     for (const std::size_t rightLength : {0, 1, 8, 9}) {
                         const std::string input = std::string(leftLength, left) + piece + std::string(rightLength, right);
-                        std::string actual = input;
-                        NormalizeCommandline(actual);
-                        ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
+                        ASSERT_EQ(Scanned(input), OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
                     }
                 }
             }
@@ -183,9 +184,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
             for (std::size_t leftLength = 0; leftLength <= 40; ++leftLength) {
                 for (std::size_t rightLength = 0; rightLength <= 40; rightLength += RightStep) {
                     const std::string input = std::string(leftLength, filler) + hash + " " + std::string(rightLength, filler);
-                    std::string actual = input;
-                    NormalizeCommandline(actual);
-                    ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
+                    ASSERT_EQ(Scanned(input), OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
                 }
             }
         }
@@ -207,9 +206,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsLineByLineOnLongTexts) {
             input += text + separator;
             expected += OracleCommandline(text) + separator;
         }
-        std::string actual = input;
-        NormalizeCommandline(actual);
-        ASSERT_EQ(actual, expected) << " text " << i << " of " << input.size() << " bytes";
+        ASSERT_EQ(Scanned(input), expected) << " text " << i << " of " << input.size() << " bytes";
     }
 }
 
