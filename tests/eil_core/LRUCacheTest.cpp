@@ -52,7 +52,9 @@ public:
     }
 
 private:
-    auto Find(const Key& key) { return std::find_if(m_order.begin(), m_order.end(), [&](const auto& entry) { return entry.first == key; }); }
+    auto Find(const Key& key) {
+        return std::find_if(m_order.begin(), m_order.end(), [&](const auto& entry) { return entry.first == key; });
+    }
 
     std::size_t m_capacity;
     std::list<std::pair<Key, Value>> m_order;
