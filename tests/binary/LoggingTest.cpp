@@ -8,20 +8,16 @@
 #include <vector>
 
 #include "devhost/Host.h"
+#include "eil/core/ScopeGuard.h"
 #include "logging/Log.h"
 
 namespace KALVO::Logging {
 namespace {
 
-class LoggingTest : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(LoggerSingleton::CreateEx(std::string(SensorLoggerName), host.Root()).second); }
-    void TearDown() override { (void)LoggerSingleton::Detach(); }
-
+TEST(Logging, CurrentExceptionClassifiesWhatIsBeingHandled) {
     DevHost::Host host;
-};
-
-TEST_F(LoggingTest, CurrentExceptionClassifiesWhatIsBeingHandled) {
+    ASSERT_TRUE(LoggerSingleton::CreateEx(std::string(SensorLoggerName), host.Root()).second);
+    const auto detach = EIL::Core::MakeScopeExit([] { (void)LoggerSingleton::Detach(); });
     const struct {
         const char* name;
         void (*raise)();

@@ -19,15 +19,8 @@
 namespace {
 
 using KALVO::Configuration::Configuration;
+using KALVO::Testing::Nested;
 using KALVO::DevHost::Host;
-using KALVO::DevHost::HostOptions;
-using KALVO::DevHost::Operation;
-
-HostOptions WithText(std::string text) {
-    HostOptions options;
-    options.configuration = std::move(text);
-    return options;
-}
 
 constexpr char const* Unresolved = "The specified key cannot be resolved";
 constexpr char const* InvalidSchema = "The schema of the data is not valid and cannot be used";
@@ -95,7 +88,7 @@ TEST(Configuration, TypeTestsFollowTheValueNotItsSpelling) {
         {"/object",         {_,   o,     _,   _,    _,     _,    _,     _,     _}},
         {"/array",          {_,   _,     _,   _,    _,     _,    _,     _,     _}},
     };
-    Host host(WithText(TypedDocument));
+    Host host({.configuration = TypedDocument});
     const Configuration config(host.Root());
     for (const TypeRow& row : rows) {
         for (std::size_t test = 0; test < std::size(TypeTests); ++test) {
@@ -110,7 +103,7 @@ TEST(Configuration, TypeTestsFollowTheValueNotItsSpelling) {
 }
 
 TEST(Configuration, KeysAcceptBothPointerFormsAndTheirEscapes) {
-    Host host(WithText(R"({"a":[1,{"x y":2}],"s/t":3,"m~n":4,"":5,"%":6})"));
+    Host host({.configuration = R"({"a":[1,{"x y":2}],"s/t":3,"m~n":4,"":5,"%":6})"});
     const Configuration config(host.Root());
     const struct {
         char const* key;
@@ -128,27 +121,17 @@ TEST(Configuration, KeysAcceptBothPointerFormsAndTheirEscapes) {
     }
 }
 
-// Nesting of `depth` arrays, or of objects each holding the next under "a".
-std::string Nested(std::size_t depth, bool objects) {
-    std::string text;
-    text.reserve(depth * 6);
-    for (std::size_t i = 0; i < depth; ++i) text += objects ? R"({"a":)" : "[";
-    text += "0";
-    for (std::size_t i = 0; i < depth; ++i) text += objects ? "}" : "]";
-    return text;
-}
-
 TEST(Configuration, NestingIsReadUpToTheLimitAndRefusedBeyondOnAHostThread) {
     const std::size_t limit = KALVO::Configuration::MaxNestingDepth;
     const struct {
         std::string text;
         bool read;
     } cases[] = {
-        {"{\"n\":" + Nested(limit - 1, false) + "}", true}, {"{\"n\":" + Nested(limit - 1, true) + "}", true},
-        {Nested(limit + 1, false), false}, {Nested(limit + 1, true), false}, {std::string(100'000, '['), false},
+        {"{\"n\":" + Nested(limit - 1, "[", "]") + "}", true}, {"{\"n\":" + Nested(limit - 1, R"({"a":)", "}") + "}", true},
+        {Nested(limit + 1, "[", "]"), false}, {Nested(limit + 1, R"({"a":)", "}"), false}, {std::string(100'000, '['), false},
     };
     for (const auto& c : cases) {
-        Host host(WithText(c.text));
+        Host host({.configuration = c.text});
         std::string message = "?";
         KALVO::Testing::RunOnSmallStack([&] {
             message = KALVO::Testing::ErrorOf([&] { EXPECT_EQ(Configuration(host.Root()).GetObject("").size(), c.text.size()); });

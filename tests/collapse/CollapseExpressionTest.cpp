@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/support/SmallStack.h"
+#include "tests/support/Scaled.h"
 
 namespace KALVO::SecurityMonitor {
 namespace {
@@ -21,11 +22,7 @@ bool RegexMatchesWhole(std::string const& pattern, std::string const& text) {
 
 // Literal patterns are compared as text; the answers must be the regular expression's.
 TEST(CollapseExpression, RandomLiteralPatternsAgreeWithTheRegularExpression) {
-#if defined(KALVO_SANITIZED) || defined(KALVO_EMULATED)
-    constexpr int Rounds = 500;
-#else
-    constexpr int Rounds = 5000;
-#endif
+    constexpr int Rounds = Testing::Scaled(5000, 500);
     std::mt19937 random(7);
     const std::string alphabet = "aAbBzZ09 _-/,:=";
     for (int round = 0; round < Rounds; ++round) {

@@ -7,7 +7,6 @@
 #include <fstream>
 #include <map>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -49,12 +48,12 @@ std::map<std::string, KeyCounts> CountFromTrace(const std::string& trace, const 
         if (StringMember(event, "kind") != "create") continue;
         const RJ::Value& child = event["process"];
         const RJ::Value& parent = event["parent"];
-        std::string parentLine = Normalized(StringMember(parent, "command_line"), false);
-        std::string childLine = Normalized(StringMember(child, "command_line"), false);
-        const bool collapseParent = std::regex_match(parentLine, expression);
-        const bool collapseChild = std::regex_match(childLine, expression);
+        const auto collapsed = [&](const RJ::Value& process) {
+            const std::string text = Normalized(StringMember(process, "command_line"), false);
+            return std::regex_match(text, expression) ? "<>" : text;
+        };
         const std::string key = Normalized(StringMember(parent, "path"), true) + "|" + Normalized(StringMember(child, "path"), true) + "|" +
-                                (collapseParent ? "<>" : parentLine) + "|" + (collapseChild ? "<>" : childLine);
+                                collapsed(parent) + "|" + collapsed(child);
         KeyCounts& figures = keys[key];
         ++figures.delivered;
         (figures.delivered <= limit ? figures.reported : figures.suppressed) += 1;
@@ -66,12 +65,11 @@ std::map<std::string, KeyCounts> ForecastOf(const std::vector<std::string>& opti
     const std::string file = ::testing::TempDir() + "forecast-" + std::to_string(::getpid()) + ".json";
     std::vector<std::string> arguments = {"replay", "--keys", "4096", "--keys-json", file};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    const ToolRun run = RunTool(arguments);
-    EXPECT_EQ(run.status, 0) << run.err;
-    std::stringstream text;
-    text << std::ifstream(file).rdbuf();
-    json.Parse(text.str().c_str());
-    EXPECT_TRUE(json.IsObject()) << text.str();
+    ToolProcess tool(arguments);
+    EXPECT_EQ(tool.Finish(), 0) << tool.Err();
+    const std::string text = FileText(file);
+    json.Parse(text.c_str());
+    EXPECT_TRUE(json.IsObject()) << text;
     std::map<std::string, KeyCounts> keys;
     if (!json.IsObject()) return keys;
     for (const RJ::Value& row : json["keys"].GetArray()) {
@@ -87,10 +85,8 @@ TEST(KalvoDevhostForecast, ExampleTraceKeysMatchCountsMadeFromTheTrace) {
         std::string collapse;
         std::uint64_t limit;
     };
-    std::stringstream configuration;
-    configuration << std::ifstream(ExampleFile("securitymonitor.json")).rdbuf();
     RJ::Document settings;
-    settings.Parse(configuration.str().c_str());
+    settings.Parse(FileText(ExampleFile("securitymonitor.json")).c_str());
     const RJ::Value& example = settings["securitymonitor"];
     const Case cases[] = {
         {{ExampleFile("trace.jsonl")}, "this_will_not_match//any_process", 3},

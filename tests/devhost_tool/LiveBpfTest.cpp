@@ -2,7 +2,6 @@
 // elsewhere (no root, an emulator) each test skips and says why.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -10,12 +9,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <deque>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -42,111 +41,95 @@ std::size_t Count(const std::string& text, const std::string& part) {
 
 // live on the BPF source, limited to this test's own processes, reporting every event (no
 // report limit), with its state in a directory of its own.
-class BpfLive {
-public:
+struct BpfLive {
     BpfLive() {
-        std::string pattern = (fs::temp_directory_path() / "kalvo-bpf-test-XXXXXX").string();
-        if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-        m_dir = pattern;
-        std::ofstream(m_dir / "config.json") << R"({"securitymonitor":{"process_tree_report_limit":0}})";
-        std::ofstream(m_dir / "inputrc") << "set input-meta on\nset output-meta on\nset convert-meta off\n";
-        m_tool = std::make_unique<ToolProcess>(std::vector<std::string>{
-            "live", "--source", "bpf", "--tree", std::to_string(::getpid()), "--state", m_dir.string(), "--config",
-            (m_dir / "config.json").string()});
-        m_started = m_tool->WaitFor([](const std::string&, const std::string& err) {
+        dir = fs::path(::testing::TempDir()) / ("kalvo-bpf-test-" + std::to_string(::getpid()));
+        fs::create_directories(dir);
+        std::ofstream(dir / "config.json") << R"({"securitymonitor":{"process_tree_report_limit":0}})";
+        std::ofstream(dir / "inputrc") << "set input-meta on\nset output-meta on\nset convert-meta off\n";
+        tool = std::make_unique<ToolProcess>(std::vector<std::string>{
+            "live", "--source", "bpf", "--tree", std::to_string(::getpid()), "--state", dir.string(), "--config",
+            (dir / "config.json").string()});
+        started = tool->WaitFor([](const std::string&, const std::string& err) {
             return err.find("following new ones") != std::string::npos;
         });
     }
     ~BpfLive() {
-        m_tool.reset();
+        tool.reset();
         std::error_code ignored;
-        fs::remove_all(m_dir, ignored);
+        fs::remove_all(dir, ignored);
     }
 
     // Whether live runs on BPF; if not, its first line says why.
-    bool Started() const { return m_started; }
-    std::string Why() const { return m_tool->Err().substr(0, m_tool->Err().find('\n')); }
-    ToolProcess& Tool() { return *m_tool; }
-    std::string Inputrc() const { return (m_dir / "inputrc").string(); }
+    std::string Why() const { return tool->Err().substr(0, tool->Err().find('\n')); }
 
     // Waits until `count` lines of the output hold `part`, then stops live; returns its status.
     int StopAfter(std::size_t count, const std::string& part) {
-        m_tool->WaitFor([&](const std::string& out, const std::string&) { return Count(out, part) >= count; });
-        m_tool->Signal(SIGINT);
-        return m_tool->Finish();
+        tool->WaitFor([&](const std::string& out, const std::string&) { return Count(out, part) >= count; });
+        tool->Signal(SIGINT);
+        return tool->Finish();
     }
 
-private:
-    fs::path m_dir;
-    std::unique_ptr<ToolProcess> m_tool;
-    bool m_started = false;
+    fs::path dir;
+    std::unique_ptr<ToolProcess> tool;
+    bool started = false;
 };
 
-struct Report {
-    std::string typeId, path, commandLine, command;
-    std::uint64_t pid = 0;
-};
-
-std::vector<Report> Reports(const std::string& out) {
-    std::vector<Report> reports;
-    std::size_t start = 0;
-    for (std::size_t end; (end = out.find('\n', start)) != std::string::npos; start = end + 1) {
+// The reports on live's output, each as the texts at these JSON pointers into its first
+// observation (numbers in decimal, "" where there is none).
+std::vector<std::vector<std::string>> Reports(const std::string& out, std::initializer_list<char const*> pointers) {
+    std::vector<std::vector<std::string>> reports;
+    std::istringstream lines(out);
+    for (std::string line; std::getline(lines, line);) {
         RJ::Document document;
-        document.Parse(out.substr(start, end - start).c_str());
-        if (document.HasParseError() || !document.HasMember("observations")) continue;
-        const RJ::Value& observation = document["observations"][0];
-        const RJ::Value& observables = observation["observables"];
-        const RJ::Value& process = observables.HasMember("child") ? observables["child"] : observables["process"];
-        const auto text = [](const RJ::Value& object, char const* name) {
-            return object.IsObject() && object.HasMember(name) && object[name].IsString() ? object[name].GetString() : "";
-        };
-        Report report{text(observation, "type_id"), text(process, "path"), text(process, "command_line"), "",
-                      process["pid"].GetUint64()};
-        if (observables.HasMember("command")) report.command = text(observables["command"], "command");
-        reports.push_back(std::move(report));
+        if (document.Parse(line.c_str()).HasParseError()) continue;
+        auto& fields = reports.emplace_back();
+        for (char const* pointer : pointers) {
+            const RJ::Value* value = RJ::Pointer((std::string("/observations/0") + pointer).c_str()).Get(document);
+            if (value && value->IsUint64()) fields.push_back(std::to_string(value->GetUint64()));
+            else fields.emplace_back(value && value->IsString() ? value->GetString() : "");
+        }
     }
     return reports;
 }
 
 TEST(KalvoDevhostBpf, StormOfShortProgramsIsDeliveredWholeWithoutLoss) {
     BpfLive live;
-    if (!live.Started()) GTEST_SKIP() << "BPF source not available here: " << live.Why();
+    if (!live.started) GTEST_SKIP() << "BPF source not available here: " << live.Why();
 
     // As fast as the machine allows: eight at a time, each waited for in turn.
     constexpr int Programs = 2000;
     std::deque<pid_t> running;
-    for (int index = 0; index < Programs || !running.empty();) {
-        if (index < Programs && running.size() < 8) {
-            const std::string number = std::to_string(index++);
-            char const* argv[] = {"/bin/true", "storm", number.c_str(), nullptr};
-            pid_t child = -1;
-            ASSERT_EQ(::posix_spawn(&child, "/bin/true", nullptr, nullptr, const_cast<char**>(argv), environ), 0);
-            running.push_back(child);
-            continue;
+    for (int index = 0; index < Programs; ++index) {
+        if (running.size() == 8) {
+            ::waitpid(running.front(), nullptr, 0);
+            running.pop_front();
         }
-        ::waitpid(running.front(), nullptr, 0);
-        running.pop_front();
+        const std::string number = std::to_string(index);
+        char const* argv[] = {"/bin/true", "storm", number.c_str(), nullptr};
+        ASSERT_EQ(::posix_spawn(&running.emplace_back(), "/bin/true", nullptr, nullptr, const_cast<char**>(argv), environ), 0);
     }
-    EXPECT_EQ(live.StopAfter(Programs, "\"command_line\":\"/bin/true storm "), 0) << live.Tool().Err();
+    for (const pid_t child : running) ::waitpid(child, nullptr, 0);
+    EXPECT_EQ(live.StopAfter(Programs, "\"command_line\":\"/bin/true storm "), 0) << live.tool->Err();
 
     const std::string path = fs::canonical("/bin/true").string();
     std::map<std::string, int> seen;
-    for (const Report& report : Reports(live.Tool().Out())) {
-        if (report.typeId == CreatedTypeId && report.commandLine.starts_with("/bin/true storm ")) {
-            ++seen[report.commandLine];
-            EXPECT_EQ(report.path, path) << report.commandLine;
+    for (const auto& report : Reports(live.tool->Out(), {"/type_id", "/observables/child/command_line", "/observables/child/path"})) {
+        if (report[0] == CreatedTypeId && report[1].starts_with("/bin/true storm ")) {
+            ++seen[report[1]];
+            EXPECT_EQ(report[2], path) << report[1];
         }
     }
     for (int index = 0; index < Programs; ++index) {
         const std::string commandLine = "/bin/true storm " + std::to_string(index);
         EXPECT_EQ(seen[commandLine], 1) << commandLine;
     }
-    EXPECT_EQ(live.Tool().Err().find("could not hand over"), std::string::npos) << live.Tool().Err();
+    EXPECT_EQ(live.tool->Err().find("could not hand over"), std::string::npos) << live.tool->Err();
 }
 
 TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
     BpfLive live;
-    if (!live.Started()) GTEST_SKIP() << "BPF source not available here: " << live.Why();
+    if (!live.started) GTEST_SKIP() << "BPF source not available here: " << live.Why();
 
     // The first is the first line typed after live started; a construct over several lines
     // arrives line by line, as bash's readline returns them.
@@ -164,7 +147,7 @@ TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
     const pid_t bash = ::forkpty(&terminal, nullptr, nullptr, nullptr);
     ASSERT_GE(bash, 0);
     if (bash == 0) {
-        ::setenv("INPUTRC", live.Inputrc().c_str(), 1);
+        ::setenv("INPUTRC", (live.dir / "inputrc").c_str(), 1);
         ::setenv("TERM", "dumb", 1);
         ::setenv("HISTFILE", "/dev/null", 1);
         ::setenv("PS1", "PROMPT>", 1);
@@ -198,10 +181,10 @@ TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
     ::waitpid(bash, &status, 0);
     EXPECT_EQ(next, lines.size()) << shown.substr(0, 2000);
 
-    EXPECT_EQ(live.StopAfter(1, "Shell " + fs::canonical("/bin/bash").string() + " received exit"), 0) << live.Tool().Err();
+    EXPECT_EQ(live.StopAfter(1, "Shell " + fs::canonical("/bin/bash").string() + " received exit"), 0) << live.tool->Err();
     std::map<std::string, int> seen;
-    for (const Report& report : Reports(live.Tool().Out())) {
-        if (!report.command.empty() && report.pid == static_cast<std::uint64_t>(bash)) ++seen[report.command];
+    for (const auto& report : Reports(live.tool->Out(), {"/observables/command/command", "/observables/process/pid"})) {
+        if (!report[0].empty() && report[1] == std::to_string(bash)) ++seen[report[0]];
     }
     for (const std::string& line : lines) {
         // The report shows bytes that are not UTF-8 as U+FFFD, as it shows every text.

@@ -9,9 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
-#include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -20,9 +19,17 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 extern char** environ;
 
 namespace KALVO::Testing {
+
+inline std::string FileText(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
 
 class ToolProcess {
 public:
@@ -40,10 +47,8 @@ public:
         for (std::string& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
 
-        static std::atomic<int> serial{0};
-        const std::string stem = (std::filesystem::temp_directory_path() /
-                                  ("kalvo-tool-" + std::to_string(::getpid()) + "-" + std::to_string(++serial)))
-                                     .string();
+        static int serial = 0;
+        const std::string stem = ::testing::TempDir() + "kalvo-tool-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
         m_outPath = stem + ".out";
         m_errPath = stem + ".err";
         posix_spawn_file_actions_t actions;
@@ -72,8 +77,8 @@ public:
             ::kill(m_pid, SIGKILL);
             ::waitpid(m_pid, nullptr, 0);
         }
-        std::filesystem::remove(m_outPath);
-        std::filesystem::remove(m_errPath);
+        std::remove(m_outPath.c_str());
+        std::remove(m_errPath.c_str());
     }
 
     ToolProcess(const ToolProcess&) = delete;
@@ -82,10 +87,13 @@ public:
     // Reads the output until `ready` holds, the tool ends or `timeout` passes; whether it holds.
     bool WaitFor(const Ready& ready, std::chrono::seconds timeout = std::chrono::seconds(60)) {
         for (const auto deadline = std::chrono::steady_clock::now() + timeout;;) {
-            const bool ended = Ended();  // before reading, so that its last output is read
-            Read();
+            int status = 0;  // collected before reading, so that its last output is read
+            if (m_status == NotCollected && ::waitpid(m_pid, &status, WNOHANG) == m_pid)
+                m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+            m_out = FileText(m_outPath);
+            m_err = FileText(m_errPath);
             if (ready(m_out, m_err)) return true;
-            if (ended || std::chrono::steady_clock::now() >= deadline) return false;
+            if (m_status != NotCollected || std::chrono::steady_clock::now() >= deadline) return false;
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
     }
@@ -93,15 +101,10 @@ public:
     void Signal(int signal) { ::kill(m_pid, signal); }
 
     // Waits for the end of the child and returns its exit status (128 + the signal when a
-    // signal ended it; -1 when it had to be killed after `timeout`).
+    // signal ended it; -1 when it still runs after `timeout`, to be killed by the destructor).
     int Finish(std::chrono::seconds timeout = std::chrono::seconds(120)) {
-        if (!WaitFor([this](const std::string&, const std::string&) { return m_status != NotCollected; }, timeout)) {
-            ::kill(m_pid, SIGKILL);
-            ::waitpid(m_pid, nullptr, 0);
-            m_status = -1;
-        }
-        Read();
-        return m_status;
+        WaitFor([this](const std::string&, const std::string&) { return m_status != NotCollected; }, timeout);
+        return m_status == NotCollected ? -1 : m_status;
     }
 
     const std::string& Out() const noexcept { return m_out; }
@@ -110,38 +113,9 @@ public:
 private:
     static constexpr int NotCollected = -2;
 
-    bool Ended() {
-        int status = 0;
-        if (m_status != NotCollected || ::waitpid(m_pid, &status, WNOHANG) != m_pid) return m_status != NotCollected;
-        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return true;
-    }
-
-    void Read() {
-        const auto whole = [](const std::string& path) {
-            std::ostringstream text;
-            text << std::ifstream(path).rdbuf();
-            return text.str();
-        };
-        m_out = whole(m_outPath);
-        m_err = whole(m_errPath);
-    }
-
     pid_t m_pid = -1;
     std::string m_outPath, m_errPath, m_out, m_err;
     int m_status = NotCollected;
 };
-
-struct ToolRun {
-    int status = -1;
-    std::string err;
-};
-
-// Runs the tool to its end.
-inline ToolRun RunTool(const std::vector<std::string>& arguments) {
-    ToolProcess tool(arguments);
-    const int status = tool.Finish();
-    return ToolRun{status, tool.Err()};
-}
 
 }  // namespace KALVO::Testing

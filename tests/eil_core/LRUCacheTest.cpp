@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -15,48 +16,48 @@
 #include <random>
 #include <string>
 #include <thread>
-#include <unordered_map>
 #include <vector>
+
+#include "tests/support/Scaled.h"
 
 namespace KALVO::EIL::Core {
 
 namespace {
 
-// The obvious model: a list in recency order and a map into it.
+// The obvious model: a list in recency order, searched from the front.
 template <class Key, class Value>
 class ReferenceLRU {
 public:
     explicit ReferenceLRU(std::size_t capacity) : m_capacity(capacity) {}
 
     std::optional<Value> Get(const Key& key) {
-        const auto found = m_index.find(key);
-        if (found == m_index.end()) return std::nullopt;
-        m_order.splice(m_order.begin(), m_order, found->second);
-        return found->second->second;
+        const auto found = Find(key);
+        if (found == m_order.end()) return std::nullopt;
+        m_order.splice(m_order.begin(), m_order, found);
+        return found->second;
     }
 
     // An update of a missing key inserts it; of a present one, replaces its value and moves it first.
     void Update(const Key& key, const Value& value) {
-        if (Get(key)) m_index[key]->second = value;
+        if (Get(key)) m_order.front().second = value;
         else Insert(key, value);
     }
 
+    // An insertion of a present key leaves it where it is.
     std::optional<Value> Insert(const Key& key, const Value& value) {
-        const auto found = m_index.find(key);
-        if (found != m_index.end()) return found->second->second;
-        if (m_order.size() == m_capacity) {
-            m_index.erase(m_order.back().first);
-            m_order.pop_back();
-        }
+        if (const auto found = Find(key); found != m_order.end()) return found->second;
+        if (m_order.size() == m_capacity) m_order.pop_back();
         m_order.emplace_front(key, value);
-        m_index[key] = m_order.begin();
         return std::nullopt;
     }
 
 private:
+    auto Find(const Key& key) {
+        return std::find_if(m_order.begin(), m_order.end(), [&](const auto& entry) { return entry.first == key; });
+    }
+
     std::size_t m_capacity;
     std::list<std::pair<Key, Value>> m_order;
-    std::unordered_map<Key, typename std::list<std::pair<Key, Value>>::iterator> m_index;
 };
 
 // Random Get/Update/InsertData against the model, with a key space about twice the capacity so
@@ -99,11 +100,7 @@ void CompareWithReference(int operations, unsigned seed) {
     }
 }
 
-#ifdef KALVO_SANITIZED
-constexpr int RandomOperations = 50000;
-#else
-constexpr int RandomOperations = 1000000;
-#endif
+constexpr int RandomOperations = Testing::Scaled(1'000'000, 50'000);
 
 TEST(LRUCache, BehavesLikeAListBasedReference) {
     CompareWithReference<8>(RandomOperations, 1);
@@ -114,11 +111,7 @@ TEST(LRUCache, BehavesLikeAListBasedReference) {
 // The handlers' pattern (Get, then Update on a hit or InsertData under the cache's lock on a
 // miss) from several threads; ThreadSanitizer checks the locking, the counts check the result.
 TEST(LRUCache, SurvivesConcurrentCounting) {
-#ifdef KALVO_SANITIZED
-    constexpr int PerThread = 5000;
-#else
-    constexpr int PerThread = 50000;
-#endif
+    constexpr int PerThread = Testing::Scaled(50'000, 5'000);
     LRUCache<std::string, unsigned, 16> cache;
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {

@@ -22,6 +22,7 @@ inline void PrintTo(const Json& json, std::ostream* out) { *out << ToStringA(jso
 namespace {
 
 using namespace std::string_literals;
+using Testing::Nested;
 
 // Runs `action` and expects it to throw exactly `Exception` with the message `what`.
 template <class Exception>
@@ -37,15 +38,6 @@ template <class Exception>
 }
 
 std::wstring Widen(std::string_view ascii) { return std::wstring(ascii.begin(), ascii.end()); }
-
-// `depth` containers around a 0, e.g. [[0]] or {"a":{"a":0}}.
-std::string Nested(std::size_t depth, std::string_view open, std::string_view close) {
-    std::string text;
-    for (std::size_t i = 0; i < depth; ++i) text += open;
-    text += '0';
-    for (std::size_t i = 0; i < depth; ++i) text += close;
-    return text;
-}
 
 const char* const Sample = R"({"a":{"b":[10,{"c":"x"}]},"s/l":1,"t~":{"~1":2},"":3,"n":null,"e":{}})";
 

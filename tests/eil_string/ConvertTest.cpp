@@ -8,15 +8,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/support/Scaled.h"
+
 namespace {
 
 using namespace KALVO::EIL::String;
 
-#ifdef KALVO_SANITIZED
-constexpr char32_t ScalarStep = 17;  // a sample of the code points
-#else
-constexpr char32_t ScalarStep = 1;
-#endif
+constexpr char32_t ScalarStep = KALVO::Testing::Scaled<char32_t>(1, 17);  // reduced: a sample of the code points
 
 TEST(Convert, EveryScalarValueRoundTripsThroughEveryForm) {
     // U+0000 included: the decoders must not stop at a zero.

@@ -8,16 +8,13 @@
 #include <regex>
 #include <string>
 
+#include "tests/support/Scaled.h"
 
 namespace {
 
 using namespace KALVO::EIL::String;
 
-#ifdef KALVO_SANITIZED
-constexpr int WildcardRandomRounds = 5'000;
-#else
-constexpr int WildcardRandomRounds = 100'000;
-#endif
+constexpr int WildcardRandomRounds = KALVO::Testing::Scaled(100'000, 5'000);
 
 // The same pattern as an ECMAScript regular expression, an independent reference.
 std::string ToRegex(std::string_view pattern) {

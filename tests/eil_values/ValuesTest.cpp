@@ -15,6 +15,7 @@
 
 #include "eil/values/Identifier.h"
 #include "eil/values/MakeValue.h"
+#include "tests/support/Scaled.h"
 
 namespace KALVO::EIL::Values {
 namespace {
@@ -60,13 +61,11 @@ TEST(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
         unsigned char buffer[16];
         std::memset(buffer, 0xee, sizeof buffer);
         unsigned long long written = 99;
-        const std::string where =
-            "type " + std::to_string(c.value->Type()) + std::string(", buffer ").append(std::to_string(c.bufferSize));
-        EXPECT_EQ(c.value->GetData(buffer, c.bufferSize, &written), c.code) << where;
-        EXPECT_EQ(written, c.written) << where;
-        EXPECT_EQ(std::memcmp(buffer, c.value == text.Get() ? static_cast<const void*>("abc") : &number, c.written), 0)
-            << where;
-        EXPECT_EQ(buffer[c.written], 0xee) << "wrote past the copied bytes, " << where;
+        SCOPED_TRACE("type " + std::to_string(c.value->Type()) + std::string(", buffer ").append(std::to_string(c.bufferSize)));
+        EXPECT_EQ(c.value->GetData(buffer, c.bufferSize, &written), c.code);
+        EXPECT_EQ(written, c.written);
+        EXPECT_EQ(std::memcmp(buffer, c.value == text.Get() ? static_cast<const void*>("abc") : &number, c.written), 0);
+        EXPECT_EQ(buffer[c.written], 0xee) << "wrote past the copied bytes";
     }
 }
 
@@ -122,11 +121,7 @@ TEST(ValueContainers, BehavesLikeAPlainMapThroughRandomEdits) {
 // Readers walk by index while writers edit; ThreadSanitizer checks the reader/writer lock and
 // the remembered walk position shared by readers.
 TEST(ValueContainers, ConcurrentReadersAndWritersStayConsistent) {
-#ifdef KALVO_SANITIZED
-    constexpr int Rounds = 2000;
-#else
-    constexpr int Rounds = 20000;
-#endif
+    constexpr int Rounds = Testing::Scaled(20'000, 2'000);
     const auto values = MakeValues();
     std::atomic<bool> failed{false};
     std::vector<std::thread> threads;

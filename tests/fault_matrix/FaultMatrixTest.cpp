@@ -26,18 +26,14 @@ enum class Phase { Start, ProcessCreate, ProcessExists, ProcessTerminate, ShellC
 constexpr const char* PhaseNames[] = {"Start",        "ProcessCreate", "ProcessExists", "ProcessTerminate",
                                       "ShellCommand", "HealthCheck",   "Synchronize",   "Stop"};
 
-bool IsLookup(Operation operation) {
-    const std::string_view name = DevHost::OperationName(operation);
-    return name.find("GetInterface:") != std::string_view::npos || name.find("GetService:") != std::string_view::npos;
-}
-
 // Codes a host operation can meaningfully fail with; the filter's "code" is its answer, and 1
 // is the one answer that suppresses. A lookup can also answer 0 without handing out an object
 // (the injected fault does nothing else), which must count as a failure, not be followed.
 std::vector<Result::Code> CodesFor(Operation operation) {
     std::vector<Result::Code> codes = {2, 12, 22, 43, 89, 100};
+    const std::string_view name = DevHost::OperationName(operation);
     if (operation == Operation::Filter) codes.insert(codes.begin(), 1);
-    if (IsLookup(operation)) codes.insert(codes.begin(), 0);
+    if (name.find("GetInterface:") != name.npos || name.find("GetService:") != name.npos) codes.insert(codes.begin(), 0);
     return codes;
 }
 

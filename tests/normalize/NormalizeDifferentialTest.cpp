@@ -15,17 +15,19 @@
 #include "monitor/CharBlock.h"
 #include "monitor/Normalize.h"
 #include "tests/support/RegexNormalizer.h"
+#include "tests/support/Scaled.h"
 
 namespace KALVO::SecurityMonitor {
 namespace {
 
 // A quarter of a million inputs per pattern in optimised builds; the normalisation fuzzer explores further.
-#ifdef KALVO_SANITIZED
-constexpr int Iterations = 50'000;
-#else
-constexpr int Iterations = 250'000;
-#endif
+constexpr int Iterations = Testing::Scaled(250'000, 50'000);
 constexpr std::size_t MaximumLength = 200;
+
+std::string Scanned(std::string text) {
+    NormalizeCommandline(text);
+    return text;
+}
 
 std::string OracleCommandline(std::string text) {
     Testing::RegexNormalizer::Instance().CommandLine(text);
@@ -98,18 +100,13 @@ private:
         return OneIn(4) ? 1 + Below(70) : lengths[Below(6)];
     }
 
-    char InterestingByte() {
-        static constexpr char bytes[] = {'0', '9', 'a', 'f', 'A', 'F', 'g', 'G', 'z', '_', '/', '<', '>', ' ', '\t', '\n',
-                                         '\v', '\f', '\r', '\0', '\x80', '\xff', 't', 'm', 'p', '-', '.'};
-        return bytes[Below(sizeof bytes)];
-    }
-
     void AppendToken(std::string& text) {
         static const std::vector<std::string> pieces = {
             "/tmp/", "/tmp/", "/tmp/", "/tmp", "tmp/", "/", "/private/tmp/", "<", ">", "<number>", "<md5>", "<sha256>",
             "<tmp>", "_", "-", "=", ".", ":", "\"", "--", "x", "id_", "sleep ", "/usr/bin/",
         };
-        static constexpr char spaces[] = {' ', '\t', '\n', '\v', '\f', '\r'};
+        static constexpr std::string_view spaces = " \t\n\v\f\r";
+        static constexpr std::string_view bytes{"09afAFgGz_/<> \t\n\v\f\r\0\x80\xfftmp-.", 27};
         switch (Below(12)) {
             case 0:
             case 1: text += Hex(HashLength()); break;
@@ -117,12 +114,12 @@ private:
             case 3:
             case 4: text += pieces[Below(pieces.size())]; break;
             case 5:
-            case 6: text += spaces[Below(sizeof spaces)]; break;
+            case 6: text += spaces[Below(spaces.size())]; break;
             case 7: text += static_cast<char>(OneIn(3) ? '\0' : 0x80 + Below(128)); break;
             case 8: text += static_cast<char>(Below(256)); break;
             case 9: text += static_cast<char>(0x20 + Below(0x5f)); break;
             case 10: text += static_cast<char>((OneIn(2) ? 'a' : 'A') + Below(26)); break;
-            default: text += InterestingByte();
+            default: text += bytes[Below(bytes.size())];
         }
     }
 
@@ -148,9 +145,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsOnRandomInputs) {
     InputMaker maker(0x6b616c766f);
     for (int i = 0; i < Iterations; ++i) {
         const std::string input = maker.CommandLine();
-        std::string actual = input;
-        NormalizeCommandline(actual);
-        ASSERT_EQ(actual, OracleCommandline(input)) << "iteration " << i << " input: " << ::testing::PrintToString(input);
+        ASSERT_EQ(Scanned(input), OracleCommandline(input)) << "iteration " << i << " input: " << ::testing::PrintToString(input);
     }
 }
 
@@ -166,24 +161,17 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
         letters32.substr(1), letters32 + "f", "1234", "123", "12345678901234567", "/tmp/x", "/tmp/12345",
         "/tmp/" + letters32, "/tm", "a1234b",
     };
-#ifdef KALVO_SANITIZED
-    const char fillers[] = {' ', 'g', '\x80'};
-    const std::string hashFillers[] = {" "};
-    constexpr std::size_t RightStep = 3;
-#else
-    const char fillers[] = {' ', 'a', 'g', '_', '7', '\0', '\x80', '\xff', '/', '<', '\t'};
-    const std::string hashFillers[] = {" ", "c", "9"};
-    constexpr std::size_t RightStep = 1;
-#endif
+    // Fewer fillers, and fewer lengths after a hash, where the loops run slowly.
+    constexpr std::string_view fillers = Testing::Scaled<std::string_view>({" ag_7\0\x80\xff/<\t", 11}, " g\x80");
+    constexpr std::string_view hashFillers = Testing::Scaled<std::string_view>(" c9", " ");
+    constexpr std::size_t RightStep = Testing::Scaled<std::size_t>(1, 3);
     for (const std::string& piece : pieces) {
         for (const char left : fillers) {
             for (const char right : fillers) {
                 for (std::size_t leftLength = 0; leftLength <= 2 * CharBlock::Size; ++leftLength) {
                     for (const std::size_t rightLength : {0, 1, 8, 9}) {
                         const std::string input = std::string(leftLength, left) + piece + std::string(rightLength, right);
-                        std::string actual = input;
-                        NormalizeCommandline(actual);
-                        ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
+                        ASSERT_EQ(Scanned(input), OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
                     }
                 }
             }
@@ -192,13 +180,11 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
     // Every length up to 40 on both sides of a hash, so that a run carried over several blocks
     // ends everywhere.
     for (const std::string& hash : {hex64, letters32, hex64.substr(0, 31), letters32 + letters32 + "b"}) {
-        for (const std::string& filler : hashFillers) {
+        for (const char filler : hashFillers) {
             for (std::size_t leftLength = 0; leftLength <= 40; ++leftLength) {
                 for (std::size_t rightLength = 0; rightLength <= 40; rightLength += RightStep) {
-                    const std::string input = std::string(leftLength, filler[0]) + hash + " " + std::string(rightLength, filler[0]);
-                    std::string actual = input;
-                    NormalizeCommandline(actual);
-                    ASSERT_EQ(actual, OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
+                    const std::string input = std::string(leftLength, filler) + hash + " " + std::string(rightLength, filler);
+                    ASSERT_EQ(Scanned(input), OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
                 }
             }
         }
@@ -210,11 +196,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
 // against the regex line by line.
 TEST(NormalizeCommandline, MatchesTheRegexReplacementsLineByLineOnLongTexts) {
     InputMaker maker(0x6c696e6573);
-#ifdef KALVO_SANITIZED
-    constexpr int Texts = 4;
-#else
-    constexpr int Texts = 40;
-#endif
+    constexpr int Texts = Testing::Scaled(40, 4);
     for (int i = 0; i < Texts; ++i) {
         std::string input, expected;
         const std::size_t lines = 1 + maker.Below(i % 2 == 0 ? 40 : 400);
@@ -224,9 +206,7 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsLineByLineOnLongTexts) {
             input += text + separator;
             expected += OracleCommandline(text) + separator;
         }
-        std::string actual = input;
-        NormalizeCommandline(actual);
-        ASSERT_EQ(actual, expected) << " text " << i << " of " << input.size() << " bytes";
+        ASSERT_EQ(Scanned(input), expected) << " text " << i << " of " << input.size() << " bytes";
     }
 }
 

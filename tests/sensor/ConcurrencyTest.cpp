@@ -9,15 +9,12 @@
 #include <vector>
 
 #include "tests/support/SensorTest.h"
+#include "tests/support/Scaled.h"
 
 namespace KALVO::Testing {
 namespace {
 
-#if defined(KALVO_SANITIZED)
-constexpr auto RunTime = std::chrono::milliseconds(1500);
-#else
-constexpr auto RunTime = std::chrono::milliseconds(2500);
-#endif
+constexpr auto RunTime = std::chrono::milliseconds(Scaled(2500, 1500));
 
 TEST_F(SensorTest, EventsConfigurationAndHealthChecksRunConcurrently) {
     ASSERT_EQ(sensor.Start(), Result::Success);

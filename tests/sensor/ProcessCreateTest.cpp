@@ -76,12 +76,8 @@ TEST_F(SensorTest, ReportLimitPerKey) {
 TEST_F(SensorTest, NullTextsGiveTheEmptyKey) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     for (int i = 0; i < 4; ++i) {
-        DevHost::ProcessRecord record;
-        record.uid = std::string("n").append(std::to_string(i));
-        auto child = sensor.Host().MakeProcess(record);
-        record.uid = std::string("np").append(std::to_string(i));
-        auto parent = sensor.Host().MakeProcess(record);
-        sensor.Created(child, parent);
+        auto child = sensor.Host().MakeProcess({.uid = std::string("n").append(std::to_string(i))});
+        sensor.Created(child, sensor.Host().MakeProcess({.uid = std::string("np").append(std::to_string(i))}));
     }
     EXPECT_EQ(sensor.Reported(), 3u);
 }

@@ -18,16 +18,13 @@ namespace KALVO::Testing {
 class SensorHarness {
 public:
     explicit SensorHarness(DevHost::HostOptions options = {})
-        : m_host(std::make_unique<DevHost::Host>(std::move(options))) {
-        Load();
-    }
+        : m_host(std::make_unique<DevHost::Host>(std::move(options))),
+          m_plugin(std::make_unique<DevHost::Plugin>(KALVO_PLUGIN_PATH, m_host->Root())) {}
 
     ~SensorHarness() { Unload(); }
 
     DevHost::Host& Host() { return *m_host; }
     Agent::Hosting::IPackage& Package() { return *m_plugin->Package(); }
-
-    void Load() { m_plugin = std::make_unique<DevHost::Plugin>(KALVO_PLUGIN_PATH, m_host->Root()); }
 
     // Drops what the host keeps of the plug-in's (a command handler survives DestroyThis when
     // the test did not Stop), then DestroyThis and dlclose.
@@ -49,11 +46,7 @@ public:
     }
 
     Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo> Process(std::string uid, std::string path, std::string commandLine) {
-        DevHost::ProcessRecord record;
-        record.uid = std::move(uid);
-        record.path = std::move(path);
-        record.commandLine = std::move(commandLine);
-        return m_host->MakeProcess(std::move(record));
+        return m_host->MakeProcess({.path = std::move(path), .commandLine = std::move(commandLine), .uid = std::move(uid)});
     }
 
     std::size_t Created(const Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>& child,

@@ -9,6 +9,8 @@
 #include <exception>
 #include <functional>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 namespace KALVO::Testing {
 
@@ -42,6 +44,16 @@ inline void RunOnSmallStack(const std::function<void()>& work, std::size_t stack
     if (created != 0) throw std::runtime_error("cannot start a small-stack thread");
     pthread_join(thread, nullptr);
     if (job.error) std::rethrow_exception(job.error);
+}
+
+// `depth` containers around a 0, e.g. [[0]] or {"a":{"a":0}}: what a recursive reader would
+// overflow that stack on.
+inline std::string Nested(std::size_t depth, std::string_view open, std::string_view close) {
+    std::string text;
+    for (std::size_t i = 0; i < depth; ++i) text += open;
+    text += '0';
+    for (std::size_t i = 0; i < depth; ++i) text += close;
+    return text;
 }
 
 }  // namespace KALVO::Testing
