@@ -20,7 +20,7 @@
 namespace KALVO::SecurityMonitor {
 namespace {
 
-// A quarter of a million inputs per pattern in optimised builds; the normalisation fuzzer explores further.
+// A quarter of a million inputs per pattern in optimised builds.
 constexpr int Iterations = Testing::Scaled(250'000, 50'000);
 constexpr std::size_t MaximumLength = 200;
 
