@@ -36,6 +36,7 @@ TEST_F(SensorTest, StopBeforeStartOnlyUnregistersTheCommandAndASecondStartReplac
     ASSERT_EQ(sensor.Start(), Result::Success);
     EXPECT_EQ(sensor.Host().Faults().Calls(Operation::RegisterProcessMonitor), 2u);
     EXPECT_EQ(sensor.Host().Faults().Calls(Operation::UnregisterProcessMonitor), 1u);
+    EXPECT_EQ(sensor.Host().Monitors().ProcessMonitors().size(), 1u);
     EXPECT_EQ(sensor.Host().Faults().Calls(Operation::RegisterCommandHandler), 2u);
     EXPECT_EQ(sensor.Stop(), Result::Success);
 }
