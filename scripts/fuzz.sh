@@ -4,7 +4,7 @@
 # inputs collect in <build>/fuzz/work/<name>; a crash leaves its input as
 # <build>/fuzz/crash-<name>-* and makes the script exit 1.
 # Usage: scripts/fuzz.sh [seconds per harness, default 300] [harness names...]
-#   e.g. scripts/fuzz.sh 600 json normalize
+#   e.g. scripts/fuzz.sh 600 json
 # Environment: KALVO_FUZZ_BUILD (build directory, default build/fuzz).
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -16,7 +16,7 @@ shift || true
 build=${KALVO_FUZZ_BUILD:-build/fuzz}
 names=("$@")
 if [ "${#names[@]}" -eq 0 ]; then
-  names=(json normalize)
+  names=(json)
 fi
 
 cmake --preset fuzz -B "$build" >/dev/null

@@ -22,8 +22,6 @@
 #include "eil/json/RapidJson.h"
 #include "tests/devhost_tool/ToolProcess.h"
 
-extern char** environ;
-
 namespace KALVO::Testing::LiveBpf {
 namespace {
 

@@ -37,7 +37,6 @@ std::vector<Result::Code> CodesFor(Operation operation) {
     return codes;
 }
 
-constexpr char const* Configuration = R"({"securitymonitor":{"process_tree_report_limit":5}})";
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
 
 struct Expected {
@@ -159,7 +158,7 @@ protected:
 
     void RunCase(Operation operation, Result::Code code, Phase phase) {
         SCOPED_TRACE(std::string(DevHost::OperationName(operation)) + std::string("=").append(std::to_string(code)) + " during " + PhaseNames[static_cast<int>(phase)]);
-        Host().Config().SetText(Configuration);
+        Host().Config().SetText(R"({"securitymonitor":{"process_tree_report_limit":5}})");
         if (phase != Phase::Start) {
             ASSERT_EQ(sensor.Start(), Result::Success);
         }

@@ -14,8 +14,6 @@
 namespace KALVO::Testing {
 namespace {
 
-constexpr auto RunTime = std::chrono::milliseconds(Scaled(2500, 1500));
-
 TEST_F(SensorTest, EventsConfigurationAndHealthChecksRunConcurrently) {
     ASSERT_EQ(sensor.Start(), Result::Success);
     sensor.Host().Reports().SetRetention(false);
@@ -51,7 +49,7 @@ TEST_F(SensorTest, EventsConfigurationAndHealthChecksRunConcurrently) {
                       Result::Success);
         }
     });
-    std::this_thread::sleep_for(RunTime);
+    std::this_thread::sleep_for(std::chrono::milliseconds(Scaled(2500, 1500)));
     stop.store(true);
     for (auto& thread : threads) thread.join();
 

@@ -1,5 +1,6 @@
 // Process creations: the per-key report limit and records without texts; and what each kind of
-// event is reported with.
+// event is reported with. Running processes: reported once across restarts through the persisted
+// identifiers. Shell commands: counted per shell and command, every byte kept.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -91,6 +92,94 @@ TEST_F(SensorTest, AFailedReportStillUsesUpOneOfTheKeysReports) {
     sensor.Host().Faults().Apply({DevHost::Operation::ReportSecurityEvent, 5, 1});
     for (int i = 0; i < 4; ++i) sensor.Created(child, parent);
     EXPECT_EQ(sensor.Reported(), 2u);
+}
+
+// Running processes.
+
+std::size_t Exists(SensorHarness& sensor, const std::string& uid) {
+    auto process = sensor.Process(uid, "/usr/sbin/" + uid, uid);
+    const auto before = sensor.Reported();
+    sensor.Host().Monitors().DeliverProcessExists(process);
+    return sensor.Reported() - before;
+}
+
+void Terminate(SensorHarness& sensor, const std::string& uid) {
+    sensor.Host().Monitors().DeliverProcessTerminate(sensor.Process(uid, "", ""));
+}
+
+std::string Stored(SensorHarness& sensor) {
+    return sensor.Host().Store().Read("securitymonitor", "CachedProcessUIDs").value_or("<none>");
+}
+
+TEST_F(SensorTest, RunningProcessesAreReportedOncePerRunAndRememberedAcrossRestarts) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    EXPECT_EQ(Exists(sensor, "a1"), 1u);
+    EXPECT_EQ(Exists(sensor, "a1"), 1u);  // no repeat limit within a run
+    EXPECT_EQ(Exists(sensor, "b2"), 1u);
+    {
+        auto parent = sensor.Process("a1", "/bin/sh", "sh");
+        auto child = sensor.Process("short-lived", "/bin/true", "true");
+        sensor.Created(child, parent);
+    }
+    Terminate(sensor, "short-lived");
+    Terminate(sensor, "never-seen");  // no effect
+    ASSERT_EQ(sensor.Stop(), Result::Success);
+    EXPECT_EQ(Stored(sensor), "a1,b2,");
+
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    EXPECT_EQ(Exists(sensor, "a1"), 0u);  // the previous run knew it
+    EXPECT_EQ(Exists(sensor, "c3"), 1u);
+    Terminate(sensor, "b2");
+    EXPECT_EQ(Exists(sensor, "b2"), 0u);  // known for the whole run, even after it ended
+    ASSERT_EQ(sensor.Stop(), Result::Success);
+    EXPECT_EQ(Stored(sensor), "a1,b2,c3,");
+    EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
+}
+
+// Shell commands.
+
+std::vector<bool> Commands(SensorHarness& sensor, const std::string& shellPath, const std::vector<std::string>& commands) {
+    auto shell = sensor.Process("shell", shellPath, "-zsh");
+    std::vector<bool> reported;
+    for (const auto& command : commands) {
+        const auto before = sensor.Reported();
+        sensor.Host().Monitors().DeliverShellCommand(shell, command);
+        reported.push_back(sensor.Reported() > before);
+    }
+    return reported;
+}
+
+TEST_F(SensorTest, ShellCommandLimit) {
+    const struct {
+        const char* configuration;
+        std::string shellPath;
+        std::vector<std::string> commands;
+        std::vector<bool> reported;
+    } cases[] = {
+        {"{}", "/bin/zsh", {"ls", "ls", "ls", "ls", "pwd"}, {true, true, true, false, true}},
+        {R"({"securitymonitor":{"process_tree_report_limit":0}})", "/bin/zsh", {"ls", "ls", "ls", "ls"}, {true, true, true, true}},
+        {"{}", "", {"", "", "", ""}, {true, true, true, true}},  // nothing to count by
+        {"{}", "/proc/12/root/bin/zsh", {"id", "id", "id", "id"}, {true, true, true, false}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.configuration + (" " + c.shellPath));
+        StartWith(c.configuration);
+        EXPECT_EQ(Commands(sensor, c.shellPath, c.commands), c.reported);
+        ASSERT_EQ(sensor.Stop(), Result::Success);
+    }
+}
+
+TEST_F(SensorTest, ShellCommandKeepsEveryByteAndANullTextIsEmpty) {
+    ASSERT_EQ(sensor.Start(), Result::Success);
+    auto shell = sensor.Process("s", "/bin/sh", "sh");
+    static constexpr char bytes[] = "echo \0\xff\x80 done";
+    sensor.Host().Monitors().DeliverShellCommand(shell, std::string_view(bytes, sizeof bytes - 1));
+    sensor.Host().Monitors().DeliverShellCommand(shell, std::string_view());  // a null text of length 0
+    const auto events = sensor.Host().Reports().Events();
+    ASSERT_EQ(events.size(), 2u);
+    EXPECT_NE(DevHost::RenderValuesJson(*events[0]->observations.at(0).observables.at(1).values).find("done"), std::string::npos);
+    EXPECT_EQ(DevHost::RenderValuesJson(*events[1]->observations.at(0).observables.at(1).values),
+              R"({"command":"","type_id":"d2828e56-c9a9-43a0-91b6-96eccca93a5e","type":"shell_command"})");
 }
 
 }  // namespace

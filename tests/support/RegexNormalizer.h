@@ -1,5 +1,5 @@
 // The two normalisations written as the regular expressions they stand for: the reference the
-// hand-written scanners are checked (tests, fuzzer) and measured (benchmarks) against. The
+// hand-written scanners are checked (tests) and measured (benchmarks) against. The
 // library engines recurse per matched character, so only texts of a few kilobytes are safe.
 #pragma once
 

@@ -14,11 +14,9 @@
 
 namespace KALVO::Testing {
 
-inline constexpr std::size_t HostThreadStackSize = 512 * 1024;
-
-// Runs `work` on a new thread with `stackSize` bytes of stack and waits for it; an exception
-// thrown by `work` is rethrown here.
-inline void RunOnSmallStack(const std::function<void()>& work, std::size_t stackSize = HostThreadStackSize) {
+// Runs `work` on a new thread with that stack and waits for it; an exception thrown by `work` is
+// rethrown here.
+inline void RunOnSmallStack(const std::function<void()>& work) {
     struct Job {
         const std::function<void()>* work;
         std::exception_ptr error;
@@ -26,7 +24,7 @@ inline void RunOnSmallStack(const std::function<void()>& work, std::size_t stack
 
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, stackSize);
+    pthread_attr_setstacksize(&attributes, 512 * 1024);
     pthread_t thread;
     const int created = pthread_create(
         &thread, &attributes,
