@@ -33,7 +33,8 @@ void ReadLiveProcesses(CommandLineCorpus& corpus, std::size_t maxLength) {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator("/proc", error)) {
         const std::string name = entry.path().filename().string();
-        if (name.empty() || !std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isdigit(c); })) continue;
+        if (name.empty() || !std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isdigit(c); }))
+            continue;
         std::string commandLine = ReadFile(entry.path() / "cmdline");
         while (!commandLine.empty() && commandLine.back() == '\0') commandLine.pop_back();
         std::replace(commandLine.begin(), commandLine.end(), '\0', ' ');
@@ -51,12 +52,15 @@ void ReadLiveProcesses(CommandLineCorpus& corpus, std::size_t maxLength) {
 
 // The trace format belongs to the tool that writes it; every string under a member whose name
 // speaks of a command line or a path is taken, wherever it sits.
-void CollectStrings(const EIL::Json::Json& node, std::string_view name, CommandLineCorpus& corpus, std::size_t maxLength) {
+void CollectStrings(const EIL::Json::Json& node, std::string_view name, CommandLineCorpus& corpus,
+                    std::size_t maxLength) {
     std::string lower(name);
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     switch (node.GetType()) {
     case EIL::Json::Type::Object:
-        for (const auto& [key, child] : node.Get<EIL::Json::Json::ObjectType>()) CollectStrings(child, key, corpus, maxLength);
+        for (const auto& [key, child] : node.Get<EIL::Json::Json::ObjectType>())
+            CollectStrings(child, key, corpus, maxLength);
         break;
     case EIL::Json::Type::Array:
         for (const auto& child : node.Get<EIL::Json::Json::ArrayType>()) CollectStrings(child, name, corpus, maxLength);
@@ -70,8 +74,7 @@ void CollectStrings(const EIL::Json::Json& node, std::string_view name, CommandL
             ++corpus.tracePaths;
         }
         break;
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -100,8 +103,9 @@ std::string Hex(std::mt19937_64& random, std::size_t digits) {
 
 void AddSynthetic(CommandLineCorpus& corpus, std::size_t count) {
     std::mt19937_64 random(20240611);
-    const char* const tools[] = {"/usr/bin/curl -fsSL", "python3 -m pip install", "docker run --rm", "sha256sum",
-                                 "/bin/sh -c", "git checkout", "tar xzf", "node /srv/app/index.js --port"};
+    const char* const tools[] = {
+        "/usr/bin/curl -fsSL", "python3 -m pip install", "docker run --rm", "sha256sum",
+        "/bin/sh -c",          "git checkout",           "tar xzf",         "node /srv/app/index.js --port"};
     for (std::size_t i = 0; i < count; ++i) {
         std::string line = tools[random() % std::size(tools)];
         const std::size_t pieces = 1 + random() % 5;

@@ -21,13 +21,15 @@ std::string EventDocument() {
     std::string text = R"({"events":[)";
     for (int i = 0; i < 60; ++i) {
         if (i != 0) text += ',';
-        text += R"({"type_id":"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f","severity":0,"sequence":)" + std::to_string(random() % 1000000);
+        text += R"({"type_id":"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f","severity":0,"sequence":)" +
+                std::to_string(random() % 1000000);
         text += R"(,"score":)" + std::to_string(static_cast<double>(random() % 10000) / 100.0);
         text += R"(,"delta":-)" + std::to_string(random() % 5000);
         text += R"(,"observation":{"message":"{parent} created {child}","tags":[],"sealed":true,"origin":null,)";
         text += R"("child":{"path":"/usr/bin/python3","command_line":"python3 -c \"print(\\\"hi\\\")\" --id )" +
                 std::to_string(random()) + R"(","uid":"4711-1718100000","user":"alice"},)";
-        text += R"("parent":{"path":"/bin/zsh","command_line":"-zsh","uid":"812-1718000000","user":"alice","pids":[1,812,4711]}}})";
+        text +=
+            R"("parent":{"path":"/bin/zsh","command_line":"-zsh","uid":"812-1718000000","user":"alice","pids":[1,812,4711]}}})";
     }
     text += "]}";
     return text;
@@ -90,15 +92,15 @@ void BM_Json_WriteRapidJson(benchmark::State& state, const std::string& name) {
     }
 }
 
-#define KALVO_JSON_BENCHMARKS(doc)                                                                                      \
-    BENCHMARK_CAPTURE(BM_Json_Parse, doc, #doc);                                                                        \
-    BENCHMARK_CAPTURE(BM_Json_ParseRapidJson, doc, #doc);                                                               \
-    BENCHMARK_CAPTURE(BM_Json_Write, doc, #doc);                                                                        \
-    BENCHMARK_CAPTURE(BM_Json_WriteRapidJson, doc, #doc);                                                               \
-    const bool registered_##doc =                                                                                       \
-        RegisterRatio({"Json parse " #doc ": ours / rapidjson::Document", "BM_Json_Parse/" #doc,                        \
-                       "BM_Json_ParseRapidJson/" #doc, Metric::Time, std::nullopt, std::nullopt, ""}) &&                    \
-        RegisterRatio({"Json write " #doc ": ours / rapidjson::Writer", "BM_Json_Write/" #doc,                          \
+#define KALVO_JSON_BENCHMARKS(doc)                                                                       \
+    BENCHMARK_CAPTURE(BM_Json_Parse, doc, #doc);                                                         \
+    BENCHMARK_CAPTURE(BM_Json_ParseRapidJson, doc, #doc);                                                \
+    BENCHMARK_CAPTURE(BM_Json_Write, doc, #doc);                                                         \
+    BENCHMARK_CAPTURE(BM_Json_WriteRapidJson, doc, #doc);                                                \
+    const bool registered_##doc =                                                                        \
+        RegisterRatio({"Json parse " #doc ": ours / rapidjson::Document", "BM_Json_Parse/" #doc,         \
+                       "BM_Json_ParseRapidJson/" #doc, Metric::Time, std::nullopt, std::nullopt, ""}) && \
+        RegisterRatio({"Json write " #doc ": ours / rapidjson::Writer", "BM_Json_Write/" #doc,           \
                        "BM_Json_WriteRapidJson/" #doc, Metric::Time, std::nullopt, std::nullopt, ""});
 
 KALVO_JSON_BENCHMARKS(health)

@@ -57,7 +57,9 @@ using Cache = EIL::Core::LRUCache<std::string, unsigned, Capacity>;
 std::vector<std::string> Keys(std::size_t count) {
     std::vector<std::string> keys;
     for (std::size_t i = 0; i < count; ++i) {
-        keys.push_back("/bin/zsh|/usr/bin/python3|-zsh|/usr/bin/python3 -m pip install --cache-dir <tmp> requests==2.31.0 " + Letters(i));
+        keys.push_back(
+            "/bin/zsh|/usr/bin/python3|-zsh|/usr/bin/python3 -m pip install --cache-dir <tmp> requests==2.31.0 " +
+            Letters(i));
     }
     return keys;
 }
@@ -102,8 +104,8 @@ void BM_LRUCache_MissEvictTextbook(benchmark::State& state) { Run<TextbookLRUCac
 BENCHMARK(BM_LRUCache_MissEvictTextbook);
 
 const bool registered =
-    RegisterRatio({"LRUCache hit (Get+Update): textbook / ours", "BM_LRUCache_HitTextbook", "BM_LRUCache_Hit", Metric::Time,
-                   std::nullopt, std::nullopt, ""}) &&
+    RegisterRatio({"LRUCache hit (Get+Update): textbook / ours", "BM_LRUCache_HitTextbook", "BM_LRUCache_Hit",
+                   Metric::Time, std::nullopt, std::nullopt, ""}) &&
     RegisterRatio({"LRUCache miss (Get+InsertData, evicting): textbook / ours", "BM_LRUCache_MissEvictTextbook",
                    "BM_LRUCache_MissEvict", Metric::Time, std::nullopt, std::nullopt, ""});
 

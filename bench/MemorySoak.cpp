@@ -46,14 +46,16 @@ int main(int argc, char** argv) {
     for (std::uint64_t i = 1; i <= total; ++i) {
         const std::string word = Letters(i);
         {
-            const auto child = sensor.Process("child-" + word, "/usr/bin/worker", "worker --job " + word + " --queue default");
+            const auto child =
+                sensor.Process("child-" + word, "/usr/bin/worker", "worker --job " + word + " --queue default");
             monitors.DeliverProcessCreate(child, parent);
             monitors.DeliverProcessTerminate(child);
         }
         if (i == baselineAt) baseline = ResidentBytes();
         if (i == baselineAt || i % 1'000'000 == 0 || i == total) {
             const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-            fmt::print("{:>10} creations  {:>8.1f} MiB resident  {:>6.1f} s\n", i, ResidentBytes() / 1048576.0, seconds);
+            fmt::print("{:>10} creations  {:>8.1f} MiB resident  {:>6.1f} s\n", i, ResidentBytes() / 1048576.0,
+                       seconds);
             std::fflush(stdout);
         }
     }
@@ -62,7 +64,8 @@ int main(int argc, char** argv) {
     const double ratio = static_cast<double>(final) / static_cast<double>(baseline);
     const bool met = ratio <= 1.05;
     fmt::print("reported {} of {} creations\n", reported, total);
-    fmt::print("RATIO {:<58} {:>10.3f}  {:<16} {}\n", fmt::format("resident after {} / after {} creations", total, baselineAt),
-               ratio, "target <= 1.05", met ? "met" : "MISSED");
+    fmt::print("RATIO {:<58} {:>10.3f}  {:<16} {}\n",
+               fmt::format("resident after {} / after {} creations", total, baselineAt), ratio, "target <= 1.05",
+               met ? "met" : "MISSED");
     return met && reported == total ? 0 : 1;
 }

@@ -21,9 +21,10 @@ using SecurityMonitor::NormalizeProcessPath;
 const CommandLineCorpus& Corpus() {
     static const CommandLineCorpus corpus = [] {
         CommandLineCorpus loaded = LoadCommandLineCorpus(KALVO_SOURCE_DIR);
-        std::cerr << "normalisation corpus: " << loaded.commandLines.size() << " command lines (" << loaded.liveCommandLines
-                  << " live, " << loaded.traceCommandLines << " from examples/*.jsonl), " << loaded.paths.size()
-                  << " paths (" << loaded.livePaths << " live, " << loaded.tracePaths << " from examples/*.jsonl)\n";
+        std::cerr << "normalisation corpus: " << loaded.commandLines.size() << " command lines ("
+                  << loaded.liveCommandLines << " live, " << loaded.traceCommandLines << " from examples/*.jsonl), "
+                  << loaded.paths.size() << " paths (" << loaded.livePaths << " live, " << loaded.tracePaths
+                  << " from examples/*.jsonl)\n";
         return loaded;
     }();
     return corpus;
@@ -45,11 +46,12 @@ std::string FirstDifference(const std::vector<std::string>& texts, Ours ours, Th
 
 bool SameOutput(benchmark::State& state, bool commandLines) {
     const auto& texts = commandLines ? Corpus().commandLines : Corpus().paths;
-    const std::string differing =
-        commandLines ? FirstDifference(texts, [](std::string& t) { NormalizeCommandline(t); },
-                                       [](std::string& t) { Reference().CommandLine(t); })
-                     : FirstDifference(texts, [](std::string& t) { NormalizeProcessPath(t); },
-                                       [](std::string& t) { Reference().ProcessPath(t); });
+    const std::string differing = commandLines ? FirstDifference(
+                                                     texts, [](std::string& t) { NormalizeCommandline(t); },
+                                                     [](std::string& t) { Reference().CommandLine(t); })
+                                               : FirstDifference(
+                                                     texts, [](std::string& t) { NormalizeProcessPath(t); },
+                                                     [](std::string& t) { Reference().ProcessPath(t); });
     if (differing.empty()) return true;
     state.SkipWithError(("output differs from std::regex_replace for: " + differing).c_str());
     return false;
@@ -60,7 +62,8 @@ bool SameOutput(benchmark::State& state, bool commandLines) {
 std::vector<std::string> Part(const std::string& part, bool commandLines) {
     const CommandLineCorpus& corpus = Corpus();
     const auto& texts = commandLines ? corpus.commandLines : corpus.paths;
-    const std::size_t real = commandLines ? corpus.liveCommandLines + corpus.traceCommandLines : corpus.livePaths + corpus.tracePaths;
+    const std::size_t real =
+        commandLines ? corpus.liveCommandLines + corpus.traceCommandLines : corpus.livePaths + corpus.tracePaths;
     if (part == "real") return {texts.begin(), texts.begin() + static_cast<std::ptrdiff_t>(real)};
     if (part == "synthetic") return {texts.begin() + static_cast<std::ptrdiff_t>(real), texts.end()};
     return texts;
@@ -123,12 +126,12 @@ void BM_Normalize_ProcessPathCopy(benchmark::State& state, const std::string& pa
     BENCHMARK_CAPTURE(BM_Normalize_ProcessPathRegex, part, #part);                                                     \
     BENCHMARK_CAPTURE(BM_Normalize_ProcessPathCopy, part, #part);                                                      \
     const bool registered_##part =                                                                                     \
-        RegisterRatio({"NormalizeCommandline (" #part "): std::regex_replace / ours", "BM_Normalize_CommandlineRegex/" #part, \
-                       "BM_Normalize_Commandline/" #part, Metric::Time, bound, std::nullopt,                            \
-                       "BM_Normalize_CommandlineCopy/" #part}) &&                                                      \
-        RegisterRatio({"NormalizeProcessPath (" #part "): std::regex_replace / ours", "BM_Normalize_ProcessPathRegex/" #part, \
-                       "BM_Normalize_ProcessPath/" #part, Metric::Time, bound, std::nullopt,                            \
-                       "BM_Normalize_ProcessPathCopy/" #part}) &&                                                      \
+        RegisterRatio({"NormalizeCommandline (" #part "): std::regex_replace / ours",                                  \
+                       "BM_Normalize_CommandlineRegex/" #part, "BM_Normalize_Commandline/" #part, Metric::Time, bound, \
+                       std::nullopt, "BM_Normalize_CommandlineCopy/" #part}) &&                                        \
+        RegisterRatio({"NormalizeProcessPath (" #part "): std::regex_replace / ours",                                  \
+                       "BM_Normalize_ProcessPathRegex/" #part, "BM_Normalize_ProcessPath/" #part, Metric::Time, bound, \
+                       std::nullopt, "BM_Normalize_ProcessPathCopy/" #part}) &&                                        \
         RegisterRatio({"NormalizeCommandline (" #part ", copy included)", "BM_Normalize_CommandlineRegex/" #part,      \
                        "BM_Normalize_Commandline/" #part, Metric::Time, std::nullopt, std::nullopt, ""}) &&            \
         RegisterRatio({"NormalizeProcessPath (" #part ", copy included)", "BM_Normalize_ProcessPathRegex/" #part,      \

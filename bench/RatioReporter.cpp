@@ -77,10 +77,11 @@ bool RatioReporter::PrintRatios(std::ostream& out, const std::vector<RatioTarget
         out << fmt::format("RATIO {:<58} {:>10.2f}  {:<16} {}\n", target.label, ratio, bound,
                            bounded ? (met ? "met" : "MISSED") : "");
         if (target.baseline.empty()) {
-            out << fmt::format("      = {} / {} ({})\n", target.numerator, target.denominator, time ? "time" : "throughput");
-        } else {
-            out << fmt::format("      = ({0} - {2}) / ({1} - {2}) ({3})\n", target.numerator, target.denominator, target.baseline,
+            out << fmt::format("      = {} / {} ({})\n", target.numerator, target.denominator,
                                time ? "time" : "throughput");
+        } else {
+            out << fmt::format("      = ({0} - {2}) / ({1} - {2}) ({3})\n", target.numerator, target.denominator,
+                               target.baseline, time ? "time" : "throughput");
         }
     }
     return allMet;

@@ -21,12 +21,12 @@ enum class Metric { Time, Throughput };
 // input). Met when within the bounds; a target without bounds is for information only.
 struct RatioTarget {
     std::string label;
-    std::string numerator;    // full benchmark name, e.g. "BM_Normalize_CommandlineRegex"
+    std::string numerator;  // full benchmark name, e.g. "BM_Normalize_CommandlineRegex"
     std::string denominator;
     Metric metric = Metric::Time;
     std::optional<double> atLeast;
     std::optional<double> atMost;
-    std::string baseline;     // empty: none
+    std::string baseline;  // empty: none
 };
 
 // Called from static initialisers of the benchmark files; returns true.

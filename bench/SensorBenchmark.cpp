@@ -21,7 +21,8 @@ using ProcessPtr = QuietSensor::ProcessPtr;
 constexpr char const* ParentPath = "/bin/zsh";
 constexpr char const* ParentCommandLine = "-zsh";
 constexpr char const* ChildPath = "/usr/bin/python3";
-constexpr char const* ChildCommandLine = "/usr/bin/python3 -m pip install --cache-dir /tmp/pip-cache-8j2k requests==2.31.0";
+constexpr char const* ChildCommandLine =
+    "/usr/bin/python3 -m pip install --cache-dir /tmp/pip-cache-8j2k requests==2.31.0";
 constexpr char const* ShellCommand = "git log --oneline --since=yesterday -- src/monitor";
 // More distinct keys than the repeat cache holds, so that every event of the reported path
 // misses the cache and is reported.
@@ -62,7 +63,8 @@ void BM_Sensor_CreateReported(benchmark::State& state) {
     ProcessPtr parent = sensor->Process("parent", ParentPath, ParentCommandLine);
     std::vector<ProcessPtr> children;
     for (std::size_t i = 0; i < DistinctKeys; ++i) {
-        children.push_back(sensor->Process("child-" + Letters(i), ChildPath, std::string(ChildCommandLine) + " " + Letters(i)));
+        children.push_back(
+            sensor->Process("child-" + Letters(i), ChildPath, std::string(ChildCommandLine) + " " + Letters(i)));
     }
     const auto reportedBefore = sensor->Host().Reports().EventCount();
     std::size_t next = 0;
@@ -70,7 +72,8 @@ void BM_Sensor_CreateReported(benchmark::State& state) {
         monitor.OnProcessCreate(event, children[next], parent);
         next = next + 1 == children.size() ? 0 : next + 1;
     }
-    if (sensor->Host().Reports().EventCount() - reportedBefore != static_cast<std::uint64_t>(state.iterations())) state.SkipWithError("an event was not reported");
+    if (sensor->Host().Reports().EventCount() - reportedBefore != static_cast<std::uint64_t>(state.iterations()))
+        state.SkipWithError("an event was not reported");
     CountItems(state);
 }
 BENCHMARK(BM_Sensor_CreateReported);
@@ -110,7 +113,8 @@ void BM_Sensor_ShellReported(benchmark::State& state) {
         monitor.OnShellCommand(event, shell, commands[next].data(), commands[next].size());
         next = next + 1 == commands.size() ? 0 : next + 1;
     }
-    if (sensor->Host().Reports().EventCount() - reportedBefore != static_cast<std::uint64_t>(state.iterations())) state.SkipWithError("an event was not reported");
+    if (sensor->Host().Reports().EventCount() - reportedBefore != static_cast<std::uint64_t>(state.iterations()))
+        state.SkipWithError("an event was not reported");
     CountItems(state);
 }
 BENCHMARK(BM_Sensor_ShellReported);
@@ -128,7 +132,9 @@ void BM_Floor_CopyJoinHashLookup(benchmark::State& state) {
     std::unordered_map<std::string, unsigned> counts;
     counts.reserve(512);
     for (std::size_t i = 0; i < 511; ++i) {
-        counts.emplace(std::string(ParentPath) + "|" + ChildPath + "|" + ParentCommandLine + "|" + ChildCommandLine + Letters(i), 1);
+        counts.emplace(
+            std::string(ParentPath) + "|" + ChildPath + "|" + ParentCommandLine + "|" + ChildCommandLine + Letters(i),
+            1);
     }
     counts.emplace(std::string(ParentPath) + "|" + ChildPath + "|" + ParentCommandLine + "|" + ChildCommandLine, 4);
     for (auto _ : state) {

@@ -70,7 +70,8 @@ inline std::vector<Entry> ReadEntries(IValues& values) {
         if (values.GetByIndex(static_cast<unsigned long>(index), value, &key) != Result::Success) break;
         if (!key) continue;
         if (key->Type() == static_cast<std::uint32_t>(ValueType::String)) {
-            if (std::optional<std::string> name = ReadBytes(*key)) entries.push_back(Entry{std::move(name), 0, std::move(value)});
+            if (std::optional<std::string> name = ReadBytes(*key))
+                entries.push_back(Entry{std::move(name), 0, std::move(value)});
         } else if (const std::optional<std::uint64_t> id = ReadNumber(*key)) {
             entries.push_back(Entry{std::nullopt, *id, std::move(value)});
         }
@@ -112,7 +113,8 @@ inline void WriteContainer(Writer& writer, IValues* values, std::size_t depth) {
     }
     const std::vector<Entry> entries = ReadEntries(*values);
     bool isList = !entries.empty();
-    for (std::size_t index = 0; index < entries.size(); ++index) isList &= !entries[index].name && entries[index].id == index;
+    for (std::size_t index = 0; index < entries.size(); ++index)
+        isList &= !entries[index].name && entries[index].id == index;
     isList ? writer.StartArray() : writer.StartObject();
     for (const Entry& entry : entries) {
         if (!isList) WriteJsonText(writer, entry.name ? *entry.name : std::to_string(entry.id));

@@ -105,7 +105,8 @@ inline FaultRule ParseFaultRule(std::string_view text) {
     const std::string_view name = text.substr(0, equals);
     const auto* found = std::find(std::begin(OperationNames), std::end(OperationNames), name);
     if (found == std::end(OperationNames)) {
-        throw std::invalid_argument(fmt::format("unknown operation '{}' in fault rule; known: {}", name, fmt::join(OperationNames, ", ")));
+        throw std::invalid_argument(
+            fmt::format("unknown operation '{}' in fault rule; known: {}", name, fmt::join(OperationNames, ", ")));
     }
     // Cuts the number after `separator` (none: the whole rest) off the end of `rest`; nothing
     // when there is no separator. Counts and starts are from 1, codes unsigned 32-bit.

@@ -51,7 +51,8 @@ public:
 
     Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
         if (id != IObject::Id && id != IServiceProvider::Id) return HandOut(m_parts, id, out);
-        const auto failure = m_faults->Check(id == IObject::Id ? Operation::GetInterfaceObject : Operation::GetInterfaceServiceProvider);
+        const auto failure =
+            m_faults->Check(id == IObject::Id ? Operation::GetInterfaceObject : Operation::GetInterfaceServiceProvider);
         if (failure) return *failure;
         out = this;
         out->AddRef();
@@ -157,17 +158,20 @@ private:
         const auto root = Make<RootObject>(
             m_faults,
             std::vector<Offer>{
-                Offer::Of<Messaging::IMessageRouter>(Messaging::IMessageRouter::Id, Operation::GetInterfaceMessageRouter, m_router),
+                Offer::Of<Messaging::IMessageRouter>(Messaging::IMessageRouter::Id,
+                                                     Operation::GetInterfaceMessageRouter, m_router),
                 Offer::Of<Logging::ILogSink>(Logging::ILogSink::Id, Operation::GetInterfaceLogSink, m_log),
-                Offer::Of<Configuration::IConfiguration>(Configuration::IConfiguration::Id, Operation::GetInterfaceConfiguration,
-                                                         m_configuration),
+                Offer::Of<Configuration::IConfiguration>(Configuration::IConfiguration::Id,
+                                                         Operation::GetInterfaceConfiguration, m_configuration),
                 Offer::Of<Storage::IStorage>(Storage::IStorage::Id, Operation::GetInterfaceStorage, m_storage),
             },
             std::vector<Offer>{
-                Offer::Of<Reporting::IReportingService>(Reporting::IReportingService::ServiceId, Operation::GetServiceReporting, m_reporting),
+                Offer::Of<Reporting::IReportingService>(Reporting::IReportingService::ServiceId,
+                                                        Operation::GetServiceReporting, m_reporting),
                 Offer::Of<ESP::v0::IMonitorRegistration>(ESP::v0::IMonitorRegistration::ServiceId,
                                                          Operation::GetServiceMonitorRegistration, m_monitors),
-                Offer::Of<ESP::v0::IEventFilter>(ESP::v0::IEventFilter::ServiceId, Operation::GetServiceEventFilter, m_filter),
+                Offer::Of<ESP::v0::IEventFilter>(ESP::v0::IEventFilter::ServiceId, Operation::GetServiceEventFilter,
+                                                 m_filter),
             });
         return HostRef<IObject>::Share(static_cast<RootObject*>(root.Get()));
     }

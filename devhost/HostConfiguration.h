@@ -19,7 +19,8 @@ public:
     static constexpr char const* Kind = "Configuration";
     using Interfaces = EIL::Object::InterfaceList<KALVO::Configuration::IConfiguration>;
 
-    HostConfiguration(std::shared_ptr<FaultInjector> faults, std::string text) : m_faults(std::move(faults)), m_text(std::move(text)) {}
+    HostConfiguration(std::shared_ptr<FaultInjector> faults, std::string text)
+        : m_faults(std::move(faults)), m_text(std::move(text)) {}
 
     // Replaces the text; texts already handed out stay as they were.
     void SetText(std::string text) {

@@ -86,7 +86,8 @@ public:
         return Serve(*m_faults, Operation::SetValue, [&] {
             if (!scope || !key || (!data && size != 0)) return Result::InvalidArgument;
             try {
-                Write(scope, key, size == 0 ? std::string_view() : std::string_view(static_cast<char const*>(data), size));
+                Write(scope, key,
+                      size == 0 ? std::string_view() : std::string_view(static_cast<char const*>(data), size));
             } catch (const std::runtime_error&) {  // the store failed
                 return Result::OperationCanceled;
             }
@@ -107,7 +108,8 @@ private:
         // still be a blob, not NULL: it gets a non-null pointer.
         if (sqlite3_bind_text64(raw, 1, scope.data(), scope.size(), SQLITE_TRANSIENT, SQLITE_UTF8) != SQLITE_OK ||
             sqlite3_bind_text64(raw, 2, key.data(), key.size(), SQLITE_TRANSIENT, SQLITE_UTF8) != SQLITE_OK ||
-            (value && sqlite3_bind_blob64(raw, 3, value->empty() ? "" : value->data(), value->size(), SQLITE_TRANSIENT) != SQLITE_OK)) {
+            (value && sqlite3_bind_blob64(raw, 3, value->empty() ? "" : value->data(), value->size(),
+                                          SQLITE_TRANSIENT) != SQLITE_OK)) {
             Fail("cannot bind a statement");
         }
         const int step = sqlite3_step(raw);

@@ -43,7 +43,8 @@ public:
     // Retained lines of that severity whose text contains `part`.
     std::size_t CountContaining(std::uint32_t severity, std::string_view part) const {
         std::size_t count = 0;
-        for (const LogLine& line : Lines()) count += line.severity == severity && line.text.find(part) != std::string::npos;
+        for (const LogLine& line : Lines())
+            count += line.severity == severity && line.text.find(part) != std::string::npos;
         return count;
     }
     void Clear() { m_lines.Clear(); }
@@ -52,7 +53,8 @@ public:
     void Record(LogLine line) {
         {
             std::lock_guard lock(m_echoMutex);
-            if (m_echo && line.severity <= m_echoThreshold) m_echo(SeverityName(line.severity) + ' ' + line.logger + ": " + line.text);
+            if (m_echo && line.severity <= m_echoThreshold)
+                m_echo(SeverityName(line.severity) + ' ' + line.logger + ": " + line.text);
         }
         m_lines.Emplace(std::move(line));
     }
@@ -68,10 +70,10 @@ public:
 private:
     static std::string SeverityName(std::uint32_t severity) {
         switch (static_cast<Logging::v0::Severity>(severity)) {
-            case Logging::v0::Severity::Error: return "error";
-            case Logging::v0::Severity::Warn: return "warn";
-            case Logging::v0::Severity::Info: return "info";
-            case Logging::v0::Severity::Trace: return "trace";
+        case Logging::v0::Severity::Error: return "error";
+        case Logging::v0::Severity::Warn: return "warn";
+        case Logging::v0::Severity::Info: return "info";
+        case Logging::v0::Severity::Trace: return "trace";
         }
         return std::to_string(severity);
     }

@@ -44,7 +44,8 @@ public:
 
     // `log` receives a line when a monitor lets an exception escape (which a real host would
     // not survive).
-    MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger, HostRef<TrackedObject<LogSink>> log)
+    MonitorRegistration(std::shared_ptr<FaultInjector> faults, std::shared_ptr<ObjectLedger> ledger,
+                        HostRef<TrackedObject<LogSink>> log)
         : m_faults(std::move(faults)), m_ledger(std::move(ledger)), m_log(std::move(log)) {}
 
     // Each delivers one event, with a new EventInfo, to every registered monitor whose mask
@@ -62,7 +63,8 @@ public:
     // The text is passed as its bytes and length (null when empty), with no terminator.
     std::size_t DeliverShellCommand(const ProcessPtr& process, std::string_view commandLine) {
         return Deliver(m_shell, 0x2, &ESP::v0::IShellMonitor::OnShellCommand, process,
-                       commandLine.empty() ? nullptr : commandLine.data(), static_cast<unsigned long>(commandLine.size()));
+                       commandLine.empty() ? nullptr : commandLine.data(),
+                       static_cast<unsigned long>(commandLine.size()));
     }
 
     std::vector<Registered> ProcessMonitors() const {
@@ -122,7 +124,8 @@ private:
         List monitors;
         {
             std::lock_guard lock(m_mutex);
-            std::copy_if(list.begin(), list.end(), std::back_inserter(monitors), [&](const auto& entry) { return entry.mask & bit; });
+            std::copy_if(list.begin(), list.end(), std::back_inserter(monitors),
+                         [&](const auto& entry) { return entry.mask & bit; });
         }
         const Agent::Hosting::ObjectPtr<ESP::v0::IEventInfo> event = TrackedObject<EventInfo>::Make(m_ledger);
         std::size_t reached = 0;

@@ -21,7 +21,8 @@ public:
     static constexpr char const* Kind = "ProcessInfo";
 
     // Throws std::bad_alloc.
-    ProcessInfo(std::shared_ptr<FaultInjector> faults, ProcessRecord record) : m_faults(std::move(faults)), m_record(std::move(record)) {
+    ProcessInfo(std::shared_ptr<FaultInjector> faults, ProcessRecord record)
+        : m_faults(std::move(faults)), m_record(std::move(record)) {
         using namespace EIL::Values;
         if (m_record.uid.empty()) m_record.uid = ProcessUid("", m_record.pid, m_record.startTime);
         // Set on a fresh container cannot fail except by memory, which throws.
@@ -56,7 +57,8 @@ public:
     Result::Code LookupInterface(Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out) {
         const bool values = id == EIL::Values::IValues::Id;
         if (!values && id != Agent::Hosting::IObject::Id) return Result::ProtocolNotSupported;
-        const Operation operation = values ? Operation::ProcessGetInterfaceValues : Operation::ProcessGetInterfaceObject;
+        const Operation operation =
+            values ? Operation::ProcessGetInterfaceValues : Operation::ProcessGetInterfaceObject;
         if (const auto failure = m_faults->Check(operation)) return *failure;
         out = values ? static_cast<Agent::Hosting::IObject*>(static_cast<EIL::Values::IValues*>(this))
                      : static_cast<ESP::v0::IProcessInfo*>(this);

@@ -20,8 +20,8 @@ struct ProcessRecord {
     // When empty the host makes one with no boot id and the start time standing for the ticks.
     std::string uid{};
     std::optional<std::uint64_t> userId{};
-    std::string user{};          // the user's name; empty when unknown
-    std::uint64_t startTime = 0; // seconds since the Unix epoch; 0 when unknown
+    std::string user{};           // the user's name; empty when unknown
+    std::uint64_t startTime = 0;  // seconds since the Unix epoch; 0 when unknown
 };
 
 // "<boot id>:<pid>:<start time in ticks>": the boot id keeps uids of two boots apart, the

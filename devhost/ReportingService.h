@@ -25,9 +25,9 @@ struct ObservableRecord {
 struct ObservationRecord {
     std::uint32_t severity = 0;
     std::string typeId;
-    std::string message;  // the template, e.g. "{parent} created {child}"
-    HostRef<EIL::Values::IValues> source;  // null when none was given
-    HostRef<EIL::Values::IValues> tags;    // null when none was given
+    std::string message;                        // the template, e.g. "{parent} created {child}"
+    HostRef<EIL::Values::IValues> source;       // null when none was given
+    HostRef<EIL::Values::IValues> tags;         // null when none was given
     std::vector<ObservableRecord> observables;  // in the order they were attached
 
     // The first observable of that name, or null. Borrowed from the record.

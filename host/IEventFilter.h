@@ -24,7 +24,8 @@ public:
     // object for single-process events); `context` is a JSON text naming the sensor, e.g.
     // {"sensor":"securitymonitor"}. 1 suppresses; every other value lets the event through.
     virtual std::uint32_t FilterEvent(Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& actor,
-                                      Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& target, char const* context) = 0;
+                                      Agent::Hosting::ObjectPtr<Agent::Hosting::IObject>& target,
+                                      char const* context) = 0;
 
 protected:
     ~IEventFilter() = default;

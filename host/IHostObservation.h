@@ -17,7 +17,8 @@ public:
     virtual void Reserved8() = 0;
     // Slot 9. Attaches `observable` under `name`, the name the message template refers to in
     // braces. The host takes its own reference if it keeps the values.
-    virtual Result::Code AddObservable(char const* name, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& observable) = 0;
+    virtual Result::Code AddObservable(char const* name,
+                                       Agent::Hosting::ObjectPtr<EIL::Values::IValues>& observable) = 0;
 
 protected:
     ~IHostObservation() = default;

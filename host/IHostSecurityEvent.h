@@ -23,9 +23,10 @@ public:
     // the kind of observation; `message` is a template whose {names} refer to observables
     // attached later; `tags` is a list of strings; `reserved` is always null. The new
     // observation goes to /*out*/ `observation`.
-    virtual Result::Code CreateObservation(std::uint32_t severity, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& source,
-                                           char const* typeId, char const* message,
-                                           Agent::Hosting::ObjectPtr<EIL::Values::IValues>& tags, void* reserved,
+    virtual Result::Code CreateObservation(std::uint32_t severity,
+                                           Agent::Hosting::ObjectPtr<EIL::Values::IValues>& source, char const* typeId,
+                                           char const* message, Agent::Hosting::ObjectPtr<EIL::Values::IValues>& tags,
+                                           void* reserved,
                                            Agent::Hosting::ObjectPtr<IHostObservation>& observation) = 0;
 
 protected:

@@ -13,7 +13,8 @@ public:
 
     // Slot 3. Any thread, concurrently. `text` holds `length` bytes and need not be terminated;
     // `severity` is a v0::Severity number. Callers ignore the result.
-    virtual Result::Code Log(char const* loggerName, std::uint32_t severity, char const* text, unsigned long length) = 0;
+    virtual Result::Code Log(char const* loggerName, std::uint32_t severity, char const* text,
+                             unsigned long length) = 0;
 
 protected:
     ~ILogSink() = default;

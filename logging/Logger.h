@@ -39,7 +39,8 @@ public:
 
     // The same under another logger name (the storage client logs as "kalvo.storage.layer").
     template <class... Args>
-    void Log(char const* loggerName, Severity severity, fmt::format_string<Args...> format, Args&&... args) const noexcept {
+    void Log(char const* loggerName, Severity severity, fmt::format_string<Args...> format,
+             Args&&... args) const noexcept {
         if (!m_sink) return;
         try {
             fmt::basic_memory_buffer<char, 256> buffer;

@@ -38,7 +38,8 @@ public:
                 std::memcpy(&value, text.data() + text.size() - Size, Size);
                 value >>= 8 * (Size - remaining);
             } else {
-                for (std::size_t i = 0; i < remaining; ++i) value |= std::uint64_t{static_cast<unsigned char>(text[at + i])} << (8 * i);
+                for (std::size_t i = 0; i < remaining; ++i)
+                    value |= std::uint64_t{static_cast<unsigned char>(text[at + i])} << (8 * i);
             }
         }
         SetValue(value);
@@ -62,9 +63,13 @@ public:
     // Operations on class masks.
     static std::uint64_t Not(std::uint64_t mask) noexcept { return mask ^ High; }
     // Index of the first flagged character; Size when none is.
-    static std::size_t First(std::uint64_t mask) noexcept { return static_cast<std::size_t>(std::countr_zero(mask)) / 8; }
+    static std::size_t First(std::uint64_t mask) noexcept {
+        return static_cast<std::size_t>(std::countr_zero(mask)) / 8;
+    }
     // Number of characters after the last flagged one; Size when none is.
-    static std::size_t AfterLast(std::uint64_t mask) noexcept { return static_cast<std::size_t>(std::countl_zero(mask)) / 8; }
+    static std::size_t AfterLast(std::uint64_t mask) noexcept {
+        return static_cast<std::size_t>(std::countl_zero(mask)) / 8;
+    }
     // The characters before the first flagged one (all when none is).
     static std::uint64_t Before(std::uint64_t mask) noexcept { return ((mask & (0 - mask)) - 1) & High; }
     // The characters that start a run of `length` (1 to Size) flagged characters inside the block.
@@ -84,7 +89,8 @@ private:
         if constexpr (std::endian::native == std::endian::little) {
             std::memcpy(&value, characters, Size);
         } else {
-            for (std::size_t i = 0; i < Size; ++i) value |= std::uint64_t{static_cast<unsigned char>(characters[i])} << (8 * i);
+            for (std::size_t i = 0; i < Size; ++i)
+                value |= std::uint64_t{static_cast<unsigned char>(characters[i])} << (8 * i);
         }
         SetValue(value);
     }

@@ -25,9 +25,8 @@ constexpr char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<ch
 // depends on the locale.
 bool IsLiteral(std::string const& pattern) {
     static constexpr std::string_view Meta = "^$\\.*+?()[]{}|";
-    return std::all_of(pattern.begin(), pattern.end(), [](char c) {
-        return c >= 0x20 && c <= 0x7E && Meta.find(c) == std::string_view::npos;
-    });
+    return std::all_of(pattern.begin(), pattern.end(),
+                       [](char c) { return c >= 0x20 && c <= 0x7E && Meta.find(c) == std::string_view::npos; });
 }
 
 // Reads "{n}", "{n,}" or "{n,m}" at `pos` (which is at "{"); on success returns the count an
@@ -99,9 +98,7 @@ std::size_t CollapseExpressionAtoms(std::string_view pattern) {
                 addItem(1);
             }
             break;
-        case '|':
-            groups.back().last = 0;
-            break;
+        case '|': groups.back().last = 0; break;
         case '{': {
             std::size_t count = 0;
             if (ReadCountedRepetition(pattern, pos, count)) {
@@ -116,12 +113,8 @@ std::size_t CollapseExpressionAtoms(std::string_view pattern) {
         }
         case '*':
         case '+':
-        case '?':
-            groups.back().total = SaturatingAdd(groups.back().total, 1);
-            break;
-        default:
-            addItem(1);
-            break;
+        case '?': groups.back().total = SaturatingAdd(groups.back().total, 1); break;
+        default: addItem(1); break;
         }
     }
     // Unclosed groups (the compiler refuses them anyway) count with their contents.
@@ -141,7 +134,8 @@ CollapseExpression::CollapseExpression(std::string const& pattern) {
         std::transform(pattern.begin(), pattern.end(), m_text.begin(), AsciiLower);
         return;
     }
-    if (CollapseExpressionAtoms(pattern) > MaxCollapseExpressionAtoms) throw std::regex_error(std::regex_constants::error_complexity);
+    if (CollapseExpressionAtoms(pattern) > MaxCollapseExpressionAtoms)
+        throw std::regex_error(std::regex_constants::error_complexity);
     auto flags = std::regex_constants::ECMAScript | std::regex_constants::icase;
 #if defined(__GLIBCXX__)
     flags |= std::regex_constants::__polynomial;
@@ -152,7 +146,8 @@ CollapseExpression::CollapseExpression(std::string const& pattern) {
 bool CollapseExpression::MatchesWhole(std::string_view text) const {
     if (m_literal) {
         return text.size() == m_text.size() &&
-               std::equal(text.begin(), text.end(), m_text.begin(), [](char c, char lowered) { return AsciiLower(c) == lowered; });
+               std::equal(text.begin(), text.end(), m_text.begin(),
+                          [](char c, char lowered) { return AsciiLower(c) == lowered; });
     }
     return std::regex_match(text.begin(), text.end(), m_regex);
 }

@@ -84,16 +84,17 @@ public:
             result = std::move(m_heap);
         } else {
             // replace, not resize and append: on failure it leaves the text as it was.
-            result.replace(keep, std::string::npos, m_spilled ? std::string_view(m_heap) : std::string_view(m_stack, m_length));
+            result.replace(keep, std::string::npos,
+                           m_spilled ? std::string_view(m_heap) : std::string_view(m_stack, m_length));
         }
         return true;
     }
 
 private:
     struct WordScan {
-        std::size_t end;                    // one past the word's last character
-        std::string_view hashPlaceholder;   // empty unless the whole word is a hash
-        std::size_t firstNumber;            // start of its first run of 4+ digits, or None
+        std::size_t end;                   // one past the word's last character
+        std::string_view hashPlaceholder;  // empty unless the whole word is a hash
+        std::size_t firstNumber;           // start of its first run of 4+ digits, or None
     };
 
     struct Event {

@@ -22,7 +22,8 @@ ObjectPtr<IObject> IdentityOf(ESP::v0::IProcessInfo& process) {
     return identity;
 }
 
-void AttachObservable(Reporting::IHostObservation& observation, char const* name, ObjectPtr<EIL::Values::IValues> values) {
+void AttachObservable(Reporting::IHostObservation& observation, char const* name,
+                      ObjectPtr<EIL::Values::IValues> values) {
     ThrowIfFailed(observation.AddObservable(name, values), "unable to add observable to observation");
 }
 

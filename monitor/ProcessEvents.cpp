@@ -6,8 +6,8 @@
 
 #include "logging/CatchAll.h"
 #include "logging/Log.h"
-#include "monitor/RepeatKeys.h"
 #include "monitor/Observables.h"
+#include "monitor/RepeatKeys.h"
 #include "monitor/SecurityMonitorImpl.h"
 
 namespace KALVO::SecurityMonitor {
@@ -37,7 +37,8 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
         ObjectPtr<IObject> childIdentity = IdentityOf(child);
         ObjectPtr<IObject> parentIdentity = IdentityOf(creator);
 
-        if (m_processFilter->FilterEvent(childIdentity, parentIdentity, ProcessFilterContext) == ESP::v0::IEventFilter::Suppress) {
+        if (m_processFilter->FilterEvent(childIdentity, parentIdentity, ProcessFilterContext) ==
+            ESP::v0::IEventFilter::Suppress) {
             Logging::Log::Write(Severity::Info, "Skipping OnProcessCreate event for process {}", uid);
             return;
         }
@@ -49,7 +50,8 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
             {
                 std::shared_lock lock(m_configMutex);
                 key = ProcessTreeKey(ViewText(creator.GetPath()), ViewText(child.GetPath()),
-                                     ViewText(creator.GetCommandLine()), ViewText(child.GetCommandLine()), m_settings.collapse);
+                                     ViewText(creator.GetCommandLine()), ViewText(child.GetCommandLine()),
+                                     m_settings.collapse);
             }
             if (!CountWithinLimit(m_processTreeCounts, key)) return;
         }
@@ -89,9 +91,8 @@ void SecurityMonitorImpl::OnProcessExists(EventPtr&, ProcessPtr& process) {
 }
 
 void SecurityMonitorImpl::OnProcessTerminate(EventPtr&, ProcessPtr& process) {
-    (void)Logging::CatchAll("unable to process process terminate event", [&] {
-        m_runningProcessUIDs.Erase(CopyText(Require(process).GetUid()));
-    });
+    (void)Logging::CatchAll("unable to process process terminate event",
+                            [&] { m_runningProcessUIDs.Erase(CopyText(Require(process).GetUid())); });
 }
 
 void SecurityMonitorImpl::OnProcessTerminateInstant(EventPtr&, ProcessPtr&) {}

@@ -32,10 +32,10 @@ constexpr std::uint32_t ShellEventMask = 2;
 
 }  // namespace
 
-SecurityMonitorImpl::SecurityMonitorImpl(ObjectPtr<IObject> host)
-    : m_host(std::move(host)) {
+SecurityMonitorImpl::SecurityMonitorImpl(ObjectPtr<IObject> host) : m_host(std::move(host)) {
     Logging::Log::Write(Severity::Trace, "SecurityMonitorImpl");
-    if (!m_host) throw std::system_error(Result::ProtocolError, std::generic_category(), "service provider not available");
+    if (!m_host)
+        throw std::system_error(Result::ProtocolError, std::generic_category(), "service provider not available");
 
     ObjectPtr<Agent::Hosting::IServiceProvider> services;
     ThrowIfFailed(QueryInterface(m_host.Get(), services));

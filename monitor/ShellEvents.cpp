@@ -10,8 +10,8 @@
 #include "eil/values/Values.h"
 #include "logging/CatchAll.h"
 #include "logging/Log.h"
-#include "monitor/RepeatKeys.h"
 #include "monitor/Observables.h"
+#include "monitor/RepeatKeys.h"
 #include "monitor/SecurityMonitorImpl.h"
 
 namespace KALVO::SecurityMonitor {
@@ -28,7 +28,8 @@ constexpr char const* CommandObservableTypeId = "d2828e56-c9a9-43a0-91b6-96eccca
 
 }  // namespace
 
-void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char const* commandLine, unsigned long length) {
+void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char const* commandLine,
+                                         unsigned long length) {
     (void)Logging::CatchAll("unable to process shell command event", [&] {
         if (!process) throw std::invalid_argument("no process record");
         ESP::v0::IProcessInfo& shell = *process;
@@ -40,12 +41,14 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
         context["command"] = EIL::Json::Json(command);
         const std::string contextText = EIL::Json::ToStringA(context);
         if (m_processFilter->FilterEvent(identity, identity, contextText.c_str()) == ESP::v0::IEventFilter::Suppress) {
-            Logging::Log::Write(Severity::Info, "Skipping OnShellCommand event for process {}", CopyText(shell.GetUid()));
+            Logging::Log::Write(Severity::Info, "Skipping OnShellCommand event for process {}",
+                                CopyText(shell.GetUid()));
             return;
         }
 
         if (m_settings.reportLimit.load() != 0) {
-            const std::string key = ShellCommandKey(ViewText(shell.GetPath()), ViewText(shell.GetCommandLine()), command);
+            const std::string key =
+                ShellCommandKey(ViewText(shell.GetPath()), ViewText(shell.GetCommandLine()), command);
             if (!key.empty() && !CountWithinLimit(m_shellCommandCounts, key)) return;
         }
 
@@ -61,7 +64,8 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
         ReportObservation(*m_reporter, sourceInformation, ShellCommandTypeId, "Shell {process} received {command}",
                           [&](Reporting::IHostObservation& observation) {
                               AttachObservable(observation, "process", ValuesOf(shell));
-                              AttachObservable(observation, "command", ObjectPtr<EIL::Values::IValues>(std::move(commandValues)));
+                              AttachObservable(observation, "command",
+                                               ObjectPtr<EIL::Values::IValues>(std::move(commandValues)));
                           });
     });
 }

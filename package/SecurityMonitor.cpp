@@ -40,12 +40,14 @@ Result::Code SecurityMonitor::Start(char const*, unsigned long) {
     const auto failure = Logging::CatchAll("unable to create our interface", [this] {
         try {
             // A second Start replaces the core; the old one goes only once the new one is built.
-            auto previous = std::exchange(m_impl, std::make_unique<SecurityMonitorImpl>(ObjectPtr<Agent::Hosting::IObject>(m_host)));
+            auto previous = std::exchange(
+                m_impl, std::make_unique<SecurityMonitorImpl>(ObjectPtr<Agent::Hosting::IObject>(m_host)));
             previous.reset();
 
             ObjectPtr<Messaging::IMessageRouter> router;
             if (!m_host) throw std::system_error(Result::ProtocolError, std::generic_category());
-            if (const auto code = QueryInterface(m_host, router)) throw std::system_error(static_cast<int>(code), std::generic_category());
+            if (const auto code = QueryInterface(m_host, router))
+                throw std::system_error(static_cast<int>(code), std::generic_category());
 
             auto handler = EIL::Object::ObjectImpl<Messaging::Utils::CommandHandlerImpl<CommandFunction>>::Make(
                 CommandFunction{this});

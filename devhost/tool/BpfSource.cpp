@@ -68,18 +68,20 @@ public:
         std::string shells;
         std::set<std::pair<dev_t, ino_t>> attached;  // a file reached by two names is watched once
         for (const std::string& file : files) {
-            struct stat status{};
+            struct stat status {};
             if (::stat(file.c_str(), &status) != 0 || !attached.emplace(status.st_dev, status.st_ino).second) continue;
             LIBBPF_OPTS(bpf_uprobe_opts, options, .retprobe = true, .func_name = "readline");
-            bpf_link* link = bpf_program__attach_uprobe_opts(m_skeleton->progs.on_readline, -1, file.c_str(), 0, &options);
+            bpf_link* link =
+                bpf_program__attach_uprobe_opts(m_skeleton->progs.on_readline, -1, file.c_str(), 0, &options);
             if (!link) continue;  // no readline in it
             m_links.emplace_back(link, bpf_link__destroy);
             shells += (shells.empty() ? "" : ", ") + file;
         }
         m_ring.reset(ring_buffer__new(bpf_map__fd(m_skeleton->maps.events), &BpfSource::OnRecord, this, nullptr));
         if (!m_ring) throw SystemFailure("opening the ring buffer");
-        description = fmt::format("process events and shell lines from BPF programs in the kernel (readline watched in {})",
-                                  shells.empty() ? "no shell" : shells);
+        description =
+            fmt::format("process events and shell lines from BPF programs in the kernel (readline watched in {})",
+                        shells.empty() ? "no shell" : shells);
     }
 
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
@@ -96,9 +98,10 @@ public:
             Warn(fmt::format("the kernel could not hand over {} exec, {} fork, {} exit and {} shell line event(s)",
                              lost[LIVE_EXEC], lost[LIVE_FORK], lost[LIVE_EXIT], lost[LIVE_LINE]));
         if (m_truncatedArguments + m_truncatedLines != 0)
-            Note(fmt::format("truncated: {} creation(s) whose command line or path was longer than read at the exec and "
-                             "ended before /proc could complete it, {} shell line(s) longer than 64 KiB",
-                             m_truncatedArguments, m_truncatedLines));
+            Note(
+                fmt::format("truncated: {} creation(s) whose command line or path was longer than read at the exec and "
+                            "ended before /proc could complete it, {} shell line(s) longer than 64 KiB",
+                            m_truncatedArguments, m_truncatedLines));
     }
 
 private:

@@ -19,10 +19,10 @@ enum class EventKind { Create, Exists, Terminate, Shell };
 
 struct TraceEvent {
     EventKind kind = EventKind::Exists;
-    ProcessRecord process;                // the process created, found, ended, or the shell
+    ProcessRecord process;                  // the process created, found, ended, or the shell
     std::optional<ProcessRecord> parent{};  // the creator; present exactly for Create
-    std::string command{};                // the command a shell received; Shell only
-    std::optional<std::uint64_t> time{};  // when it happened, in nanoseconds since the epoch
+    std::string command{};                  // the command a shell received; Shell only
+    std::optional<std::uint64_t> time{};    // when it happened, in nanoseconds since the epoch
 };
 
 class EventSink {

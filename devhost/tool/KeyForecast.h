@@ -52,7 +52,7 @@ struct KeyFigures {
 // One key's figures, and which key they are.
 struct KeyRow : KeyFigures {
     bool shell = false;  // a shell command's key; else a process step's
-    std::string key;  // cut at KeyTextLimit bytes
+    std::string key;     // cut at KeyTextLimit bytes
     bool cut = false;
     std::uint64_t error = 0;  // the counts may be overstated by at most this many events
     bool evicted = false;     // the key left the sensor's cache at least once
@@ -89,8 +89,10 @@ inline std::optional<double> Hours(const ForecastReport& report) {
 
 // The figures of a key or of the total, by their names in the JSON report and in a comparison.
 inline constexpr std::tuple<char const*, char const*, std::uint64_t KeyFigures::*> FigureNames[] = {
-    {"delivered", "events with a repeat key", &KeyFigures::delivered}, {"reported", "reported", &KeyFigures::reported},
-    {"suppressed", "suppressed by the limit", &KeyFigures::suppressed}, {"filtered", "filtered by the host", &KeyFigures::filtered},
+    {"delivered", "events with a repeat key", &KeyFigures::delivered},
+    {"reported", "reported", &KeyFigures::reported},
+    {"suppressed", "suppressed by the limit", &KeyFigures::suppressed},
+    {"filtered", "filtered by the host", &KeyFigures::filtered},
     {"reported_again", "reported again after eviction", &KeyFigures::reportedAgain}};
 
 class KeyForecast final : public EventSink {
@@ -126,14 +128,16 @@ public:
         const ProcessRecord parent = event.parent.value_or(ProcessRecord{});
         std::string key;
         try {
-            const std::string path = event.process.path.value_or(""), commandLine = event.process.commandLine.value_or("");
-            key = shell ? SecurityMonitor::ShellCommandKey(path, commandLine, event.command)
-                        : SecurityMonitor::ProcessTreeKey(parent.path.value_or(""), path, parent.commandLine.value_or(""), commandLine,
-                                                          m_settings.collapse);
+            const std::string path = event.process.path.value_or(""),
+                              commandLine = event.process.commandLine.value_or("");
+            key = shell
+                      ? SecurityMonitor::ShellCommandKey(path, commandLine, event.command)
+                      : SecurityMonitor::ProcessTreeKey(parent.path.value_or(""), path, parent.commandLine.value_or(""),
+                                                        commandLine, m_settings.collapse);
         } catch (const std::regex_error&) {
             // The sensor fails on this event too, and reports nothing; it counts under "".
         }
-        const std::uint64_t hash = std::hash<std::string>{}(key) * 2 + (shell ? 1 : 0);
+        const std::uint64_t hash = std::hash<std::string>{}(key)*2 + (shell ? 1 : 0);
 
         const Host& host = m_session.GetHost();
         const std::uint64_t filteredBefore = host.Filter().Suppressed();
@@ -179,7 +183,8 @@ public:
         }
         if (reported) {
             // A key that had used up its limit and is reported again was forgotten by the cache.
-            if (entry.evicted && limit > 0 && entry.reported >= static_cast<std::uint64_t>(limit)) count(&KeyFigures::reportedAgain);
+            if (entry.evicted && limit > 0 && entry.reported >= static_cast<std::uint64_t>(limit))
+                count(&KeyFigures::reportedAgain);
             count(&KeyFigures::reported);
         } else if (!filtered) {
             count(&KeyFigures::suppressed);
@@ -219,9 +224,9 @@ private:
     // do not matter); the slots tell which key a slot held before, so an eviction is seen.
     EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> m_caches[2];
     std::array<std::optional<std::uint64_t>, 512> m_slots[2]{};
-    std::unordered_map<std::uint64_t, KeyRow> m_entries;           // by key hash
+    std::unordered_map<std::uint64_t, KeyRow> m_entries;          // by key hash
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_byCount;  // (delivered, key hash)
-    std::unordered_set<std::uint64_t> m_distinct, m_atLimit;       // key hashes
+    std::unordered_set<std::uint64_t> m_distinct, m_atLimit;      // key hashes
     ForecastReport m_totals;
 };
 
@@ -267,38 +272,47 @@ inline void ShowForecast(const ForecastReport& report, const ToolOptions& option
     if (options.keysJson) {
         std::ofstream file(*options.keysJson, std::ios::binary | std::ios::trunc);
         file << ForecastJson(report) << '\n';
-        if (!file.flush()) throw std::runtime_error(fmt::format("cannot write {}: {}", *options.keysJson, std::strerror(errno)));
+        if (!file.flush())
+            throw std::runtime_error(fmt::format("cannot write {}: {}", *options.keysJson, std::strerror(errno)));
     }
     if (!options.keys) return;
-    Note(fmt::format("busiest {} repeat keys (delivered, reported, suppressed by the limit, filtered by the host, "
-                     "reported again after leaving the cache):",
-                     report.busiest.size()));
+    Note(
+        fmt::format("busiest {} repeat keys (delivered, reported, suppressed by the limit, filtered by the host, "
+                    "reported again after leaving the cache):",
+                    report.busiest.size()));
     for (const KeyRow& row : report.busiest) {
-        Note(fmt::format("{:>7} {:>7} {:>7} {:>7} {:>5}  {} {}", row.delivered, row.reported, row.suppressed, row.filtered,
-                         row.reportedAgain, row.shell ? "shell" : "step ", Shortened(row.key)));
+        Note(fmt::format("{:>7} {:>7} {:>7} {:>7} {:>5}  {} {}", row.delivered, row.reported, row.suppressed,
+                         row.filtered, row.reportedAgain, row.shell ? "shell" : "step ", Shortened(row.key)));
     }
     const KeyFigures& t = report.total;
-    Note(fmt::format("{}{} distinct keys, {} reached the limit, {} cache evictions; of {} events {} reported, {} "
-                     "suppressed ({:.1f} %), {} filtered, {} reported again after eviction",
-                     report.distinctCapped ? "more than " : "", report.distinctKeys, report.keysAtLimit, report.evictions,
-                     t.delivered, t.reported, t.suppressed, t.delivered == 0 ? 0.0 : 100.0 * t.suppressed / t.delivered, t.filtered, t.reportedAgain));
+    Note(
+        fmt::format("{}{} distinct keys, {} reached the limit, {} cache evictions; of {} events {} reported, {} "
+                    "suppressed ({:.1f} %), {} filtered, {} reported again after eviction",
+                    report.distinctCapped ? "more than " : "", report.distinctKeys, report.keysAtLimit,
+                    report.evictions, t.delivered, t.reported, t.suppressed,
+                    t.delivered == 0 ? 0.0 : 100.0 * t.suppressed / t.delivered, t.filtered, t.reportedAgain));
     if (report.foldedKeys != 0)
-        Note(fmt::format("{} keys folded into others (summary of {} keys): counts above may be overstated by at most {}",
-                         report.foldedKeys, KeyCapacity, report.maxError));
+        Note(
+            fmt::format("{} keys folded into others (summary of {} keys): counts above may be overstated by at most {}",
+                        report.foldedKeys, KeyCapacity, report.maxError));
     if (const std::optional<double> hours = Hours(report)) {
-        Note(fmt::format("over {:.2f} h of events: {:.0f} events per hour, {:.0f} reported per hour; forecast {:.0f} "
-                         "reported per day",
-                         *hours, t.delivered / *hours, t.reported / *hours, t.reported / *hours * 24));
+        Note(
+            fmt::format("over {:.2f} h of events: {:.0f} events per hour, {:.0f} reported per hour; forecast {:.0f} "
+                        "reported per day",
+                        *hours, t.delivered / *hours, t.reported / *hours, t.reported / *hours * 24));
     } else {
-        Note(report.firstTime ? "no per-day forecast: all events carry the same time"
-                              : "no per-day forecast: the events carry no times (traces recorded before times were kept)");
+        Note(report.firstTime
+                 ? "no per-day forecast: all events carry the same time"
+                 : "no per-day forecast: the events carry no times (traces recorded before times were kept)");
     }
 }
 
 // Two reports of the same trace side by side: totals, then the keys whose reported events
 // differ most.
 inline void PrintComparison(const ForecastReport& first, const ForecastReport& second, std::size_t rows) {
-    const auto line = [](char const* what, const auto& a, const auto& b) { Note(fmt::format("{:<34} {:>9} {:>9}", what, a, b)); };
+    const auto line = [](char const* what, const auto& a, const auto& b) {
+        Note(fmt::format("{:<34} {:>9} {:>9}", what, a, b));
+    };
     line("", "first", "second");
     for (const auto& [name, label, field] : FigureNames) line(label, first.total.*field, second.total.*field);
     line("distinct keys", first.distinctKeys, second.distinctKeys);
@@ -312,13 +326,16 @@ inline void PrintComparison(const ForecastReport& first, const ForecastReport& s
     std::vector<const decltype(keys)::value_type*> differing;
     for (const auto& entry : keys)
         if (entry.second[0] != entry.second[1]) differing.push_back(&entry);
-    const auto gap = [](const auto* entry) { return std::max(entry->second[0], entry->second[1]) - std::min(entry->second[0], entry->second[1]); };
+    const auto gap = [](const auto* entry) {
+        return std::max(entry->second[0], entry->second[1]) - std::min(entry->second[0], entry->second[1]);
+    };
     std::stable_sort(differing.begin(), differing.end(), [&](const auto* x, const auto* y) { return gap(x) > gap(y); });
     differing.resize(std::min(differing.size(), rows));
     Note("keys whose reported events differ most (first, second):");
     for (const auto* entry : differing) {
         const auto& [key, reported] = *entry;
-        Note(fmt::format("{:>9} {:>9}  {} {}", reported[0], reported[1], key.first ? "shell" : "step ", Shortened(key.second)));
+        Note(fmt::format("{:>9} {:>9}  {} {}", reported[0], reported[1], key.first ? "shell" : "step ",
+                         Shortened(key.second)));
     }
 }
 

@@ -67,7 +67,8 @@ public:
             try {
                 m_source = opener(m_procfs);
             } catch (const std::runtime_error& error) {
-                if (options.source == kind) throw std::runtime_error(fmt::format("--source {}: {}", name, error.what()));
+                if (options.source == kind)
+                    throw std::runtime_error(fmt::format("--source {}: {}", name, error.what()));
                 unavailable += fmt::format("{}{} unavailable: {}", unavailable.empty() ? "" : "; ", what, error.what());
             }
         };
@@ -91,7 +92,8 @@ public:
         while (!signals.StopRequested() && (!deadline || Clock::now() < *deadline)) {
             const auto wait = std::clamp<Clock::duration>(deadline ? *deadline - Clock::now() : Interval, {}, Interval);
             if (m_source)
-                m_source->Receive(static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(wait).count()), tracker);
+                m_source->Receive(static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(wait).count()),
+                                  tracker);
             else if (!signals.SleepUntil(Clock::now() + wait))
                 tracker.Reconcile();
         }

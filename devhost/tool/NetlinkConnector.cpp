@@ -48,7 +48,8 @@ public:
             (void)::setsockopt(m_socket, SOL_SOCKET, SO_RCVBUF, &ReceiveBufferBytes, sizeof ReceiveBufferBytes);
         // nl_pid 0: the kernel picks a unique port.
         sockaddr_nl address{.nl_family = AF_NETLINK, .nl_pad = 0, .nl_pid = 0, .nl_groups = CN_IDX_PROC};
-        if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) throw SystemFailure("netlink bind");
+        if (::bind(m_socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+            throw SystemFailure("netlink bind");
         if (!Send(PROC_CN_MCAST_LISTEN)) throw SystemFailure("netlink subscribe");
 
         const pid_t child = ::fork();
@@ -57,10 +58,12 @@ public:
         bool seen = false;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
         while (!seen && std::chrono::steady_clock::now() < deadline)
-            Drain(100, [&](std::uint32_t, std::uint64_t pid) { seen = seen || pid == static_cast<std::uint64_t>(child); });
+            Drain(100,
+                  [&](std::uint32_t, std::uint64_t pid) { seen = seen || pid == static_cast<std::uint64_t>(child); });
         while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
         if (!seen)
-            throw std::runtime_error("the process connector sent no events (another network namespace, or not allowed to listen)");
+            throw std::runtime_error(
+                "the process connector sent no events (another network namespace, or not allowed to listen)");
     }
 
     ~NetlinkSource() override {
@@ -71,7 +74,8 @@ public:
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
         Drain(timeoutMs, [&](std::uint32_t what, std::uint64_t pid) {
             if (what == ExitEvent) return tracker.OnExit(pid);
-            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid)) return tracker.OnExec(std::move(*record));
+            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid))
+                return tracker.OnExec(std::move(*record));
             ++m_missed;
         });
     }
@@ -125,6 +129,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<KernelSource> OpenNetlinkSource(const ProcFs& procfs) { return std::make_unique<NetlinkSource>(procfs); }
+std::unique_ptr<KernelSource> OpenNetlinkSource(const ProcFs& procfs) {
+    return std::make_unique<NetlinkSource>(procfs);
+}
 
 }  // namespace KALVO::DevHost::Tool

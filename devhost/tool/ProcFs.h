@@ -42,9 +42,11 @@ public:
     // /proc is not there to read.
     ProcFs() {
         std::istringstream(ReadFile("/proc/sys/kernel/random/boot_id")) >> m_bootId;
-        if (m_bootId.empty()) throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
+        if (m_bootId.empty())
+            throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
         m_bootTime = NumberAfter(ReadFile("/proc/stat"), "\nbtime ").value_or(0);
-        if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0) m_nsPerTick = 1'000'000'000 / static_cast<std::uint64_t>(ticks);
+        if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0)
+            m_nsPerTick = 1'000'000'000 / static_cast<std::uint64_t>(ticks);
     }
 
     // The pids of every process now running (not of threads), ascending as /proc lists them.
@@ -52,7 +54,8 @@ public:
         std::vector<std::uint64_t> pids;
         for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
             // Only digits: a pid, never empty nor larger than the kernel's pid limit.
-            if (const std::string name = entry.path().filename(); name.find_first_not_of("0123456789") == std::string::npos)
+            if (const std::string name = entry.path().filename();
+                name.find_first_not_of("0123456789") == std::string::npos)
                 pids.push_back(std::stoull(name));
         }
         return pids;
@@ -73,7 +76,9 @@ public:
                         &parent, &flags, &start) != 4)
             return std::nullopt;
         constexpr unsigned KernelThreadFlag = 0x00200000;  // PF_KTHREAD in the flags field
-        return ProcStat{.parentPid = parent, .startTicks = start, .uid = ProcessUid(m_bootId, pid, start),
+        return ProcStat{.parentPid = parent,
+                        .startTicks = start,
+                        .uid = ProcessUid(m_bootId, pid, start),
                         .runsProgram = (flags & KernelThreadFlag) == 0 && state != 'Z' && state != 'X'};
     }
 
@@ -103,14 +108,21 @@ public:
 
     // A record from what the kernel said of a process (its start in nanoseconds after boot),
     // without reading /proc: the uid, the user's name and the start time (no path nor command line).
-    ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs, std::optional<std::uint64_t> userId) const {
+    ProcessRecord Record(std::uint64_t pid, std::uint64_t parentPid, std::uint64_t startNs,
+                         std::optional<std::uint64_t> userId) const {
         // The kernel turns start_boottime into the clock ticks of /proc/PID/stat the same way.
-        return ProcessRecord{.pid = pid, .parentPid = parentPid, .uid = ProcessUid(m_bootId, pid, startNs / m_nsPerTick),
-                             .userId = userId, .user = userId ? UserName(*userId) : "", .startTime = m_bootTime + startNs / 1'000'000'000};
+        return ProcessRecord{.pid = pid,
+                             .parentPid = parentPid,
+                             .uid = ProcessUid(m_bootId, pid, startNs / m_nsPerTick),
+                             .userId = userId,
+                             .user = userId ? UserName(*userId) : "",
+                             .startTime = m_bootTime + startNs / 1'000'000'000};
     }
 
 private:
-    static std::string ProcPath(std::uint64_t pid, char const* leaf) { return "/proc/" + std::to_string(pid) + "/" + leaf; }
+    static std::string ProcPath(std::uint64_t pid, char const* leaf) {
+        return "/proc/" + std::to_string(pid) + "/" + leaf;
+    }
 
     // The whole file, empty when it cannot be read. /proc files report a size of 0, so they are
     // read until the end.
@@ -138,8 +150,8 @@ private:
     }
 
     std::string m_bootId;
-    std::uint64_t m_bootTime = 0;  // seconds since the epoch
-    std::uint64_t m_nsPerTick = 10'000'000;  // a clock tick of /proc/PID/stat
+    std::uint64_t m_bootTime = 0;                                    // seconds since the epoch
+    std::uint64_t m_nsPerTick = 10'000'000;                          // a clock tick of /proc/PID/stat
     mutable std::unordered_map<std::uint64_t, std::string> m_users;  // names by user id, as looked up
 };
 

@@ -112,7 +112,8 @@ private:
         std::optional<ProcessRecord> parent;
         if (kind == EventKind::Create) parent = ParentRecord(process.parentPid);
         const auto now = std::chrono::system_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
-        m_sink.Deliver(TraceEvent{kind, std::move(process), std::move(parent), std::move(command), static_cast<std::uint64_t>(now)});
+        m_sink.Deliver(TraceEvent{kind, std::move(process), std::move(parent), std::move(command),
+                                  static_cast<std::uint64_t>(now)});
     }
 
     const ProcFs& m_procfs;

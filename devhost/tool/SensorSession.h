@@ -49,8 +49,9 @@ namespace KALVO::DevHost::Tool {
 namespace fs = std::filesystem;
 
 // The observation type ids of the sensor's three reports, in m_reported's order.
-inline constexpr std::string_view ReportTypes[] = {"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f", "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
-                                            "79c21e2a-95c3-48b3-9af6-c5327b6b5c73"};
+inline constexpr std::string_view ReportTypes[] = {"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f",
+                                                   "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
+                                                   "79c21e2a-95c3-48b3-9af6-c5327b6b5c73"};
 
 // The sensor library next to the program (an installed pair), else the one built together
 // with it (a build tree).
@@ -71,8 +72,10 @@ inline std::string DefaultPluginPath() {
 inline std::string StoragePath(const ToolOptions& options) {
     if (!options.stateDir && options.command != Command::Live) return HostStorage::InMemory;
     char const* home = std::getenv("HOME");
-    if (!options.stateDir && !(home && *home)) throw std::runtime_error("no state directory: HOME is not set; give one with --state DIR");
-    const std::string directory = options.stateDir ? *options.stateDir : std::string(home) + "/.local/state/kalvo-devhost";
+    if (!options.stateDir && !(home && *home))
+        throw std::runtime_error("no state directory: HOME is not set; give one with --state DIR");
+    const std::string directory =
+        options.stateDir ? *options.stateDir : std::string(home) + "/.local/state/kalvo-devhost";
     std::error_code error;
     fs::create_directories(directory, error);
     // Also fails, naming why, when the path is there but not a directory.
@@ -85,7 +88,9 @@ inline std::string StoragePath(const ToolOptions& options) {
 // The file's text once checked to be a JSON object (a UTF-8 byte-order mark allowed). Throws
 // std::runtime_error with a one-line message naming the file and the fault.
 inline std::string ReadConfigurationFile(const std::string& path) {
-    const auto fault = [&](const std::string& why) { return std::runtime_error("cannot read configuration " + path + ": " + why); };
+    const auto fault = [&](const std::string& why) {
+        return std::runtime_error("cannot read configuration " + path + ": " + why);
+    };
     std::error_code error;
     if (fs::is_directory(path, error)) throw fault("it is a directory");
     std::ifstream file(path, std::ios::binary);
@@ -99,7 +104,8 @@ inline std::string ReadConfigurationFile(const std::string& path) {
     document.Parse<EIL::RJ::kParseIterativeFlag>(json.data(), json.size());
     if (document.HasParseError())
         throw std::runtime_error(fmt::format("configuration {} is not JSON: {} (offset {})", path,
-                                             EIL::RJ::GetParseError_En(document.GetParseError()), document.GetErrorOffset()));
+                                             EIL::RJ::GetParseError_En(document.GetParseError()),
+                                             document.GetErrorOffset()));
     if (!document.IsObject()) throw std::runtime_error("configuration " + path + " is not a JSON object");
     return text;
 }
@@ -156,16 +162,19 @@ public:
         m_host->Reports().SetRetention(false);
         m_host->Filter().SetRetention(false);
         m_host->Reports().SetListener([this](const EventRecord& event) {
-            const auto* type = std::find(std::begin(ReportTypes), std::end(ReportTypes),
-                                         event.observations.empty() ? std::string_view() : event.observations.front().typeId);
-            if (type != std::end(ReportTypes)) m_reported[type - std::begin(ReportTypes)].fetch_add(1, std::memory_order_relaxed);
+            const auto* type =
+                std::find(std::begin(ReportTypes), std::end(ReportTypes),
+                          event.observations.empty() ? std::string_view() : event.observations.front().typeId);
+            if (type != std::end(ReportTypes))
+                m_reported[type - std::begin(ReportTypes)].fetch_add(1, std::memory_order_relaxed);
             if (m_events) m_events->Write(RenderEventJson(event));
         });
         for (const FaultRule& rule : m_options.faults) m_host->Faults().Apply(rule);
         m_plugin = std::make_unique<Plugin>(m_pluginPath, m_host->Root());
         const Result::Code code = m_plugin->Package()->Start(nullptr, 0);
         if (code != Result::Success)
-            throw std::runtime_error(fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
+            throw std::runtime_error(
+                fmt::format("the sensor's Start failed with code {} (its log lines above say why)", code));
         m_stamp = StampOf(m_config);
         m_signals = &signals;
         signals.SetReloadHandler([this](bool signalled) { Reload(signalled); });
@@ -184,12 +193,12 @@ public:
         MonitorRegistration& monitors = m_host->Monitors();
         const auto process = m_host->MakeProcess(event.process);
         switch (event.kind) {
-            case EventKind::Create:
-                monitors.DeliverProcessCreate(process, m_host->MakeProcess(event.parent.value_or(ProcessRecord{})));
-                break;
-            case EventKind::Exists: monitors.DeliverProcessExists(process); break;
-            case EventKind::Terminate: monitors.DeliverProcessTerminate(process); break;
-            case EventKind::Shell: monitors.DeliverShellCommand(process, event.command); break;
+        case EventKind::Create:
+            monitors.DeliverProcessCreate(process, m_host->MakeProcess(event.parent.value_or(ProcessRecord{})));
+            break;
+        case EventKind::Exists: monitors.DeliverProcessExists(process); break;
+        case EventKind::Terminate: monitors.DeliverProcessTerminate(process); break;
+        case EventKind::Shell: monitors.DeliverShellCommand(process, event.command); break;
         }
         m_delivered[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
     }
@@ -203,15 +212,16 @@ public:
     void PrintSummary() const {
         const auto [create, exists, terminate, shell] = Snapshot(m_delivered);
         const auto [created, existing, shells] = Snapshot(m_reported);
-        Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
-                         exists, terminate, shell));
+        Note(fmt::format("delivered {} events: create {}, exists {}, terminate {}, shell {}",
+                         create + exists + terminate + shell, create, exists, terminate, shell));
         // Terminations are never reported: what the sensor held back is counted among the rest.
         const std::uint64_t reportable = create + exists + shell;
         const std::uint64_t filtered = m_host->Filter().Suppressed();
         const std::uint64_t all = m_host->Reports().EventCount();
-        Note(fmt::format("of {} reportable (create, exists, shell): filtered {}, suppressed {}, reported {} (created {}, exists {}, "
-                         "shell {})",
-                         reportable, filtered, reportable - std::min(reportable, filtered + all), all, created, existing, shells));
+        Note(fmt::format(
+            "of {} reportable (create, exists, shell): filtered {}, suppressed {}, reported {} (created {}, exists {}, "
+            "shell {})",
+            reportable, filtered, reportable - std::min(reportable, filtered + all), all, created, existing, shells));
     }
 
 private:
@@ -224,9 +234,11 @@ private:
         try {
             if (m_config) m_host->Config().SetText(ReadConfigurationFile(*m_config));
             static constexpr std::string_view context = R"({"reason":"configuration"})";
-            const Result::Code code = m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
+            const Result::Code code =
+                m_plugin->Package()->Synchronize(context.data(), static_cast<unsigned long>(context.size()));
             m_reconfigurations.fetch_add(1, std::memory_order_release);
-            Note(fmt::format("configuration {} served again; Synchronize answered {}", m_config.value_or("(none)"), code));
+            Note(fmt::format("configuration {} served again; Synchronize answered {}", m_config.value_or("(none)"),
+                             code));
         } catch (const std::exception& error) {
             Warn(std::string(error.what()) + "; the sensor keeps its configuration");
         }
@@ -236,7 +248,7 @@ private:
     LineOutput* m_events;
     std::optional<std::string> m_config;  // the configuration file
     std::string m_pluginPath;
-    HostOptions m_hostOptions;  // until Start builds the host
+    HostOptions m_hostOptions;     // until Start builds the host
     std::unique_ptr<Host> m_host;  // owned with the plug-in, so a session is never copied
     std::unique_ptr<Plugin> m_plugin;
     // Start, Stop and the destructor run on one thread, and reloads (on the signal thread)

@@ -68,7 +68,8 @@ private:
             const int signal = ::sigtimedwait(&m_signals, nullptr, &timeout);
             if (signal == SIGINT || signal == SIGTERM) {
                 if (StopRequested()) {
-                    static constexpr char message[] = "kalvo-devhost: second signal: exiting without stopping the sensor\n";
+                    static constexpr char message[] =
+                        "kalvo-devhost: second signal: exiting without stopping the sensor\n";
                     (void)!::write(STDERR_FILENO, message, sizeof message - 1);
                     ::_exit(128 + signal);
                 }

@@ -2,8 +2,8 @@
 // a mistake costs the user one clear line instead of a half-started sensor.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <charconv>
 #include <cstdint>
@@ -58,7 +58,8 @@ template <class T>
 std::optional<T> Whole(std::string_view text, T low, T high) {
     T value{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (text.empty() || error != std::errc() || end != text.data() + text.size() || value < low || value > high) return std::nullopt;
+    if (text.empty() || error != std::errc() || end != text.data() + text.size() || value < low || value > high)
+        return std::nullopt;
     return value;
 }
 
@@ -87,24 +88,31 @@ inline ToolOptions ParseToolOptions(int argc, char const* const* argv) {
         return value.empty() ? "the directory name is empty" : "";
     });
     AddChecked(app, "--log-level", "error, warn, info, trace or a number 0-7", [&](const std::string& text) {
-        const std::map<std::string, Severity> names = {
-            {"error", Severity::Error}, {"warn", Severity::Warn}, {"warning", Severity::Warn}, {"info", Severity::Info}, {"trace", Severity::Trace}};
+        const std::map<std::string, Severity> names = {{"error", Severity::Error},
+                                                       {"warn", Severity::Warn},
+                                                       {"warning", Severity::Warn},
+                                                       {"info", Severity::Info},
+                                                       {"trace", Severity::Trace}};
         const auto named = names.find(text);
-        const auto level = named != names.end() ? static_cast<std::uint32_t>(named->second) : Whole<std::uint32_t>(text, 0, 7);
+        const auto level =
+            named != names.end() ? static_cast<std::uint32_t>(named->second) : Whole<std::uint32_t>(text, 0, 7);
         options.logThreshold = level.value_or(options.logThreshold);
         return level.has_value();
     });
-    app.add_option_function<std::string>("--fail", [&](const std::string& rule) {
-        try {
-            options.faults.push_back(ParseFaultRule(rule));
-        } catch (const std::invalid_argument& error) {
-            throw CLI::ValidationError("--fail " + rule, error.what());
-        }
-    })->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->expected(1);
+    app.add_option_function<std::string>("--fail",
+                                         [&](const std::string& rule) {
+                                             try {
+                                                 options.faults.push_back(ParseFaultRule(rule));
+                                             } catch (const std::invalid_argument& error) {
+                                                 throw CLI::ValidationError("--fail " + rule, error.what());
+                                             }
+                                         })
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->expected(1);
 
     // In Command's order.
-    CLI::App* const commands[] = {app.add_subcommand("live"), app.add_subcommand("record"), app.add_subcommand("replay"),
-                                  app.add_subcommand("health")};
+    CLI::App* const commands[] = {app.add_subcommand("live"), app.add_subcommand("record"),
+                                  app.add_subcommand("replay"), app.add_subcommand("health")};
     CLI::App *live = commands[0], *record = commands[1], *replay = commands[2];
     for (CLI::App* machine : {live, record}) {
         AddChecked(*machine, "--duration", "a positive number of seconds", [&](const std::string& text) {
@@ -133,10 +141,13 @@ inline ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     replay->add_option("--compare", options.compare);
     for (CLI::App* sensor : {live, replay}) {
         // The count is optional: "--keys 5", "--keys=5" or "--keys" alone (the default rows).
-        AddChecked(*sensor, "--keys", fmt::format("a number from 1 to {}", KeyCapacity), [&](const std::string& text) {
-            options.keys = text.empty() ? DefaultKeyRows : Whole<std::size_t>(text, 1, KeyCapacity);
-            return options.keys.has_value();
-        })->expected(0, 1)->default_str("");
+        AddChecked(*sensor, "--keys", fmt::format("a number from 1 to {}", KeyCapacity),
+                   [&](const std::string& text) {
+                       options.keys = text.empty() ? DefaultKeyRows : Whole<std::size_t>(text, 1, KeyCapacity);
+                       return options.keys.has_value();
+                   })
+            ->expected(0, 1)
+            ->default_str("");
         sensor->add_option("--keys-json", options.keysJson);
     }
 
@@ -149,7 +160,8 @@ inline ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     if (help) return options;
     for (std::size_t index = 0; index < std::size(commands); ++index)
         if (commands[index]->parsed()) options.command = static_cast<Command>(index);
-    if (options.command == Command::Help) throw UsageError("no command given: live, record, replay or health (see --help)");
+    if (options.command == Command::Help)
+        throw UsageError("no command given: live, record, replay or health (see --help)");
     if (options.command == Command::Record) {
         for (char const* name : {"--plugin", "--config", "--state", "--log-level", "--fail"})
             if (app.count(name) != 0) Warn(fmt::format("{} has no effect on record, which runs no sensor", name));

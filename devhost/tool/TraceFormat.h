@@ -75,7 +75,8 @@ inline std::string FormatTraceLine(const TraceEvent& event) {
     writer.StartObject();
     writer.Key("kind"), WriteJsonText(writer, TraceKindNames[static_cast<std::size_t>(event.kind)]);
     writer.Key("process"), WriteProcess(writer, event.process);
-    if (event.kind == EventKind::Create) writer.Key("parent"), WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
+    if (event.kind == EventKind::Create)
+        writer.Key("parent"), WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
     if (event.kind == EventKind::Shell) writer.Key("command"), WriteJsonText(writer, event.command);
     if (event.time) writer.Key("time"), writer.Uint64(*event.time);
     writer.EndObject();
@@ -86,7 +87,8 @@ inline std::string FormatTraceLine(const TraceEvent& event) {
 // (or null, where `nullable`), else a value of type T (std::uint64_t or std::string), else
 // std::invalid_argument.
 template <class T>
-std::optional<T> MemberOf(const EIL::RJ::Value& object, std::string_view owner, char const* name, bool nullable = false) {
+std::optional<T> MemberOf(const EIL::RJ::Value& object, std::string_view owner, char const* name,
+                          bool nullable = false) {
     const auto member = object.FindMember(name);
     if (member == object.MemberEnd() || (nullable && member->value.IsNull())) return std::nullopt;
     const EIL::RJ::Value& value = member->value;
@@ -97,7 +99,9 @@ std::optional<T> MemberOf(const EIL::RJ::Value& object, std::string_view owner, 
         return value.GetUint64();
     }
     throw std::invalid_argument(fmt::format("{}\"{}\" is not {}", owner, name,
-                                            !text ? "an unsigned integer" : nullable ? "a string or null" : "a string"));
+                                            !text      ? "an unsigned integer"
+                                            : nullable ? "a string or null"
+                                                       : "a string"));
 }
 
 inline ProcessRecord ReadProcess(const EIL::RJ::Value& document, char const* name) {
@@ -124,15 +128,18 @@ inline TraceEvent ParseTraceLine(std::string_view line) {
     EIL::RJ::Document document;
     document.Parse<EIL::RJ::kParseIterativeFlag>(line.data(), line.size());
     if (document.HasParseError())
-        throw std::invalid_argument(fmt::format("not JSON: {} (column {})", EIL::RJ::GetParseError_En(document.GetParseError()),
+        throw std::invalid_argument(fmt::format("not JSON: {} (column {})",
+                                                EIL::RJ::GetParseError_En(document.GetParseError()),
                                                 document.GetErrorOffset() + 1));
     if (!document.IsObject()) throw std::invalid_argument("not a JSON object");
     const std::optional<std::string> kindName = MemberOf<std::string>(document, {}, "kind");
     if (!kindName) throw std::invalid_argument("\"kind\" is missing");
     const auto* kind = std::find(std::begin(TraceKindNames), std::end(TraceKindNames), *kindName);
-    if (kind == std::end(TraceKindNames)) throw std::invalid_argument("unknown \"kind\" (create, exists, terminate or shell)");
+    if (kind == std::end(TraceKindNames))
+        throw std::invalid_argument("unknown \"kind\" (create, exists, terminate or shell)");
 
-    TraceEvent event{.kind = static_cast<EventKind>(kind - std::begin(TraceKindNames)), .process = ReadProcess(document, "process")};
+    TraceEvent event{.kind = static_cast<EventKind>(kind - std::begin(TraceKindNames)),
+                     .process = ReadProcess(document, "process")};
     if (event.kind == EventKind::Create) event.parent = ReadProcess(document, "parent");
     if (event.kind == EventKind::Shell) {
         std::optional<std::string> command = MemberOf<std::string>(document, {}, "command");
@@ -173,7 +180,8 @@ inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink
     if (fd < 0) throw std::runtime_error("cannot read trace " + path + ": " + std::strerror(errno));
     const auto closer = EIL::Core::MakeScopeExit([fd] { ::close(fd); });
     struct stat status {};
-    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) throw std::runtime_error("cannot read trace " + path + ": it is a directory");
+    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode))
+        throw std::runtime_error("cannot read trace " + path + ": it is a directory");
 
     // Every thread reads its next event itself, under the lock, and delivers it outside; the
     // first failure stops them all and is thrown once they are joined.

@@ -78,8 +78,10 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
 }
 
 int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
-    const int fd = options.output ? ::open(options.output->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : STDOUT_FILENO;
-    if (fd < 0) throw std::runtime_error(fmt::format("cannot write trace {}: {}", *options.output, std::strerror(errno)));
+    const int fd = options.output ? ::open(options.output->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)
+                                  : STDOUT_FILENO;
+    if (fd < 0)
+        throw std::runtime_error(fmt::format("cannot write trace {}: {}", *options.output, std::strerror(errno)));
     const auto closer = EIL::Core::MakeScopeExit([fd] {
         if (fd != STDOUT_FILENO) ::close(fd);
     });
@@ -91,21 +93,23 @@ int RunRecord(const ToolOptions& options, SignalWatcher& signals) {
 
     source.NoteStatistics();
     const auto [create, exists, terminate, shell] = Snapshot(writer.written);
-    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}", create + exists + terminate + shell, create,
-                     exists, terminate, shell));
+    Note(fmt::format("recorded {} events: create {}, exists {}, terminate {}, shell {}",
+                     create + exists + terminate + shell, create, exists, terminate, shell));
     return lines.Failed() && options.output ? 1 : 0;
 }
 
 int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
-    if (options.compare && options.trace == "-") throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
+    if (options.compare && options.trace == "-")
+        throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
     LineOutput events(STDOUT_FILENO, &signals);
 
     const auto replay = [&](const std::optional<std::string>& config) {
         // Both runs of a comparison show their forecasts only; their reports would interleave.
         SensorSession session(options, config, options.compare ? nullptr : &events);
         std::uint64_t skipped = 0;
-        std::optional<ForecastReport> report = RunSensor(
-            options, session, signals, [&](EventSink& sink) { skipped = Replay(options.trace, options.threads, sink, signals); });
+        std::optional<ForecastReport> report = RunSensor(options, session, signals, [&](EventSink& sink) {
+            skipped = Replay(options.trace, options.threads, sink, signals);
+        });
         if (config) Note("configuration " + *config + ":");
         if (skipped != 0) Note(fmt::format("skipped {} malformed line(s) of the trace", skipped));
         session.PrintSummary();

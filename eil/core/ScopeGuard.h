@@ -32,9 +32,7 @@ public:
     }
 
     BasicScope(BasicScope&& other) noexcept
-        : m_fn(std::move(other.m_fn)),
-          m_uncaught(other.m_uncaught),
-          m_active(std::exchange(other.m_active, false)) {}
+        : m_fn(std::move(other.m_fn)), m_uncaught(other.m_uncaught), m_active(std::exchange(other.m_active, false)) {}
 
     BasicScope(const BasicScope&) = delete;
     BasicScope& operator=(const BasicScope&) = delete;

@@ -44,23 +44,23 @@ Json::Json(ArrayType elements) : m_value(std::in_place_type<ArrayType>, std::mov
 
 Json::Json(Type type) {
     switch (type) {
-        case Type::Null: break;
-        case Type::Object: m_value.emplace<ObjectType>(); break;
-        case Type::Array: m_value.emplace<ArrayType>(); break;
-        case Type::Bool: m_value.emplace<bool>(false); break;
-        case Type::Int64: m_value.emplace<std::int64_t>(0); break;
-        case Type::UInt64: m_value.emplace<std::uint64_t>(0); break;
-        case Type::Double: m_value.emplace<double>(0.0); break;
-        case Type::String: m_value.emplace<std::string>(); break;
-        default: throw std::invalid_argument("type");
+    case Type::Null: break;
+    case Type::Object: m_value.emplace<ObjectType>(); break;
+    case Type::Array: m_value.emplace<ArrayType>(); break;
+    case Type::Bool: m_value.emplace<bool>(false); break;
+    case Type::Int64: m_value.emplace<std::int64_t>(0); break;
+    case Type::UInt64: m_value.emplace<std::uint64_t>(0); break;
+    case Type::Double: m_value.emplace<double>(0.0); break;
+    case Type::String: m_value.emplace<std::string>(); break;
+    default: throw std::invalid_argument("type");
     }
 }
 
 Json::Json(EmptyCopyTag, const Json& other) {
     switch (other.GetType()) {
-        case Type::Object: m_value.emplace<ObjectType>(); break;
-        case Type::Array: m_value.emplace<ArrayType>(); break;
-        default: m_value = other.m_value; break;  // a scalar: nothing below it to copy
+    case Type::Object: m_value.emplace<ObjectType>(); break;
+    case Type::Array: m_value.emplace<ArrayType>(); break;
+    default: m_value = other.m_value; break;  // a scalar: nothing below it to copy
     }
 }
 
@@ -158,7 +158,8 @@ Json& Json::operator=(const Json& other) {
 Json& Json::operator=(Json&& other) {
     if (this == &other) return *this;
     // Only a node with children can be an ancestor; the common case of a leaf costs no walk.
-    for (const Json* ancestor = other.HasChildren() ? m_parent : nullptr; ancestor != nullptr; ancestor = ancestor->m_parent) {
+    for (const Json* ancestor = other.HasChildren() ? m_parent : nullptr; ancestor != nullptr;
+         ancestor = ancestor->m_parent) {
         // Moving an ancestor's value into its own descendant would make the node contain itself.
         if (ancestor == &other) return *this = static_cast<const Json&>(other);
     }
@@ -291,22 +292,20 @@ std::string Json::GetPath() const {
     std::vector<std::string> components;  // from this node up
     for (const Json* node = this; node->m_parent != nullptr; node = node->m_parent) {
         switch (node->m_parent->GetType()) {
-            case Type::Object:
-                for (const auto& [name, member] : node->m_parent->Get<ObjectType>()) {
-                    if (&member == node) {
-                        components.push_back(EscapeToken(name));
-                        break;
-                    }
+        case Type::Object:
+            for (const auto& [name, member] : node->m_parent->Get<ObjectType>()) {
+                if (&member == node) {
+                    components.push_back(EscapeToken(name));
+                    break;
                 }
-                break;
-            case Type::Array:
-                try {
-                    components.push_back(std::to_string(node->GetIndex()));
-                } catch (const std::runtime_error&) {
-                    // not found in its parent: no component for this level
-                }
-                break;
-            default: return {};
+            }
+            break;
+        case Type::Array: try { components.push_back(std::to_string(node->GetIndex()));
+            } catch (const std::runtime_error&) {
+                // not found in its parent: no component for this level
+            }
+            break;
+        default: return {};
         }
     }
     std::string path = "/";
@@ -341,29 +340,39 @@ bool Json::operator==(const Json& other) const {
         pending.pop_back();
         if (left->m_value.index() != right->m_value.index()) return false;
         switch (left->GetType()) {
-            case Type::Null: break;
-            case Type::Object: {
-                const auto& a = left->Get<ObjectType>();
-                const auto& b = right->Get<ObjectType>();
-                if (a.size() != b.size()) return false;
-                for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j) {
-                    if (i->first != j->first) return false;
-                    pending.emplace_back(&i->second, &j->second);
-                }
-                break;
+        case Type::Null: break;
+        case Type::Object: {
+            const auto& a = left->Get<ObjectType>();
+            const auto& b = right->Get<ObjectType>();
+            if (a.size() != b.size()) return false;
+            for (auto i = a.begin(), j = b.begin(); i != a.end(); ++i, ++j) {
+                if (i->first != j->first) return false;
+                pending.emplace_back(&i->second, &j->second);
             }
-            case Type::Array: {
-                const auto& a = left->Get<ArrayType>();
-                const auto& b = right->Get<ArrayType>();
-                if (a.size() != b.size()) return false;
-                for (std::size_t i = 0; i < a.size(); ++i) pending.emplace_back(&a[i], &b[i]);
-                break;
-            }
-            case Type::Bool: if (left->Get<bool>() != right->Get<bool>()) return false; break;
-            case Type::Int64: if (left->Get<std::int64_t>() != right->Get<std::int64_t>()) return false; break;
-            case Type::UInt64: if (left->Get<std::uint64_t>() != right->Get<std::uint64_t>()) return false; break;
-            case Type::Double: if (left->Get<double>() != right->Get<double>()) return false; break;
-            case Type::String: if (left->Get<std::string>() != right->Get<std::string>()) return false; break;
+            break;
+        }
+        case Type::Array: {
+            const auto& a = left->Get<ArrayType>();
+            const auto& b = right->Get<ArrayType>();
+            if (a.size() != b.size()) return false;
+            for (std::size_t i = 0; i < a.size(); ++i) pending.emplace_back(&a[i], &b[i]);
+            break;
+        }
+        case Type::Bool:
+            if (left->Get<bool>() != right->Get<bool>()) return false;
+            break;
+        case Type::Int64:
+            if (left->Get<std::int64_t>() != right->Get<std::int64_t>()) return false;
+            break;
+        case Type::UInt64:
+            if (left->Get<std::uint64_t>() != right->Get<std::uint64_t>()) return false;
+            break;
+        case Type::Double:
+            if (left->Get<double>() != right->Get<double>()) return false;
+            break;
+        case Type::String:
+            if (left->Get<std::string>() != right->Get<std::string>()) return false;
+            break;
         }
     }
     return true;
@@ -389,7 +398,8 @@ Json::operator wchar_t() const {
         value != nullptr && *value <= static_cast<std::uint64_t>(std::numeric_limits<wchar_t>::max()))
         return static_cast<wchar_t>(*value);
     if (const auto* value = std::get_if<std::int64_t>(&m_value); value != nullptr &&
-        *value >= std::numeric_limits<wchar_t>::min() && *value <= std::numeric_limits<wchar_t>::max())
+                                                                 *value >= std::numeric_limits<wchar_t>::min() &&
+                                                                 *value <= std::numeric_limits<wchar_t>::max())
         return static_cast<wchar_t>(*value);
     IncompatibleType();
 }
@@ -446,40 +456,41 @@ template <class Writer>
 void WriteTree(const Json& root, Writer& writer) {
     struct Open {
         const Json* node;
-        std::size_t next;                               // arrays: the next element
+        std::size_t next;                             // arrays: the next element
         Json::ObjectType::const_iterator nextMember;  // objects: the next member
     };
     std::vector<Open> open;
     bool written = true;
     const auto size = [](const std::string& text) {
-        if (text.size() > std::numeric_limits<RJ::SizeType>::max()) throw std::length_error("text too long for the writer");
+        if (text.size() > std::numeric_limits<RJ::SizeType>::max())
+            throw std::length_error("text too long for the writer");
         return static_cast<RJ::SizeType>(text.size());
     };
     // Writes a scalar, or starts a container and leaves it open.
     const auto start = [&](const Json& node) {
         switch (node.GetType()) {
-            case Type::Null: written = writer.Null(); break;
-            case Type::Object:
-                written = writer.StartObject();
-                open.push_back({&node, 0, node.Get<Json::ObjectType>().begin()});
-                break;
-            case Type::Array:
-                written = writer.StartArray();
-                open.push_back({&node, 0, {}});
-                break;
-            case Type::Bool: written = writer.Bool(node.Get<bool>()); break;
-            case Type::Int64: written = writer.Int64(node.Get<std::int64_t>()); break;
-            case Type::UInt64: written = writer.Uint64(node.Get<std::uint64_t>()); break;
-            case Type::Double: {
-                const double value = node.Get<double>();
-                written = std::isfinite(value) ? writer.Double(value) : writer.Null();
-                break;
-            }
-            case Type::String: {
-                const auto& text = node.Get<std::string>();
-                written = writer.String(text.data(), size(text));
-                break;
-            }
+        case Type::Null: written = writer.Null(); break;
+        case Type::Object:
+            written = writer.StartObject();
+            open.push_back({&node, 0, node.Get<Json::ObjectType>().begin()});
+            break;
+        case Type::Array:
+            written = writer.StartArray();
+            open.push_back({&node, 0, {}});
+            break;
+        case Type::Bool: written = writer.Bool(node.Get<bool>()); break;
+        case Type::Int64: written = writer.Int64(node.Get<std::int64_t>()); break;
+        case Type::UInt64: written = writer.Uint64(node.Get<std::uint64_t>()); break;
+        case Type::Double: {
+            const double value = node.Get<double>();
+            written = std::isfinite(value) ? writer.Double(value) : writer.Null();
+            break;
+        }
+        case Type::String: {
+            const auto& text = node.Get<std::string>();
+            written = writer.String(text.data(), size(text));
+            break;
+        }
         }
     };
     start(root);

@@ -23,7 +23,16 @@
 namespace KALVO::EIL::Json {
 
 // The type number of a node: the index of its alternative in Json::ValueType.
-enum class Type : std::size_t { Null = 0, Object = 1, Array = 2, Bool = 3, Int64 = 4, UInt64 = 5, Double = 6, String = 7 };
+enum class Type : std::size_t {
+    Null = 0,
+    Object = 1,
+    Array = 2,
+    Bool = 3,
+    Int64 = 4,
+    UInt64 = 5,
+    Double = 6,
+    String = 7
+};
 
 // Deepest nesting of objects and arrays FromString accepts. Deeper texts are refused, so that
 // nothing done with a parsed tree can exhaust a host thread's stack; 512 is far beyond any
@@ -47,7 +56,8 @@ public:
     using ObjectType = std::map<std::string, Json, std::less<>>;
     using ArrayType = std::vector<Json>;
     // The alternatives in the order of Type.
-    using ValueType = std::variant<std::monostate, ObjectType, ArrayType, bool, std::int64_t, std::uint64_t, double, std::string>;
+    using ValueType =
+        std::variant<std::monostate, ObjectType, ArrayType, bool, std::int64_t, std::uint64_t, double, std::string>;
 
     Json() noexcept = default;
     Json(std::nullptr_t) noexcept {}
@@ -56,8 +66,8 @@ public:
     // that FromString stores every non-negative integer as unsigned, so 5 built here and "5"
     // read back are different values for operator==.
     template <class T>
-        requires(std::is_integral_v<T> && !std::is_same_v<T, bool>)
-    Json(T value) noexcept {
+    requires(std::is_integral_v<T> && !std::is_same_v<T, bool>) Json(T value)
+    noexcept {
         if constexpr (std::is_signed_v<T>) {
             m_value.emplace<std::int64_t>(value);
         } else {

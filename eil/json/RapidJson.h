@@ -16,7 +16,6 @@
 #define RAPIDJSON_HAS_STDSTRING 1
 #endif
 
-#include <rapidjson/rapidjson.h>
 #include <rapidjson/document.h>
 #include <rapidjson/encodedstream.h>
 #include <rapidjson/encodings.h>
@@ -24,6 +23,7 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/pointer.h>
 #include <rapidjson/prettywriter.h>
+#include <rapidjson/rapidjson.h>
 #include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -31,4 +31,4 @@
 namespace KALVO::EIL {
 // Short name for the project's private copy of RapidJSON.
 namespace RJ = ::KalvoRapidJson;
-} // namespace KALVO::EIL
+}  // namespace KALVO::EIL

@@ -31,7 +31,8 @@ bool Match(Self* self, Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*&
 }
 
 template <class Self, class First, class... Rest>
-Result::Code Lookup(Self* self, Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out, InterfaceList<First, Rest...>) {
+Result::Code Lookup(Self* self, Agent::Hosting::InterfaceId id, Agent::Hosting::IObject*& out,
+                    InterfaceList<First, Rest...>) {
     Agent::Hosting::IObject* found = nullptr;
     // IObject is answered through the first interface's base, so the answer is unambiguous
     // for classes that implement several IObject-derived interfaces.

@@ -13,7 +13,8 @@ constexpr int NotInAlphabet = -1;
 constexpr std::array<int, 256> MakeDecodeTable() {
     std::array<int, 256> table{};
     table.fill(NotInAlphabet);
-    for (std::size_t i = 0; i < Base64Chars.size(); ++i) table[static_cast<unsigned char>(Base64Chars[i])] = static_cast<int>(i);
+    for (std::size_t i = 0; i < Base64Chars.size(); ++i)
+        table[static_cast<unsigned char>(Base64Chars[i])] = static_cast<int>(i);
     return table;
 }
 
@@ -89,7 +90,9 @@ std::string DecodeOrThrow(std::basic_string_view<Char> text) {
     return out;
 }
 
-const std::uint8_t* Bytes(std::string_view bytes) noexcept { return reinterpret_cast<const std::uint8_t*>(bytes.data()); }
+const std::uint8_t* Bytes(std::string_view bytes) noexcept {
+    return reinterpret_cast<const std::uint8_t*>(bytes.data());
+}
 
 }  // namespace
 

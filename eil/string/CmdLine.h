@@ -36,7 +36,8 @@ CmdLineMap<Char> MapCmdLine(int argc, const Char* const* argv) {
         if (equals != argument.npos) (*current)[position] = argument.substr(equals + 1);
     }
     // The empty name is listed only when values came before the first option.
-    if (const auto unnamed = options.find({}); unnamed != options.end() && unnamed->second.empty()) options.erase(unnamed);
+    if (const auto unnamed = options.find({}); unnamed != options.end() && unnamed->second.empty())
+        options.erase(unnamed);
     return options;
 }
 

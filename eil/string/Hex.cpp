@@ -53,7 +53,9 @@ std::vector<std::uint8_t> DecodeOrThrow(std::basic_string_view<Char> text) {
     return out;
 }
 
-const std::uint8_t* Bytes(std::string_view bytes) noexcept { return reinterpret_cast<const std::uint8_t*>(bytes.data()); }
+const std::uint8_t* Bytes(std::string_view bytes) noexcept {
+    return reinterpret_cast<const std::uint8_t*>(bytes.data());
+}
 
 }  // namespace
 

@@ -32,7 +32,8 @@ std::vector<std::basic_string<Char>> Split(std::basic_string_view<Char> s, std::
 }
 
 template <class Char>
-std::basic_string<Char> Join(const std::vector<std::basic_string<Char>>& parts, std::basic_string_view<Char> separator) {
+std::basic_string<Char> Join(const std::vector<std::basic_string<Char>>& parts,
+                             std::basic_string_view<Char> separator) {
     std::basic_string<Char> out;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         if (i != 0) out.append(separator);

@@ -23,14 +23,16 @@ constexpr std::basic_string_view<Char> Whitespace() noexcept {
 }
 
 template <class Char>
-constexpr std::basic_string_view<Char> LTrim(std::basic_string_view<Char> s, std::basic_string_view<Char> set) noexcept {
+constexpr std::basic_string_view<Char> LTrim(std::basic_string_view<Char> s,
+                                             std::basic_string_view<Char> set) noexcept {
     if (set.empty()) return s;
     const auto first = s.find_first_not_of(set);
     return first == s.npos ? s.substr(s.size()) : s.substr(first);
 }
 
 template <class Char>
-constexpr std::basic_string_view<Char> RTrim(std::basic_string_view<Char> s, std::basic_string_view<Char> set) noexcept {
+constexpr std::basic_string_view<Char> RTrim(std::basic_string_view<Char> s,
+                                             std::basic_string_view<Char> set) noexcept {
     if (set.empty()) return s;
     const auto last = s.find_last_not_of(set);
     return last == s.npos ? s.substr(0, 0) : s.substr(0, last + 1);
@@ -43,9 +45,13 @@ constexpr bool StrIsOneOf(wchar_t c, std::wstring_view set) noexcept { return se
 
 // Without the characters of `set` at the start, the end or both; an empty set changes nothing.
 constexpr std::string_view StrLTrim(std::string_view s, std::string_view set) noexcept { return Detail::LTrim(s, set); }
-constexpr std::wstring_view StrLTrim(std::wstring_view s, std::wstring_view set) noexcept { return Detail::LTrim(s, set); }
+constexpr std::wstring_view StrLTrim(std::wstring_view s, std::wstring_view set) noexcept {
+    return Detail::LTrim(s, set);
+}
 constexpr std::string_view StrRTrim(std::string_view s, std::string_view set) noexcept { return Detail::RTrim(s, set); }
-constexpr std::wstring_view StrRTrim(std::wstring_view s, std::wstring_view set) noexcept { return Detail::RTrim(s, set); }
+constexpr std::wstring_view StrRTrim(std::wstring_view s, std::wstring_view set) noexcept {
+    return Detail::RTrim(s, set);
+}
 constexpr std::string_view StrLRTrim(std::string_view s, std::string_view set) noexcept {
     return Detail::RTrim(Detail::LTrim(s, set), set);
 }
@@ -55,11 +61,17 @@ constexpr std::wstring_view StrLRTrim(std::wstring_view s, std::wstring_view set
 
 // The same with whitespace (see above).
 constexpr std::string_view StrLTrim(std::string_view s) noexcept { return StrLTrim(s, Detail::Whitespace<char>()); }
-constexpr std::wstring_view StrLTrim(std::wstring_view s) noexcept { return StrLTrim(s, Detail::Whitespace<wchar_t>()); }
+constexpr std::wstring_view StrLTrim(std::wstring_view s) noexcept {
+    return StrLTrim(s, Detail::Whitespace<wchar_t>());
+}
 constexpr std::string_view StrRTrim(std::string_view s) noexcept { return StrRTrim(s, Detail::Whitespace<char>()); }
-constexpr std::wstring_view StrRTrim(std::wstring_view s) noexcept { return StrRTrim(s, Detail::Whitespace<wchar_t>()); }
+constexpr std::wstring_view StrRTrim(std::wstring_view s) noexcept {
+    return StrRTrim(s, Detail::Whitespace<wchar_t>());
+}
 constexpr std::string_view StrLRTrim(std::string_view s) noexcept { return StrLRTrim(s, Detail::Whitespace<char>()); }
-constexpr std::wstring_view StrLRTrim(std::wstring_view s) noexcept { return StrLRTrim(s, Detail::Whitespace<wchar_t>()); }
+constexpr std::wstring_view StrLRTrim(std::wstring_view s) noexcept {
+    return StrLRTrim(s, Detail::Whitespace<wchar_t>());
+}
 
 // Byte (character) comparison; an empty prefix or suffix is always there.
 constexpr bool StrBeginsWith(std::string_view s, std::string_view prefix) noexcept { return s.starts_with(prefix); }

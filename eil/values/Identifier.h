@@ -52,8 +52,7 @@ public:
         if (!values) return static_cast<std::errc>(Result::InvalidArgument);
         const Agent::Hosting::ObjectPtr<Container> hold(values);
         try {
-            const Agent::Hosting::ObjectPtr<IValue> value =
-                Object::ObjectImpl<StringValue<std::string>>::Make(text);
+            const Agent::Hosting::ObjectPtr<IValue> value = Object::ObjectImpl<StringValue<std::string>>::Make(text);
             return static_cast<std::errc>(values->Set(id, value));
         } catch (const std::bad_alloc&) {
             return static_cast<std::errc>(Result::OutOfMemory);

@@ -10,6 +10,9 @@
 #include <string>
 
 #include "devhost/Host.h"
+#include "eil/object/ObjectImpl.h"
+#include "eil/values/MakeValue.h"
+#include "eil/values/Values.h"
 #include "host/ICommandHandler.h"
 #include "host/IConfiguration.h"
 #include "host/IEventFilter.h"
@@ -29,9 +32,6 @@
 #include "host/IStorage.h"
 #include "host/IValue.h"
 #include "host/IValues.h"
-#include "eil/object/ObjectImpl.h"
-#include "eil/values/MakeValue.h"
-#include "eil/values/Values.h"
 #include "package/CommandHandlerImpl.h"
 
 namespace {
@@ -76,7 +76,9 @@ TEST(PackageSlots, LifecycleByNumber) {
         EXPECT_EQ(CallSlot<std::uint32_t>(package, Uninstall, static_cast<char const*>(nullptr), 0ul), 0u);
         EXPECT_EQ(CallSlot<std::uint32_t>(package, Start, "{}", 2ul), 0u);
         const std::string context = R"({"reason":"configuration"})";
-        EXPECT_EQ(CallSlot<std::uint32_t>(package, Synchronize, context.data(), static_cast<unsigned long>(context.size())), 0u);
+        EXPECT_EQ(
+            CallSlot<std::uint32_t>(package, Synchronize, context.data(), static_cast<unsigned long>(context.size())),
+            0u);
         EXPECT_EQ(CallSlot<std::uint32_t>(package, Synchronize, "{", 1ul), 100u);
         EXPECT_EQ(host.Monitors().ProcessMonitors().size(), 1u);
         EXPECT_EQ(CallSlot<std::uint32_t>(package, Stop, static_cast<char const*>(nullptr), 0ul), 0u);
@@ -112,9 +114,12 @@ TEST(ObjectSlots, TemplateMadeObjectsKeepTheIObjectContract) {
     CheckObjectSlots(EIL::Values::MakeValues().Detach(), 0xc5fbb630cc544393, "Values");
     CheckObjectSlots(EIL::Values::MakeStringValue("text").Detach(), 0xb76fca7ea41306d2, "StringValue");
     CheckObjectSlots(EIL::Values::MakeNumberValue(7).Detach(), 0xb76fca7ea41306d2, "Value<uint64>");
-    auto handler = [](char const*, char const*, unsigned long, EIL::Stream::IOutputStream&) -> Result::Code { return 0; };
-    CheckObjectSlots(EIL::Object::ObjectImpl<Messaging::Utils::CommandHandlerImpl<decltype(handler)>>::Make(handler).Detach(),
-                     0x4aac466709a0e932, "CommandHandlerImpl");
+    auto handler = [](char const*, char const*, unsigned long, EIL::Stream::IOutputStream&) -> Result::Code {
+        return 0;
+    };
+    CheckObjectSlots(
+        EIL::Object::ObjectImpl<Messaging::Utils::CommandHandlerImpl<decltype(handler)>>::Make(handler).Detach(),
+        0x4aac466709a0e932, "CommandHandlerImpl");
 }
 
 TEST(ObjectSlots, ObjectValueHandsOutItsWrappedContainer) {
@@ -122,7 +127,8 @@ TEST(ObjectSlots, ObjectValueHandsOutItsWrappedContainer) {
     auto container = EIL::Values::MakeValues();
     auto value = EIL::Values::MakeObjectValue(container);
     void* out = nullptr;
-    for (std::uint64_t id : {std::uint64_t{0x74804c16a3638891}, std::uint64_t{0xc5fbb630cc544393}, std::uint64_t{0x0b079c6174f0ef9f}}) {
+    for (std::uint64_t id :
+         {std::uint64_t{0x74804c16a3638891}, std::uint64_t{0xc5fbb630cc544393}, std::uint64_t{0x0b079c6174f0ef9f}}) {
         ASSERT_EQ(CallSlot<std::uint32_t>(value.Get(), 2, id, &out), 0u);
         EXPECT_EQ(out, static_cast<Agent::Hosting::IObject*>(container.Get()));
         EXPECT_EQ(CallSlot<std::uint64_t>(out, 1), 2u);  // the container: ours and the value's
@@ -166,36 +172,60 @@ TEST(InterfaceSlots, EveryOperationKeepsItsNumber) {
         std::ptrdiff_t expected;
         char const* name;
     };
-#define KALVO_SLOT(member, number) Row{SlotOf(&member), number, #member}
+#define KALVO_SLOT(member, number) \
+    Row { SlotOf(&member), number, #member }
     const Row rows[] = {
-        KALVO_SLOT(IObject::AddRef, 0), KALVO_SLOT(IObject::Release, 1), KALVO_SLOT(IObject::GetInterface, 2),
+        KALVO_SLOT(IObject::AddRef, 0),
+        KALVO_SLOT(IObject::Release, 1),
+        KALVO_SLOT(IObject::GetInterface, 2),
         // IPackage has a virtual destructor: two slots (complete and deleting) come first.
-        KALVO_SLOT(IPackage::DestroyThis, 2), KALVO_SLOT(IPackage::Version, 3), KALVO_SLOT(IPackage::Install, 4),
-        KALVO_SLOT(IPackage::Uninstall, 5), KALVO_SLOT(IPackage::Start, 6), KALVO_SLOT(IPackage::Stop, 7),
+        KALVO_SLOT(IPackage::DestroyThis, 2),
+        KALVO_SLOT(IPackage::Version, 3),
+        KALVO_SLOT(IPackage::Install, 4),
+        KALVO_SLOT(IPackage::Uninstall, 5),
+        KALVO_SLOT(IPackage::Start, 6),
+        KALVO_SLOT(IPackage::Stop, 7),
         KALVO_SLOT(IPackage::Synchronize, 8),
         KALVO_SLOT(IServiceProvider::GetService, 5),
         KALVO_SLOT(ICommandHandler::Execute, 3),
-        KALVO_SLOT(IMessageRouter::RegisterCommandHandler, 3), KALVO_SLOT(IMessageRouter::UnregisterCommandHandler, 4),
+        KALVO_SLOT(IMessageRouter::RegisterCommandHandler, 3),
+        KALVO_SLOT(IMessageRouter::UnregisterCommandHandler, 4),
         KALVO_SLOT(IOutputStream::Write, 3),
         KALVO_SLOT(ILogSink::Log, 3),
-        KALVO_SLOT(IConfiguration::GetData, 4), KALVO_SLOT(IConfiguration::ReleaseData, 5),
-        KALVO_SLOT(IStorage::GetValue, 6), KALVO_SLOT(IStorage::SetValue, 8),
-        KALVO_SLOT(IReportingService::CreateSecurityEvent, 3), KALVO_SLOT(IReportingService::ReportSecurityEvent, 4),
+        KALVO_SLOT(IConfiguration::GetData, 4),
+        KALVO_SLOT(IConfiguration::ReleaseData, 5),
+        KALVO_SLOT(IStorage::GetValue, 6),
+        KALVO_SLOT(IStorage::SetValue, 8),
+        KALVO_SLOT(IReportingService::CreateSecurityEvent, 3),
+        KALVO_SLOT(IReportingService::ReportSecurityEvent, 4),
         KALVO_SLOT(IHostSecurityEvent::CreateObservation, 9),
         KALVO_SLOT(IHostObservation::AddObservable, 9),
-        KALVO_SLOT(IMonitorRegistration::RegisterProcessMonitor, 3), KALVO_SLOT(IMonitorRegistration::UnregisterProcessMonitor, 4),
-        KALVO_SLOT(IMonitorRegistration::RegisterShellMonitor, 5), KALVO_SLOT(IMonitorRegistration::UnregisterShellMonitor, 6),
+        KALVO_SLOT(IMonitorRegistration::RegisterProcessMonitor, 3),
+        KALVO_SLOT(IMonitorRegistration::UnregisterProcessMonitor, 4),
+        KALVO_SLOT(IMonitorRegistration::RegisterShellMonitor, 5),
+        KALVO_SLOT(IMonitorRegistration::UnregisterShellMonitor, 6),
         KALVO_SLOT(IEventFilter::FilterEvent, 8),
-        KALVO_SLOT(IProcessInfo::GetPath, 5), KALVO_SLOT(IProcessInfo::GetCommandLine, 6), KALVO_SLOT(IProcessInfo::GetUid, 7),
+        KALVO_SLOT(IProcessInfo::GetPath, 5),
+        KALVO_SLOT(IProcessInfo::GetCommandLine, 6),
+        KALVO_SLOT(IProcessInfo::GetUid, 7),
         // The monitors are no IObject: their operations start at slot 0.
-        KALVO_SLOT(IProcessMonitor::OnProcessCreate, 0), KALVO_SLOT(IProcessMonitor::OnProcessCreateInstant, 1),
-        KALVO_SLOT(IProcessMonitor::OnProcessExists, 2), KALVO_SLOT(IProcessMonitor::OnProcessTerminate, 3),
+        KALVO_SLOT(IProcessMonitor::OnProcessCreate, 0),
+        KALVO_SLOT(IProcessMonitor::OnProcessCreateInstant, 1),
+        KALVO_SLOT(IProcessMonitor::OnProcessExists, 2),
+        KALVO_SLOT(IProcessMonitor::OnProcessTerminate, 3),
         KALVO_SLOT(IProcessMonitor::OnProcessTerminateInstant, 4),
         KALVO_SLOT(IShellMonitor::OnShellCommand, 0),
-        KALVO_SLOT(IIdentifier::Name, 0), KALVO_SLOT(IIdentifier::Id, 1),
-        KALVO_SLOT(IValue::Type, 3), KALVO_SLOT(IValue::GetSize, 4), KALVO_SLOT(IValue::GetData, 5),
-        KALVO_SLOT(IValues::Get, 3), KALVO_SLOT(IValues::Set, 4), KALVO_SLOT(IValues::Remove, 5), KALVO_SLOT(IValues::Clear, 6),
-        KALVO_SLOT(IValues::Count, 7), KALVO_SLOT(IValues::GetByIndex, 8),
+        KALVO_SLOT(IIdentifier::Name, 0),
+        KALVO_SLOT(IIdentifier::Id, 1),
+        KALVO_SLOT(IValue::Type, 3),
+        KALVO_SLOT(IValue::GetSize, 4),
+        KALVO_SLOT(IValue::GetData, 5),
+        KALVO_SLOT(IValues::Get, 3),
+        KALVO_SLOT(IValues::Set, 4),
+        KALVO_SLOT(IValues::Remove, 5),
+        KALVO_SLOT(IValues::Clear, 6),
+        KALVO_SLOT(IValues::Count, 7),
+        KALVO_SLOT(IValues::GetByIndex, 8),
     };
 #undef KALVO_SLOT
     for (const Row& row : rows) EXPECT_EQ(row.slot, row.expected) << row.name;
@@ -204,10 +234,19 @@ TEST(InterfaceSlots, EveryOperationKeepsItsNumber) {
 TEST(InterfaceIds, AreDistinct) {
     using namespace KALVO;
     const std::uint64_t ids[] = {
-        Agent::Hosting::IObject::Id, EIL::Values::IValues::Id, EIL::Values::IValue::Id, EIL::Values::WrappedValuesId,
-        Messaging::ICommandHandler::Id, Agent::Hosting::IServiceProvider::Id, Configuration::IConfiguration::Id,
-        Storage::IStorage::Id, Messaging::IMessageRouter::Id, Logging::ILogSink::Id,
-        Reporting::IReportingService::ServiceId, ESP::v0::IMonitorRegistration::ServiceId, ESP::v0::IEventFilter::ServiceId,
+        Agent::Hosting::IObject::Id,
+        EIL::Values::IValues::Id,
+        EIL::Values::IValue::Id,
+        EIL::Values::WrappedValuesId,
+        Messaging::ICommandHandler::Id,
+        Agent::Hosting::IServiceProvider::Id,
+        Configuration::IConfiguration::Id,
+        Storage::IStorage::Id,
+        Messaging::IMessageRouter::Id,
+        Logging::ILogSink::Id,
+        Reporting::IReportingService::ServiceId,
+        ESP::v0::IMonitorRegistration::ServiceId,
+        ESP::v0::IEventFilter::ServiceId,
     };
     for (std::size_t i = 0; i < std::size(ids); ++i)
         for (std::size_t j = i + 1; j < std::size(ids); ++j) EXPECT_NE(ids[i], ids[j]) << i << " " << j;

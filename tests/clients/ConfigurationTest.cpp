@@ -19,9 +19,8 @@
 namespace {
 
 using KALVO::Configuration::Configuration;
-using KALVO::Testing::Nested;
 using KALVO::DevHost::Host;
-
+using KALVO::Testing::Nested;
 
 // The type tests, in the order of TypeRow's columns.
 using TypeTest = bool (Configuration::*)(const std::string&) const;
@@ -66,21 +65,14 @@ TEST(Configuration, TypeTestsFollowTheValueNotItsSpelling) {
     constexpr bool o = true, _ = false;
     const TypeRow rows[] = {
         // key               null object bool int32 uint32 int64 uint64 double string
-        {"/fivePointZero",  {_,   _,     _,   _,    _,     _,    _,     o,     _}},
-        {"/int32Min",       {_,   _,     _,   o,    _,     o,    _,     _,     _}},
-        {"/int32Max",       {_,   _,     _,   o,    o,     o,    o,     _,     _}},
-        {"/uint32Max",      {_,   _,     _,   _,    o,     o,    o,     _,     _}},
-        {"/pastUInt32",     {_,   _,     _,   _,    _,     o,    o,     _,     _}},
-        {"/belowInt32",     {_,   _,     _,   _,    _,     o,    _,     _,     _}},
-        {"/int64Min",       {_,   _,     _,   _,    _,     o,    _,     _,     _}},
-        {"/pastInt64",      {_,   _,     _,   _,    _,     _,    o,     _,     _}},
-        {"/uint64Max",      {_,   _,     _,   _,    _,     _,    o,     _,     _}},
-        {"/pastUInt64",     {_,   _,     _,   _,    _,     _,    _,     o,     _}},
-        {"/true",           {_,   _,     o,   _,    _,     _,    _,     _,     _}},
-        {"/null",           {o,   _,     _,   _,    _,     _,    _,     _,     _}},
-        {"/text",           {_,   _,     _,   _,    _,     _,    _,     _,     o}},
-        {"/object",         {_,   o,     _,   _,    _,     _,    _,     _,     _}},
-        {"/array",          {_,   _,     _,   _,    _,     _,    _,     _,     _}},
+        {"/fivePointZero", {_, _, _, _, _, _, _, o, _}}, {"/int32Min", {_, _, _, o, _, o, _, _, _}},
+        {"/int32Max", {_, _, _, o, o, o, o, _, _}},      {"/uint32Max", {_, _, _, _, o, o, o, _, _}},
+        {"/pastUInt32", {_, _, _, _, _, o, o, _, _}},    {"/belowInt32", {_, _, _, _, _, o, _, _, _}},
+        {"/int64Min", {_, _, _, _, _, o, _, _, _}},      {"/pastInt64", {_, _, _, _, _, _, o, _, _}},
+        {"/uint64Max", {_, _, _, _, _, _, o, _, _}},     {"/pastUInt64", {_, _, _, _, _, _, _, o, _}},
+        {"/true", {_, _, o, _, _, _, _, _, _}},          {"/null", {o, _, _, _, _, _, _, _, _}},
+        {"/text", {_, _, _, _, _, _, _, _, o}},          {"/object", {_, o, _, _, _, _, _, _, _}},
+        {"/array", {_, _, _, _, _, _, _, _, _}},
     };
     Host host({.configuration = TypedDocument});
     const Configuration config(host.Root());
@@ -111,7 +103,8 @@ TEST(Configuration, KeysAcceptBothPointerFormsAndTheirEscapes) {
     // getters resolve a key as the type tests do.
     for (const std::string key : {"/missing", "/a/2", "/a/x", "/s~1t/0", "a", "#/a/%zz", "/a/~2"}) {
         EXPECT_FALSE(config.Exists(key)) << "key: " << key;
-        EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)config.IsNull(key); }), "The specified key cannot be resolved") << "key: " << key;
+        EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)config.IsNull(key); }), "The specified key cannot be resolved")
+            << "key: " << key;
     }
 }
 
@@ -121,16 +114,21 @@ TEST(Configuration, NestingIsReadUpToTheLimitAndRefusedBeyondOnAHostThread) {
         std::string text;
         bool read;
     } cases[] = {
-        {"{\"n\":" + Nested(limit - 1, "[", "]") + "}", true}, {"{\"n\":" + Nested(limit - 1, R"({"a":)", "}") + "}", true},
-        {Nested(limit + 1, "[", "]"), false}, {Nested(limit + 1, R"({"a":)", "}"), false}, {std::string(100'000, '['), false},
+        {"{\"n\":" + Nested(limit - 1, "[", "]") + "}", true},
+        {"{\"n\":" + Nested(limit - 1, R"({"a":)", "}") + "}", true},
+        {Nested(limit + 1, "[", "]"), false},
+        {Nested(limit + 1, R"({"a":)", "}"), false},
+        {std::string(100'000, '['), false},
     };
     for (const auto& c : cases) {
         Host host({.configuration = c.text});
         std::string message = "?";
         KALVO::Testing::RunOnSmallStack([&] {
-            message = KALVO::Testing::ErrorOf([&] { EXPECT_EQ(Configuration(host.Root()).GetObject("").size(), c.text.size()); });
+            message = KALVO::Testing::ErrorOf(
+                [&] { EXPECT_EQ(Configuration(host.Root()).GetObject("").size(), c.text.size()); });
         });
-        EXPECT_EQ(message, c.read ? "" : "The schema of the data is not valid and cannot be used") << c.text.size() << " bytes";
+        EXPECT_EQ(message, c.read ? "" : "The schema of the data is not valid and cannot be used")
+            << c.text.size() << " bytes";
         // Every text handed out went back exactly once, and the IConfiguration reference too.
         EXPECT_EQ(host.Config().OutstandingTexts(), 0u) << c.text.size() << " bytes";
         EXPECT_EQ(host.Config().UnknownReleases(), 0u) << c.text.size() << " bytes";

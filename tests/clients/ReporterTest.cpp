@@ -37,7 +37,8 @@ TEST(Reporter, ReportedEventCarriesTheShapedSourceAndSortedTags) {
         SecurityEvent event = reporter.CreateSecurityEvent();
         Source source("SecurityMonitor", "1.0.28");
         source.info = {{"a", "1"}, {"version", "overridden"}, {"z", ""}};
-        ASSERT_TRUE(event.CreateObservation(Severity::Default, source, CreationType, CreationMessage, {"b", "a", "B", ""}));
+        ASSERT_TRUE(
+            event.CreateObservation(Severity::Default, source, CreationType, CreationMessage, {"b", "a", "B", ""}));
         reporter.ReportSecurityEvent(event);
     }
     EXPECT_EQ(host.OutstandingReferences(), "");

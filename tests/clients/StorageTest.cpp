@@ -45,10 +45,12 @@ TEST(Storage, HostFailuresBecomeTheirFixedTexts) {
         bool read;
         char const* message;
     } rows[] = {
-        {"GetValue=22", true, "key does not exist in storage"}, {"GetValue=89", true, "unable to get value from storage"},
+        {"GetValue=22", true, "key does not exist in storage"},
+        {"GetValue=89", true, "unable to get value from storage"},
         // The read into the buffer fails after a successful length query.
         {"GetValue=89@2", true, "unable to get value from storage"},
-        {"SetValue=89", false, "unable to store value in storage"}, {"SetValue=22", false, "unable to store value in storage"},
+        {"SetValue=89", false, "unable to store value in storage"},
+        {"SetValue=22", false, "unable to store value in storage"},
     };
     for (const auto& row : rows) {
         Host host;
@@ -77,10 +79,12 @@ TEST(Storage, ReadOfAGrowingValueIsRetriedFiveTimesInAll) {
         std::uint64_t expectedCalls;
         char const* expected;  // null: "unable to get value from storage"
     } rows[] = {
-        {1, 4, "stored"}, {7, 10, "stored"},  // one failed attempt; four, and the fifth reads
+        {1, 4, "stored"},
+        {7, 10, "stored"},  // one failed attempt; four, and the fifth reads
         // Five failed attempts: the last length query said 0, and an empty read is what
         // the client is left with.
-        {9, 10, ""}, {20, 10, ""},
+        {9, 10, ""},
+        {20, 10, ""},
     };
     for (const auto& row : rows) {
         Host host;
@@ -88,7 +92,8 @@ TEST(Storage, ReadOfAGrowingValueIsRetriedFiveTimesInAll) {
         const Storage storage(host.Root(), Scope);
         host.Faults().Apply({Operation::GetValue, 12, row.failedCalls});
         std::string value;
-        EXPECT_EQ(KALVO::Testing::ErrorOf([&] { value = storage.GetString("key"); }), "") << "failed calls " << row.failedCalls;
+        EXPECT_EQ(KALVO::Testing::ErrorOf([&] { value = storage.GetString("key"); }), "")
+            << "failed calls " << row.failedCalls;
         EXPECT_EQ(value, row.expected) << "failed calls " << row.failedCalls;
         EXPECT_EQ(host.Faults().Calls(Operation::GetValue), row.expectedCalls) << "failed calls " << row.failedCalls;
         EXPECT_EQ(host.OutstandingReferences(), "") << " failed calls " << row.failedCalls;

@@ -28,8 +28,9 @@ std::string ExampleFile(const char* name) { return std::string(KALVO_SOURCE_DIR)
 
 std::string StringMember(const RJ::Value& object, const char* name) {
     const auto found = object.FindMember(name);
-    return found == object.MemberEnd() || !found->value.IsString() ? std::string()
-                                                                    : std::string(found->value.GetString(), found->value.GetStringLength());
+    return found == object.MemberEnd() || !found->value.IsString()
+               ? std::string()
+               : std::string(found->value.GetString(), found->value.GetStringLength());
 }
 
 std::string Normalized(std::string text, bool path) {
@@ -38,7 +39,8 @@ std::string Normalized(std::string text, bool path) {
 }
 
 // Creation keys counted from the trace, each reported while its count is within `limit`.
-std::map<std::string, KeyCounts> CountFromTrace(const std::string& trace, const std::string& collapse, std::uint64_t limit) {
+std::map<std::string, KeyCounts> CountFromTrace(const std::string& trace, const std::string& collapse,
+                                                std::uint64_t limit) {
     const std::regex expression(collapse, std::regex::ECMAScript | std::regex::icase);
     std::map<std::string, KeyCounts> keys;
     std::ifstream in(trace);
@@ -52,8 +54,9 @@ std::map<std::string, KeyCounts> CountFromTrace(const std::string& trace, const 
             const std::string text = Normalized(StringMember(process, "command_line"), false);
             return std::regex_match(text, expression) ? "<>" : text;
         };
-        const std::string key = Normalized(StringMember(parent, "path"), true) + "|" + Normalized(StringMember(child, "path"), true) + "|" +
-                                collapsed(parent) + "|" + collapsed(child);
+        const std::string key = Normalized(StringMember(parent, "path"), true) + "|" +
+                                Normalized(StringMember(child, "path"), true) + "|" + collapsed(parent) + "|" +
+                                collapsed(child);
         KeyCounts& figures = keys[key];
         ++figures.delivered;
         (figures.delivered <= limit ? figures.reported : figures.suppressed) += 1;
@@ -74,7 +77,7 @@ std::map<std::string, KeyCounts> ForecastOf(const std::vector<std::string>& opti
     if (!json.IsObject()) return keys;
     for (const RJ::Value& row : json["keys"].GetArray()) {
         keys[StringMember(row, "key")] = KeyCounts{row["delivered"].GetUint64(), row["reported"].GetUint64(),
-                                           row["suppressed"].GetUint64(), row["reported_again"].GetUint64()};
+                                                   row["suppressed"].GetUint64(), row["reported_again"].GetUint64()};
     }
     return keys;
 }
@@ -91,11 +94,13 @@ TEST(KalvoDevhostForecast, ExampleTraceKeysMatchCountsMadeFromTheTrace) {
     const Case cases[] = {
         {{ExampleFile("trace.jsonl")}, "this_will_not_match//any_process", 3},
         {{ExampleFile("trace.jsonl"), "--config", ExampleFile("securitymonitor.json")},
-         StringMember(example, "process_tree_collapse_regex"), example["process_tree_report_limit"].GetUint64()},
+         StringMember(example, "process_tree_collapse_regex"),
+         example["process_tree_report_limit"].GetUint64()},
     };
     for (const Case& c : cases) {
         RJ::Document json;
-        EXPECT_EQ(ForecastOf(c.options, json), CountFromTrace(ExampleFile("trace.jsonl"), c.collapse, c.limit)) << c.collapse;
+        EXPECT_EQ(ForecastOf(c.options, json), CountFromTrace(ExampleFile("trace.jsonl"), c.collapse, c.limit))
+            << c.collapse;
     }
 }
 
@@ -108,7 +113,8 @@ TEST(KalvoDevhostForecast, KeyForgottenByTheCacheIsReportedAgain) {
         const auto create = [&](const std::string& command, int index) {
             out << R"({"kind":"create","time":)" << 1700000000000000000 + index * 1000000000LL
                 << R"(,"process":{"path":"/bin/c","command_line":")" << command
-                << R"("},"parent":{"path":"/bin/p","command_line":"p"}})" << "\n";
+                << R"("},"parent":{"path":"/bin/p","command_line":"p"}})"
+                << "\n";
         };
         int index = 0;
         for (int i = 0; i < 4; ++i) create("hot", index++);

@@ -45,9 +45,9 @@ struct BpfLive {
         fs::create_directories(dir);
         std::ofstream(dir / "config.json") << R"({"securitymonitor":{"process_tree_report_limit":0}})";
         std::ofstream(dir / "inputrc") << "set input-meta on\nset output-meta on\nset convert-meta off\n";
-        tool = std::make_unique<ToolProcess>(std::vector<std::string>{
-            "live", "--source", "bpf", "--tree", std::to_string(::getpid()), "--state", dir.string(), "--config",
-            (dir / "config.json").string()});
+        tool = std::make_unique<ToolProcess>(
+            std::vector<std::string>{"live", "--source", "bpf", "--tree", std::to_string(::getpid()), "--state",
+                                     dir.string(), "--config", (dir / "config.json").string()});
         started = tool->WaitFor([](const std::string&, const std::string& err) {
             return err.find("following new ones") != std::string::npos;
         });
@@ -84,8 +84,10 @@ std::vector<std::vector<std::string>> Reports(const std::string& out, std::initi
         auto& fields = reports.emplace_back();
         for (char const* pointer : pointers) {
             const RJ::Value* value = RJ::Pointer((std::string("/observations/0") + pointer).c_str()).Get(document);
-            if (value && value->IsUint64()) fields.push_back(std::to_string(value->GetUint64()));
-            else fields.emplace_back(value && value->IsString() ? value->GetString() : "");
+            if (value && value->IsUint64())
+                fields.push_back(std::to_string(value->GetUint64()));
+            else
+                fields.emplace_back(value && value->IsString() ? value->GetString() : "");
         }
     }
     return reports;
@@ -105,14 +107,17 @@ TEST(KalvoDevhostBpf, StormOfShortProgramsIsDeliveredWholeWithoutLoss) {
         }
         const std::string number = std::to_string(index);
         char const* argv[] = {"/bin/true", "storm", number.c_str(), nullptr};
-        ASSERT_EQ(::posix_spawn(&running.emplace_back(), "/bin/true", nullptr, nullptr, const_cast<char**>(argv), environ), 0);
+        ASSERT_EQ(
+            ::posix_spawn(&running.emplace_back(), "/bin/true", nullptr, nullptr, const_cast<char**>(argv), environ),
+            0);
     }
     for (const pid_t child : running) ::waitpid(child, nullptr, 0);
     EXPECT_EQ(live.StopAfter(Programs, "\"command_line\":\"/bin/true storm "), 0) << live.tool->Err();
 
     const std::string path = fs::canonical("/bin/true").string();
     std::map<std::string, int> seen;
-    for (const auto& report : Reports(live.tool->Out(), {"/type_id", "/observables/child/command_line", "/observables/child/path"})) {
+    for (const auto& report :
+         Reports(live.tool->Out(), {"/type_id", "/observables/child/command_line", "/observables/child/path"})) {
         if (report[0] == CreatedTypeId && report[1].starts_with("/bin/true storm ")) {
             ++seen[report[1]];
             EXPECT_EQ(report[2], path) << report[1];
@@ -179,7 +184,8 @@ TEST(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
     ::waitpid(bash, &status, 0);
     EXPECT_EQ(next, lines.size()) << shown.substr(0, 2000);
 
-    EXPECT_EQ(live.StopAfter(1, "Shell " + fs::canonical("/bin/bash").string() + " received exit"), 0) << live.tool->Err();
+    EXPECT_EQ(live.StopAfter(1, "Shell " + fs::canonical("/bin/bash").string() + " received exit"), 0)
+        << live.tool->Err();
     std::map<std::string, int> seen;
     for (const auto& report : Reports(live.tool->Out(), {"/observables/command/command", "/observables/process/pid"})) {
         if (!report[0].empty() && report[1] == std::to_string(bash)) ++seen[report[0]];

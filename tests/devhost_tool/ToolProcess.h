@@ -48,7 +48,8 @@ public:
         argv.push_back(nullptr);
 
         static int serial = 0;
-        const std::string stem = ::testing::TempDir() + "kalvo-tool-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
+        const std::string stem =
+            ::testing::TempDir() + "kalvo-tool-" + std::to_string(::getpid()) + "-" + std::to_string(++serial);
         m_outPath = stem + ".out";
         m_errPath = stem + ".err";
         posix_spawn_file_actions_t actions;

@@ -41,8 +41,10 @@ public:
 
     // An update of a missing key inserts it; of a present one, replaces its value and moves it first.
     void Update(const Key& key, const Value& value) {
-        if (Get(key)) m_order.front().second = value;
-        else Insert(key, value);
+        if (Get(key))
+            m_order.front().second = value;
+        else
+            Insert(key, value);
     }
 
     // An insertion of a present key leaves it where it is.
@@ -76,27 +78,27 @@ void CompareWithReference(int operations, unsigned seed) {
         const std::string key = prefix + std::to_string(anyKey(random));
         const unsigned value = static_cast<unsigned>(step);
         switch (anyOperation(random)) {
-            case 0: {
-                unsigned got = 12345;
-                const std::optional<unsigned> expected = reference.Get(key);
-                ASSERT_EQ(cache.Get(key, got), expected.has_value()) << "step " << step;
-                ASSERT_EQ(got, expected.value_or(12345)) << "step " << step;
-                break;
-            }
-            case 1: {
-                const std::size_t slot = cache.Update(key, value);
-                reference.Update(key, value);
-                ASSERT_LT(slot, Capacity);
-                break;
-            }
-            default: {
-                std::optional<unsigned> existing;
-                const std::lock_guard<std::shared_mutex> lock(cache.Mutex());
-                const std::size_t slot = cache.InsertData(lock, key, value, &existing);
-                ASSERT_EQ(existing, reference.Insert(key, value)) << "step " << step;
-                ASSERT_LT(slot, Capacity);
-                break;
-            }
+        case 0: {
+            unsigned got = 12345;
+            const std::optional<unsigned> expected = reference.Get(key);
+            ASSERT_EQ(cache.Get(key, got), expected.has_value()) << "step " << step;
+            ASSERT_EQ(got, expected.value_or(12345)) << "step " << step;
+            break;
+        }
+        case 1: {
+            const std::size_t slot = cache.Update(key, value);
+            reference.Update(key, value);
+            ASSERT_LT(slot, Capacity);
+            break;
+        }
+        default: {
+            std::optional<unsigned> existing;
+            const std::lock_guard<std::shared_mutex> lock(cache.Mutex());
+            const std::size_t slot = cache.InsertData(lock, key, value, &existing);
+            ASSERT_EQ(existing, reference.Insert(key, value)) << "step " << step;
+            ASSERT_LT(slot, Capacity);
+            break;
+        }
         }
     }
 }

@@ -57,8 +57,13 @@ TEST(JsonText, TakesTheNarrowestNumberType) {
         std::string text;
         Type type;
     } cases[] = {
-        {"0", Type::UInt64}, {"-0", Type::UInt64}, {"18446744073709551615", Type::UInt64}, {"-1", Type::Int64},
-        {"-9223372036854775808", Type::Int64}, {"18446744073709551616", Type::Double}, {"1.0", Type::Double},
+        {"0", Type::UInt64},
+        {"-0", Type::UInt64},
+        {"18446744073709551615", Type::UInt64},
+        {"-1", Type::Int64},
+        {"-9223372036854775808", Type::Int64},
+        {"18446744073709551616", Type::Double},
+        {"1.0", Type::Double},
     };
     for (const auto& test : cases) {
         EXPECT_EQ(FromString(test.text).GetType(), test.type) << test.text;
@@ -68,11 +73,12 @@ TEST(JsonText, TakesTheNarrowestNumberType) {
 
 TEST(JsonText, RefusesAnythingButOneValue) {
     const std::string texts[] = {
-        "", " \n", "{", "[1,]", "[1] [2]", "{} x", "nul", "[01]", R"({a:1})", "{}\0"s, "[\"a\0\"]"s, "NaN", "1e400",
-        "// comment\n{}", "\xEF\xBB\xBF{}",
+        "",      " \n",        "{",   "[1,]",  "[1] [2]",        "{} x",           "nul", "[01]", R"({a:1})",
+        "{}\0"s, "[\"a\0\"]"s, "NaN", "1e400", "// comment\n{}", "\xEF\xBB\xBF{}",
     };
     for (const auto& text : texts) {
-        EXPECT_TRUE(Throws<std::runtime_error>([&] { FromString(text); }, "Failed to parse the json")) << "input: " << text;
+        EXPECT_TRUE(Throws<std::runtime_error>([&] { FromString(text); }, "Failed to parse the json"))
+            << "input: " << text;
     }
     EXPECT_TRUE(Throws<std::runtime_error>([] { FromString(R"({"a":1,"a":2})"); }, "Json key exists"));
     EXPECT_NO_THROW(FromString(" \t\r\n{} \n"));
@@ -83,16 +89,20 @@ TEST(JsonText, RefusesAnythingButOneValue) {
 // 3.6e-71. Every health-check payload and synchronize context is read here, so the reader runs
 // at its normal precision.
 TEST(JsonText, HostileNumbersNeitherCrashNorComeOutWrong) {
-    Testing::RunOnSmallStack([] { EXPECT_NO_FATAL_FAILURE((void)FromString(R"({"id":"1","n":1.080000000095e-337})")); });
-    for (const char* text : {"0e-88", "0E83", "-0e304"}) EXPECT_EQ(FromString(text).Get<double>(), 0.0) << " input: " << text;
+    Testing::RunOnSmallStack(
+        [] { EXPECT_NO_FATAL_FAILURE((void)FromString(R"({"id":"1","n":1.080000000095e-337})")); });
+    for (const char* text : {"0e-88", "0E83", "-0e304"})
+        EXPECT_EQ(FromString(text).Get<double>(), 0.0) << " input: " << text;
 }
 
 TEST(JsonText, NestingIsReadToTheLimitAndRefusedBeyondOnAHostThreadStack) {
     Testing::RunOnSmallStack([] {
         for (const auto& brackets : {std::pair{"[", "]"}, std::pair{R"({"a":)", "}"}}) {
             const std::string_view open = brackets.first, close = brackets.second;
-            for (const std::string& text : {Nested(100'000, open, ""), Nested(100'000, open, close), Nested(MaxParseDepth + 1, open, close)}) {
-                EXPECT_TRUE(Throws<std::runtime_error>([&] { FromString(text); }, "Failed to parse the json")) << text.size();
+            for (const std::string& text :
+                 {Nested(100'000, open, ""), Nested(100'000, open, close), Nested(MaxParseDepth + 1, open, close)}) {
+                EXPECT_TRUE(Throws<std::runtime_error>([&] { FromString(text); }, "Failed to parse the json"))
+                    << text.size();
             }
             const std::string text = Nested(MaxParseDepth, open, close);
             const Json json = FromString(text);
@@ -141,9 +151,11 @@ TEST(JsonTree, StringsAndCharactersReadBackOnlyWhenTheyFit) {
     EXPECT_EQ(std::string(FromString("[104,105]")), "hi");
     EXPECT_EQ(std::string(FromString("[-61,-87]")), "\xC3\xA9");
     for (const char* text : {"[200]", "[128]", "[-129]", "[1.0]", "5", "{}"}) {
-        EXPECT_TRUE(Throws<std::runtime_error>([&] { (void)std::string(FromString(text)); }, "incompatible type")) << text;
+        EXPECT_TRUE(Throws<std::runtime_error>([&] { (void)std::string(FromString(text)); }, "incompatible type"))
+            << text;
     }
-    EXPECT_TRUE(Throws<std::runtime_error>([] { (void)static_cast<char>(Json(std::int64_t{128})); }, "incompatible type"));
+    EXPECT_TRUE(
+        Throws<std::runtime_error>([] { (void)static_cast<char>(Json(std::int64_t{128})); }, "incompatible type"));
     std::wstring wide;
     EXPECT_TRUE(FromString("[104,233,128512]").TryStringWFromArray(wide));
     EXPECT_EQ(wide, L"h\u00e9\U0001F600");

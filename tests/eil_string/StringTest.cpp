@@ -38,7 +38,9 @@ TEST(StrTrim, RemovesWhitespaceIncludingZeroBytes) {
     const struct {
         std::string_view input, left, right, both;
     } cases[] = {
-        {"", "", "", ""}, {" \t\r\n\0"sv, "", "", ""}, {"\0 a b\t\0"sv, "a b\t\0"sv, "\0 a b"sv, "a b"},
+        {"", "", "", ""},
+        {" \t\r\n\0"sv, "", "", ""},
+        {"\0 a b\t\0"sv, "a b\t\0"sv, "\0 a b"sv, "a b"},
         {"\v x \f", "\v x \f", "\v x \f", "\v x \f"},  // vertical tab and form feed are not whitespace here
     };
     for (const auto& test : cases) {
@@ -66,7 +68,7 @@ TEST(StrReplace, ReplacesFirstOrAllWithoutRescanning) {
         {"aaa", "a", "aa", "aaaa", "aaaaaa"},  // an inserted "a" is not searched again
         {"aaaa", "aa", "b", "baa", "bb"},      // non-overlapping, left to right
         {"abc", "", "x", "abc", "abc"},        // nothing to look for: unchanged
-        {"abab", "ab", "", "ab", ""}, {"xyz", "q", "r", "xyz", "xyz"}, {"", "a", "b", "", ""},
+        {"abab", "ab", "", "ab", ""},         {"xyz", "q", "r", "xyz", "xyz"}, {"", "a", "b", "", ""},
     };
     for (const auto& test : cases) {
         EXPECT_EQ(StrReplace(test.text, test.from, test.to), test.first) << test.text << " " << test.from;
@@ -81,8 +83,11 @@ TEST(StrSplit, DropsOrKeepsEmptyPieces) {
         std::string_view text, separator;
         Parts dropped, kept;
     } cases[] = {
-        {",a,,b,", ",", {"a", "b"}, {"", "a", "", "b", ""}}, {"", ",", {}, {""}}, {",", ",", {}, {"", ""}},
-        {"abc", "", {"abc"}, {"abc"}}, {"a::b:c", "::", {"a", "b:c"}, {"a", "b:c"}},
+        {",a,,b,", ",", {"a", "b"}, {"", "a", "", "b", ""}},
+        {"", ",", {}, {""}},
+        {",", ",", {}, {"", ""}},
+        {"abc", "", {"abc"}, {"abc"}},
+        {"a::b:c", "::", {"a", "b:c"}, {"a", "b:c"}},
         {"a:::b", "::", {"a", ":b"}, {"a", ":b"}},  // occurrences do not overlap
     };
     for (const auto& test : cases) {
@@ -104,7 +109,7 @@ TEST(Overlap, DetectsSharedBytesOnly) {
         std::size_t a, aLength, b, bLength;
         bool overlap;
     } cases[] = {
-        {0, 4, 4, 4, false}, {0, 5, 4, 4, true}, {4, 4, 0, 5, true}, {4, 4, 0, 4, false}, {0, 16, 3, 1, true},
+        {0, 4, 4, 4, false}, {0, 5, 4, 4, true},   {4, 4, 0, 5, true},   {4, 4, 0, 4, false}, {0, 16, 3, 1, true},
         {3, 1, 0, 16, true}, {2, 0, 0, 16, false}, {0, 16, 2, 0, false}, {5, 1, 5, 1, true},
     };
     for (const auto& test : cases) {
@@ -145,7 +150,8 @@ constexpr char32_t ScalarStep = KALVO::Testing::Scaled<char32_t>(1, 17);  // red
 TEST(Convert, EveryScalarValueRoundTripsThroughEveryForm) {
     // U+0000 included: the decoders must not stop at a zero.
     std::u32string all;
-    for (char32_t c = 0; c <= 0x10FFFF; c += ScalarStep) if (c < 0xD800 || c > 0xDFFF) all += c;
+    for (char32_t c = 0; c <= 0x10FFFF; c += ScalarStep)
+        if (c < 0xD800 || c > 0xDFFF) all += c;
     const std::string utf8 = ToUtf8(all);
     EXPECT_EQ(ToUtf32(utf8), all);
     const std::u16string utf16 = ToUtf16(utf8);
@@ -161,10 +167,22 @@ TEST(Convert, EveryScalarValueRoundTripsThroughEveryForm) {
 
 TEST(Convert, RefusesMalformedUtf8AndLoneSurrogates) {
     const std::string cases[] = {
-        "\x80", "a\xBF", "\xC2", "\xE2\x82", "\xF0\x9F\x98", "\xC2\x41",  // stray or truncated forms
-        "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xF0\x8F\xBF\xBF",         // overlong forms
-        "\xED\xA0\x80", "\xED\xBF\xBF", "\xF4\x90\x80\x80",                  // surrogates, U+110000
-        "\xF8\x88\x80\x80\x80", "\xFE", "\xFF",
+        "\x80",
+        "a\xBF",
+        "\xC2",
+        "\xE2\x82",
+        "\xF0\x9F\x98",
+        "\xC2\x41",  // stray or truncated forms
+        "\xC0\x80",
+        "\xC1\xBF",
+        "\xE0\x9F\xBF",
+        "\xF0\x8F\xBF\xBF",  // overlong forms
+        "\xED\xA0\x80",
+        "\xED\xBF\xBF",
+        "\xF4\x90\x80\x80",  // surrogates, U+110000
+        "\xF8\x88\x80\x80\x80",
+        "\xFE",
+        "\xFF",
     };
     for (const auto& input : cases) {
         EXPECT_THROW(ToUtf16(input), std::range_error) << ::testing::PrintToString(input);
@@ -223,10 +241,10 @@ TEST(Hex, ReadsPairsAndNeverRefuses) {
     } cases[] = {
         {"0aFF", {0x0A, 0xFF}},
         {"", {}},
-        {"a", {}},                  // shorter than a pair
-        {"abc", {0xAB}},            // odd last character ignored
-        {"zz11", {0x00, 0x11}},     // no leading digit: 0
-        {"1z", {0x01}},             // only the first is a digit: its value
+        {"a", {}},                       // shorter than a pair
+        {"abc", {0xAB}},                 // odd last character ignored
+        {"zz11", {0x00, 0x11}},          // no leading digit: 0
+        {"1z", {0x01}},                  // only the first is a digit: its value
         {"-1+1 1", {0x00, 0x00, 0x00}},  // no sign, no blank skipping
     };
     for (const auto& test : cases) {
@@ -244,8 +262,13 @@ TEST(Base64, MatchesTheStandardVectors) {
     const struct {
         std::string_view bytes, text;
     } cases[] = {
-        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"},
-        {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
+        {"", ""},
+        {"f", "Zg=="},
+        {"fo", "Zm8="},
+        {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="},
+        {"fooba", "Zm9vYmE="},
+        {"foobar", "Zm9vYmFy"},
         {"\xFB\xFF", "+/8="},
         // Every character of the alphabet, in order.
         {"\x00\x10\x83\x10\x51\x87\x20\x92\x8B\x30\xD3\x8F\x41\x14\x93\x51\x55\x97\x61\x96\x9B\x71\xD7\x9F"
@@ -265,13 +288,10 @@ TEST(Base64, StopsSilentlyAtTheFirstCharacterOutsideTheAlphabet) {
     const struct {
         std::string_view text, bytes;
     } cases[] = {
-        {"Zm9v Zm9v", "foo"},   // a space ends decoding
-        {"Zm9v=Zm9v", "foo"},
-        {"Zm9vY", "foo"},       // a single leftover character gives nothing
-        {"Zm9vYg", "foob"},     // missing padding is fine
-        {"Zm9vYmE", "fooba"},
-        {"*Zm9v", ""},
-        {"Zm\xC3\xA9", "f"},  // two characters give one byte
+        {"Zm9v Zm9v", "foo"},                                         // a space ends decoding
+        {"Zm9v=Zm9v", "foo"}, {"Zm9vY", "foo"},                       // a single leftover character gives nothing
+        {"Zm9vYg", "foob"},                                           // missing padding is fine
+        {"Zm9vYmE", "fooba"}, {"*Zm9v", ""},    {"Zm\xC3\xA9", "f"},  // two characters give one byte
     };
     for (const auto& test : cases) {
         std::string out = "stale";

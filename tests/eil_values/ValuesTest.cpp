@@ -32,12 +32,19 @@ TEST(Identifier, IdsMatchTheHostsKeyFormat) {
         std::string name;
         std::uint64_t id;
     } cases[] = {
-        {"type", 0xf6fa41c87768a7e8ULL}, {"source_type", 0xc4726eb78b4037ceULL}, {"version", 0x4e2e0a51732dd82cULL},
-        {"info", 0x28ee82696673adfcULL}, {"type_id", 0x7b660c6fca703c50ULL}, {"command", 0x2e3f465733317c69ULL}, {"", 0},
+        {"type", 0xf6fa41c87768a7e8ULL},
+        {"source_type", 0xc4726eb78b4037ceULL},
+        {"version", 0x4e2e0a51732dd82cULL},
+        {"info", 0x28ee82696673adfcULL},
+        {"type_id", 0x7b660c6fca703c50ULL},
+        {"command", 0x2e3f465733317c69ULL},
+        {"", 0},
         {std::string("ab\0cd", 5), 0x014984000117d8c3ULL},  // stops at the first NUL
         // Bytes 0x80-0xFF are sign-extended: these differ from a zero-extending hash.
-        {"caf\xc3\xa9", 0xba42cb72da7008e6ULL}, {"\xd0\x9f\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82", 0x7ea39b5432b98976ULL},
-        {"\x80", 0xffff7fffffff2680ULL}, {"\xff", 0xfffffefffffffe4dULL},
+        {"caf\xc3\xa9", 0xba42cb72da7008e6ULL},
+        {"\xd0\x9f\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82", 0x7ea39b5432b98976ULL},
+        {"\x80", 0xffff7fffffff2680ULL},
+        {"\xff", 0xfffffefffffffe4dULL},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(Identifier::Hash(c.name), c.id) << "name: " << c.name;
@@ -78,14 +85,15 @@ TEST(ValueContainers, GetDataCopiesAtMostTheBufferAndFlagsLargerBuffers) {
         unsigned long long bufferSize, written;
         Result::Code code;
     } cases[] = {
-        {text.Get(), 10, 3, 55}, {text.Get(), 3, 3, 0},    {text.Get(), 1, 1, 0}, {text.Get(), 0, 0, 0},
+        {text.Get(), 10, 3, 55},   {text.Get(), 3, 3, 0},    {text.Get(), 1, 1, 0},    {text.Get(), 0, 0, 0},
         {numeric.Get(), 9, 8, 55}, {numeric.Get(), 8, 8, 0}, {numeric.Get(), 3, 3, 0},
     };
     for (const auto& c : cases) {
         unsigned char buffer[16];
         std::memset(buffer, 0xee, sizeof buffer);
         unsigned long long written = 99;
-        SCOPED_TRACE("type " + std::to_string(c.value->Type()) + std::string(", buffer ").append(std::to_string(c.bufferSize)));
+        SCOPED_TRACE("type " + std::to_string(c.value->Type()) +
+                     std::string(", buffer ").append(std::to_string(c.bufferSize)));
         EXPECT_EQ(c.value->GetData(buffer, c.bufferSize, &written), c.code);
         EXPECT_EQ(written, c.written);
         EXPECT_EQ(std::memcmp(buffer, c.value == text.Get() ? static_cast<const void*>("abc") : &number, c.written), 0);

@@ -20,7 +20,16 @@ namespace {
 
 using DevHost::Operation;
 
-enum class Phase { Start, ProcessCreate, ProcessExists, ProcessTerminate, ShellCommand, HealthCheck, Synchronize, Stop };
+enum class Phase {
+    Start,
+    ProcessCreate,
+    ProcessExists,
+    ProcessTerminate,
+    ShellCommand,
+    HealthCheck,
+    Synchronize,
+    Stop
+};
 
 // In the order of Phase.
 constexpr const char* PhaseNames[] = {"Start",        "ProcessCreate", "ProcessExists", "ProcessTerminate",
@@ -33,7 +42,8 @@ std::vector<Result::Code> CodesFor(Operation operation) {
     std::vector<Result::Code> codes = {2, 12, 22, 43, 89, 100};
     const std::string_view name = DevHost::OperationName(operation);
     if (operation == Operation::Filter) codes.insert(codes.begin(), 1);
-    if (name.find("GetInterface:") != name.npos || name.find("GetService:") != name.npos) codes.insert(codes.begin(), 0);
+    if (name.find("GetInterface:") != name.npos || name.find("GetService:") != name.npos)
+        codes.insert(codes.begin(), 0);
     return codes;
 }
 
@@ -50,9 +60,10 @@ bool In(Operation operation, std::initializer_list<Operation> set) {
 
 // What a failing host call in the event handlers turns into: the handler's Error line.
 bool BreaksReporting(Operation operation) {
-    return In(operation, {Operation::ProcessGetInterfaceObject, Operation::ProcessGetInterfaceValues,
-                          Operation::GetInterfaceServiceProvider, Operation::GetServiceReporting, Operation::CreateSecurityEvent,
-                          Operation::CreateObservation, Operation::AddObservable, Operation::ReportSecurityEvent});
+    return In(operation,
+              {Operation::ProcessGetInterfaceObject, Operation::ProcessGetInterfaceValues,
+               Operation::GetInterfaceServiceProvider, Operation::GetServiceReporting, Operation::CreateSecurityEvent,
+               Operation::CreateObservation, Operation::AddObservable, Operation::ReportSecurityEvent});
 }
 
 // The line the sensor writes for this fault, if it promises one.
@@ -60,12 +71,15 @@ std::optional<Expected> ExpectedLine(Operation operation, Phase phase, Result::C
     const std::string number = std::to_string(code);
     switch (phase) {
     case Phase::Start:
-        if (operation == Operation::RegisterProcessMonitor) return Expected{LogLevel::Error, "Registering process monitor from ESP failed: " + number};
-        if (operation == Operation::RegisterShellMonitor) return Expected{LogLevel::Error, "Registering shell monitor from ESP failed: " + number};
+        if (operation == Operation::RegisterProcessMonitor)
+            return Expected{LogLevel::Error, "Registering process monitor from ESP failed: " + number};
+        if (operation == Operation::RegisterShellMonitor)
+            return Expected{LogLevel::Error, "Registering shell monitor from ESP failed: " + number};
         if (In(operation, {Operation::GetInterfaceConfiguration, Operation::GetData}))
             return Expected{LogLevel::Warn, "Failed to get configuration for process tree collapsing"};
-        if (In(operation, {Operation::GetInterfaceServiceProvider, Operation::GetInterfaceObject, Operation::GetServiceMonitorRegistration,
-                           Operation::GetServiceEventFilter, Operation::GetInterfaceMessageRouter, Operation::RegisterCommandHandler}))
+        if (In(operation, {Operation::GetInterfaceServiceProvider, Operation::GetInterfaceObject,
+                           Operation::GetServiceMonitorRegistration, Operation::GetServiceEventFilter,
+                           Operation::GetInterfaceMessageRouter, Operation::RegisterCommandHandler}))
             return Expected{LogLevel::Error, "unable to create our interface"};
         return std::nullopt;
     case Phase::ProcessCreate:
@@ -74,7 +88,8 @@ std::optional<Expected> ExpectedLine(Operation operation, Phase phase, Result::C
         const bool create = phase == Phase::ProcessCreate, exists = phase == Phase::ProcessExists;
         const std::string handler = create ? "OnProcessCreate" : exists ? "OnProcessExists" : "OnShellCommand";
         const std::string event = create ? "process start" : exists ? "process exists" : "shell command";
-        if (operation == Operation::Filter && code == 1) return Expected{LogLevel::Info, "Skipping " + handler + " event for process"};
+        if (operation == Operation::Filter && code == 1)
+            return Expected{LogLevel::Info, "Skipping " + handler + " event for process"};
         if (BreaksReporting(operation)) return Expected{LogLevel::Error, "unable to process " + event + " event"};
         return std::nullopt;
     }
@@ -83,12 +98,13 @@ std::optional<Expected> ExpectedLine(Operation operation, Phase phase, Result::C
             return Expected{LogLevel::Warn, "Failed to get configuration for process tree collapsing"};
         return std::nullopt;
     case Phase::Stop:
-        if (operation == Operation::UnregisterProcessMonitor) return Expected{LogLevel::Error, "Unregistering process monitor from ESP failed: " + number};
-        if (operation == Operation::UnregisterShellMonitor) return Expected{LogLevel::Error, "Unregistering shell monitor from ESP failed: " + number};
+        if (operation == Operation::UnregisterProcessMonitor)
+            return Expected{LogLevel::Error, "Unregistering process monitor from ESP failed: " + number};
+        if (operation == Operation::UnregisterShellMonitor)
+            return Expected{LogLevel::Error, "Unregistering shell monitor from ESP failed: " + number};
         return std::nullopt;
     case Phase::ProcessTerminate:
-    case Phase::HealthCheck:
-        return std::nullopt;
+    case Phase::HealthCheck: return std::nullopt;
     }
     return std::nullopt;
 }
@@ -103,7 +119,8 @@ protected:
         const std::string id = std::string("n").append(std::to_string(++m_serial));
         auto process = sensor.Process("process-" + id, "/bin/zsh", "-zsh");
         const auto before = sensor.Reported();
-        if (phase == Phase::ProcessCreate) sensor.Created(sensor.Process("child-" + id, "/usr/bin/env", "env " + id), process);
+        if (phase == Phase::ProcessCreate)
+            sensor.Created(sensor.Process("child-" + id, "/usr/bin/env", "env " + id), process);
         if (phase == Phase::ProcessExists) Host().Monitors().DeliverProcessExists(process);
         if (phase == Phase::ShellCommand) Host().Monitors().DeliverShellCommand(process, "echo " + id);
         return sensor.Reported() == before + 1;
@@ -157,7 +174,8 @@ protected:
     }
 
     void RunCase(Operation operation, Result::Code code, Phase phase) {
-        SCOPED_TRACE(std::string(DevHost::OperationName(operation)) + std::string("=").append(std::to_string(code)) + " during " + PhaseNames[static_cast<int>(phase)]);
+        SCOPED_TRACE(std::string(DevHost::OperationName(operation)) + std::string("=").append(std::to_string(code)) +
+                     " during " + PhaseNames[static_cast<int>(phase)]);
         Host().Config().SetText(R"({"securitymonitor":{"process_tree_report_limit":5}})");
         if (phase != Phase::Start) {
             ASSERT_EQ(sensor.Start(), Result::Success);
@@ -172,10 +190,12 @@ protected:
                 EXPECT_GE(sensor.Logged(expected->severity, expected->text), 1u) << "expected line: " << expected->text;
             }
             const auto lines = Host().Logs().Lines();
-            const bool logged = std::any_of(lines.begin(), lines.end(), [](const auto& line) { return line.severity <= LogLevel::Info; });
+            const bool logged = std::any_of(lines.begin(), lines.end(),
+                                            [](const auto& line) { return line.severity <= LogLevel::Info; });
             EXPECT_TRUE(normal || logged) << "a failure that changed the outcome is logged";
             if (expected && expected->severity == LogLevel::Error && phase != Phase::Start && phase != Phase::Stop) {
-                EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: '"), 1u) << "the exception's own text first";
+                EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: '"), 1u)
+                    << "the exception's own text first";
             }
         }
         if (phase == Phase::Start && !normal) {
@@ -204,12 +224,12 @@ TEST_P(FaultMatrix, EveryPhaseSurvivesTheFaultAndRecovers) {
 
 std::string ParamName(const ::testing::TestParamInfo<Operation>& info) {
     std::string name(DevHost::OperationName(info.param));
-    for (char& c : name) if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
     return name;
 }
 
-INSTANTIATE_TEST_SUITE_P(HostOperations, FaultMatrix, ::testing::ValuesIn(DevHost::AllOperations),
-                         ParamName);
+INSTANTIATE_TEST_SUITE_P(HostOperations, FaultMatrix, ::testing::ValuesIn(DevHost::AllOperations), ParamName);
 
 }  // namespace
 }  // namespace KALVO::Testing

@@ -64,9 +64,9 @@ public:
         const std::size_t count = Below(5);
         for (std::size_t i = 0; i < count; ++i) {
             switch (Below(3)) {
-                case 0: path += Digits(1 + Below(6)); break;
-                case 1: path += static_cast<char>(Below(256)); break;
-                default: path += pieces[Below(pieces.size())];
+            case 0: path += Digits(1 + Below(6)); break;
+            case 1: path += static_cast<char>(Below(256)); break;
+            default: path += pieces[Below(pieces.size())];
             }
         }
         return path;
@@ -84,32 +84,34 @@ private:
 
     // A run of hex digits of one style: lower case, upper case, letters only, digits only, mixed.
     std::string Hex(std::size_t length) {
-        static constexpr std::string_view styles[] = {"0123456789abcdef", "0123456789ABCDEF", "abcdefABCDEF", "0123456789",
-                                                      "0123456789abcdefABCDEF"};
+        static constexpr std::string_view styles[] = {"0123456789abcdef", "0123456789ABCDEF", "abcdefABCDEF",
+                                                      "0123456789", "0123456789abcdefABCDEF"};
         return Run(styles[Below(std::size(styles))], length);
     }
 
     void AppendToken(std::string& text) {
         static const std::vector<std::string> pieces = {
-            "/tmp/", "/tmp/", "/tmp/", "/tmp", "tmp/", "/", "/private/tmp/", "<", ">", "<number>", "<md5>", "<sha256>",
-            "<tmp>", "_", "-", "=", ".", ":", "\"", "--", "x", "id_", "sleep ", "/usr/bin/",
+            "/tmp/", "/tmp/",  "/tmp/",     "/tmp",  "tmp/",     "/",     "/private/tmp/",
+            "<",     ">",      "<number>",  "<md5>", "<sha256>", "<tmp>", "_",
+            "-",     "=",      ".",         ":",     "\"",       "--",    "x",
+            "id_",   "sleep ", "/usr/bin/",
         };
         static constexpr std::string_view spaces = " \t\n\v\f\r";
         static constexpr std::string_view bytes{"09afAFgGz_/<> \t\n\v\f\r\0\x80\xfftmp-.", 27};
         static constexpr std::size_t hashLengths[] = {31, 32, 33, 63, 64, 65};
         switch (Below(12)) {
-            case 0:
-            case 1: text += Hex(OneIn(4) ? 1 + Below(70) : hashLengths[Below(6)]); break;
-            case 2: text += Digits(OneIn(5) ? 9 + Below(30) : 1 + Below(8)); break;
-            case 3:
-            case 4: text += pieces[Below(pieces.size())]; break;
-            case 5:
-            case 6: text += spaces[Below(spaces.size())]; break;
-            case 7: text += static_cast<char>(OneIn(3) ? '\0' : 0x80 + Below(128)); break;
-            case 8: text += static_cast<char>(Below(256)); break;
-            case 9: text += static_cast<char>(0x20 + Below(0x5f)); break;
-            case 10: text += static_cast<char>((OneIn(2) ? 'a' : 'A') + Below(26)); break;
-            default: text += bytes[Below(bytes.size())];
+        case 0:
+        case 1: text += Hex(OneIn(4) ? 1 + Below(70) : hashLengths[Below(6)]); break;
+        case 2: text += Digits(OneIn(5) ? 9 + Below(30) : 1 + Below(8)); break;
+        case 3:
+        case 4: text += pieces[Below(pieces.size())]; break;
+        case 5:
+        case 6: text += spaces[Below(spaces.size())]; break;
+        case 7: text += static_cast<char>(OneIn(3) ? '\0' : 0x80 + Below(128)); break;
+        case 8: text += static_cast<char>(Below(256)); break;
+        case 9: text += static_cast<char>(0x20 + Below(0x5f)); break;
+        case 10: text += static_cast<char>((OneIn(2) ? 'a' : 'A') + Below(26)); break;
+        default: text += bytes[Below(bytes.size())];
         }
     }
 
@@ -125,7 +127,8 @@ TEST(CharBlock, RunStartsAgreeWithAScanOfTheEightPlaces) {
         for (std::size_t length = 1; length <= CharBlock::Size; ++length) {
             const unsigned run = (1u << length) - 1;
             std::uint64_t starts = 0;
-            for (std::size_t i = 0; i + length <= CharBlock::Size; ++i) starts |= std::uint64_t{((pattern >> i) & run) == run} << (8 * i + 7);
+            for (std::size_t i = 0; i + length <= CharBlock::Size; ++i)
+                starts |= std::uint64_t{((pattern >> i) & run) == run} << (8 * i + 7);
             EXPECT_EQ(CharBlock::RunStarts(mask, length), starts) << "pattern " << pattern << " length " << length;
         }
     }
@@ -135,7 +138,8 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsOnRandomInputs) {
     InputMaker maker(0x6b616c766f);
     for (int i = 0; i < Iterations; ++i) {
         const std::string input = maker.CommandLine();
-        ASSERT_EQ(Scanned(input), OracleCommandline(input)) << "iteration " << i << " input: " << ::testing::PrintToString(input);
+        ASSERT_EQ(Scanned(input), OracleCommandline(input))
+            << "iteration " << i << " input: " << ::testing::PrintToString(input);
     }
 }
 
@@ -147,9 +151,22 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
     const std::string hex64 = "9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08";
     const std::string letters32 = "abcdefABCDEFabcdefABCDEFabcdefAB";
     const std::string pieces[] = {
-        hex64, letters32 + letters32, hex64.substr(0, 32), letters32, hex64.substr(1), hex64 + "a",
-        letters32.substr(1), letters32 + "f", "1234", "123", "12345678901234567", "/tmp/x", "/tmp/12345",
-        "/tmp/" + letters32, "/tm", "a1234b",
+        hex64,
+        letters32 + letters32,
+        hex64.substr(0, 32),
+        letters32,
+        hex64.substr(1),
+        hex64 + "a",
+        letters32.substr(1),
+        letters32 + "f",
+        "1234",
+        "123",
+        "12345678901234567",
+        "/tmp/x",
+        "/tmp/12345",
+        "/tmp/" + letters32,
+        "/tm",
+        "a1234b",
     };
     // Fewer fillers, and fewer lengths after a hash, where the loops run slowly.
     constexpr std::string_view fillers = Testing::Scaled<std::string_view>({" ag_7\0\x80\xff/<\t", 11}, " g\x80");
@@ -160,8 +177,10 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
             for (const char right : fillers) {
                 for (std::size_t leftLength = 0; leftLength <= 2 * CharBlock::Size; ++leftLength) {
                     for (const std::size_t rightLength : {0, 1, 8, 9}) {
-                        const std::string input = std::string(leftLength, left) + piece + std::string(rightLength, right);
-                        ASSERT_EQ(Scanned(input), OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
+                        const std::string input =
+                            std::string(leftLength, left) + piece + std::string(rightLength, right);
+                        ASSERT_EQ(Scanned(input), OracleCommandline(input))
+                            << " input: " << ::testing::PrintToString(input);
                     }
                 }
             }
@@ -173,8 +192,10 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsWhereverABlockBoundaryFall
         for (const char filler : hashFillers) {
             for (std::size_t leftLength = 0; leftLength <= 40; ++leftLength) {
                 for (std::size_t rightLength = 0; rightLength <= 40; rightLength += RightStep) {
-                    const std::string input = std::string(leftLength, filler) + hash + " " + std::string(rightLength, filler);
-                    ASSERT_EQ(Scanned(input), OracleCommandline(input)) << " input: " << ::testing::PrintToString(input);
+                    const std::string input =
+                        std::string(leftLength, filler) + hash + " " + std::string(rightLength, filler);
+                    ASSERT_EQ(Scanned(input), OracleCommandline(input))
+                        << " input: " << ::testing::PrintToString(input);
                 }
             }
         }
@@ -207,7 +228,8 @@ TEST(NormalizeProcessPath, MatchesTheRegexReplacementOnRandomInputs) {
         std::string actual = input, expected = input;
         NormalizeProcessPath(actual);
         // Only paths that can match go to the regex: it scans every position of a long text.
-        if (input.size() >= 12 && input.starts_with("/proc/")) Testing::RegexNormalizer::Instance().ProcessPath(expected);
+        if (input.size() >= 12 && input.starts_with("/proc/"))
+            Testing::RegexNormalizer::Instance().ProcessPath(expected);
         ASSERT_EQ(actual, expected) << "iteration " << i << " input: " << ::testing::PrintToString(input);
     }
 }

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/SensorTest.h"
 #include "tests/support/Scaled.h"
+#include "tests/support/SensorTest.h"
 
 namespace KALVO::Testing {
 namespace {

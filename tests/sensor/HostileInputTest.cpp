@@ -21,7 +21,12 @@ std::vector<std::pair<std::string, std::string>> HostileTexts() {
     return {
         {"digits", std::string(MiB, '7')},
         {"tmp run", "/tmp/" + std::string(MiB, 'x')},
-        {"many tmp", [] { std::string s; while (s.size() < MiB) s += "/tmp/a"; return s; }()},
+        {"many tmp",
+         [] {
+             std::string s;
+             while (s.size() < MiB) s += "/tmp/a";
+             return s;
+         }()},
         {"hex words", hexWords},
         {"nul bytes", std::string(MiB, '\0')},
         {"every byte", mixed},

@@ -92,9 +92,13 @@ TEST_F(SensorTest, SynchronizeContexts) {
         std::size_t warnings;
         std::size_t errors;
     } cases[] = {
-        {R"({"reason":"Configuration"})", 0, false, 0, 0}, {R"({"reason":"other"})", 0, false, 0, 0},
-        {R"({})", 0, false, 0, 0}, {"null", 0, false, 0, 0}, {R"({"reason":5})", 0, false, 0, 0},
-        {"not json", 100, false, 1, 0}, {"", 100, false, 1, 0},
+        {R"({"reason":"Configuration"})", 0, false, 0, 0},
+        {R"({"reason":"other"})", 0, false, 0, 0},
+        {R"({})", 0, false, 0, 0},
+        {"null", 0, false, 0, 0},
+        {R"({"reason":5})", 0, false, 0, 0},
+        {"not json", 100, false, 1, 0},
+        {"", 100, false, 1, 0},
         {"[1]", 0, true, 0, 2},  // "incompatible type": logged, and the configuration re-read
         {R"({"reason":"configuration"})", 0, true, 0, 0},
     };
@@ -127,7 +131,8 @@ TEST_F(SensorTest, ConfigurationProblemsGiveOneWarningAndKeepWhatWorked) {
         std::string configuration;
         std::size_t warnings;
     } cases[] = {
-        {"not json", 1}, {R"({"securitymonitor":{"process_tree_report_limit":"3"}})", 1},
+        {"not json", 1},
+        {R"({"securitymonitor":{"process_tree_report_limit":"3"}})", 1},
         {R"({"securitymonitor":{"process_tree_collapse_regex":"("}})", 1},
         {R"({"securitymonitor":{"process_tree_collapse_regex":"("}})", 0},  // the same invalid text: silent
         {R"({"securitymonitor":{"process_tree_collapse_regex":")" + std::string(300, 'a') + R"("}})", 1},

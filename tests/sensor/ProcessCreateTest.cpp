@@ -26,12 +26,24 @@ TEST_F(SensorTest, EachKindOfEventIsReportedWithItsObservables) {
         std::vector<std::string> observables;
         const char *firstPath, *filterContext;
     } cases[] = {
-        {[&] { sensor.Created(child, parent); }, "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f", "{parent} created {child}",
-         {"child", "parent"}, "/usr/bin/curl", R"({"sensor":"securitymonitor"})"},
-        {[&] { monitors.DeliverProcessExists(child); }, "6e7f8c8a-9213-4020-aeb1-d8d608c63d78", "{process} exists on the system",
-         {"process"}, "/usr/bin/curl", R"({"sensor":"securitymonitor"})"},
-        {[&] { monitors.DeliverShellCommand(parent, "ls -la"); }, "79c21e2a-95c3-48b3-9af6-c5327b6b5c73",
-         "Shell {process} received {command}", {"process", "command"}, "/bin/bash", R"({"command":"ls -la","sensor":"securitymonitor"})"},
+        {[&] { sensor.Created(child, parent); },
+         "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f",
+         "{parent} created {child}",
+         {"child", "parent"},
+         "/usr/bin/curl",
+         R"({"sensor":"securitymonitor"})"},
+        {[&] { monitors.DeliverProcessExists(child); },
+         "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
+         "{process} exists on the system",
+         {"process"},
+         "/usr/bin/curl",
+         R"({"sensor":"securitymonitor"})"},
+        {[&] { monitors.DeliverShellCommand(parent, "ls -la"); },
+         "79c21e2a-95c3-48b3-9af6-c5327b6b5c73",
+         "Shell {process} received {command}",
+         {"process", "command"},
+         "/bin/bash",
+         R"({"command":"ls -la","sensor":"securitymonitor"})"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.message);
@@ -60,7 +72,8 @@ TEST_F(SensorTest, ReportLimitPerKey) {
         int creations;
         std::vector<bool> reported;
     } cases[] = {
-        {"{}", 5, {true, true, true, false, false}}, {R"({"securitymonitor":{"process_tree_report_limit":1}})", 3, {true, false, false}},
+        {"{}", 5, {true, true, true, false, false}},
+        {R"({"securitymonitor":{"process_tree_report_limit":1}})", 3, {true, false, false}},
         {R"({"securitymonitor":{"process_tree_report_limit":0}})", 5, {true, true, true, true, true}},
         {R"({"securitymonitor":{"process_tree_report_limit":-1}})", 5, {true, true, true, true, true}},
     };
@@ -138,7 +151,8 @@ TEST_F(SensorTest, RunningProcessesAreReportedOncePerRunAndRememberedAcrossResta
 
 // Shell commands.
 
-std::vector<bool> Commands(SensorHarness& sensor, const std::string& shellPath, const std::vector<std::string>& commands) {
+std::vector<bool> Commands(SensorHarness& sensor, const std::string& shellPath,
+                           const std::vector<std::string>& commands) {
     auto shell = sensor.Process("shell", shellPath, "-zsh");
     std::vector<bool> reported;
     for (const auto& command : commands) {
@@ -157,7 +171,10 @@ TEST_F(SensorTest, ShellCommandLimit) {
         std::vector<bool> reported;
     } cases[] = {
         {"{}", "/bin/zsh", {"ls", "ls", "ls", "ls", "pwd"}, {true, true, true, false, true}},
-        {R"({"securitymonitor":{"process_tree_report_limit":0}})", "/bin/zsh", {"ls", "ls", "ls", "ls"}, {true, true, true, true}},
+        {R"({"securitymonitor":{"process_tree_report_limit":0}})",
+         "/bin/zsh",
+         {"ls", "ls", "ls", "ls"},
+         {true, true, true, true}},
         {"{}", "", {"", "", "", ""}, {true, true, true, true}},  // nothing to count by
         {"{}", "/proc/12/root/bin/zsh", {"id", "id", "id", "id"}, {true, true, true, false}},
     };
@@ -177,7 +194,8 @@ TEST_F(SensorTest, ShellCommandKeepsEveryByteAndANullTextIsEmpty) {
     sensor.Host().Monitors().DeliverShellCommand(shell, std::string_view());  // a null text of length 0
     const auto events = sensor.Host().Reports().Events();
     ASSERT_EQ(events.size(), 2u);
-    EXPECT_NE(DevHost::RenderValuesJson(*events[0]->observations.at(0).observables.at(1).values).find("done"), std::string::npos);
+    EXPECT_NE(DevHost::RenderValuesJson(*events[0]->observations.at(0).observables.at(1).values).find("done"),
+              std::string::npos);
     EXPECT_EQ(DevHost::RenderValuesJson(*events[1]->observations.at(0).observables.at(1).values),
               R"({"command":"","type_id":"d2828e56-c9a9-43a0-91b6-96eccca93a5e","type":"shell_command"})");
 }

@@ -48,8 +48,10 @@ public:
         return Synchronize(R"({"reason":"configuration"})");
     }
 
-    Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo> Process(std::string uid, std::string path, std::string commandLine) {
-        return m_host->MakeProcess({.path = std::move(path), .commandLine = std::move(commandLine), .uid = std::move(uid)});
+    Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo> Process(std::string uid, std::string path,
+                                                             std::string commandLine) {
+        return m_host->MakeProcess(
+            {.path = std::move(path), .commandLine = std::move(commandLine), .uid = std::move(uid)});
     }
 
     std::size_t Created(const Agent::Hosting::ObjectPtr<ESP::v0::IProcessInfo>& child,
@@ -64,7 +66,8 @@ public:
         auto parent = Process("parent", "/bin/bash", "bash");
         for (int n = 0; n < times; ++n) {
             const auto before = Reported();
-            Created(Process("child" + std::to_string(n), "/bin/sleep", command + " " + std::to_string(1000 + n)), parent);
+            Created(Process("child" + std::to_string(n), "/bin/sleep", command + " " + std::to_string(1000 + n)),
+                    parent);
             reported.push_back(Reported() > before);
         }
         return reported;
@@ -77,7 +80,6 @@ private:
     std::unique_ptr<DevHost::Host> m_host;
     std::unique_ptr<DevHost::Plugin> m_plugin;
 };
-
 
 namespace LogLevel {
 inline constexpr std::uint32_t Error = 2;

@@ -4,7 +4,9 @@
 // forks and exits that keep the host's process table right, and every line readline returns to
 // a shell. Everything goes through one ring buffer; what cannot be handed over is counted in
 // `losses` by kind, which the host reads and reports.
+// The kernel's types come first: libbpf's headers use them.
 #include "vmlinux.h"
+
 #include <bpf/bpf_core_read.h>
 #include <bpf/bpf_helpers.h>
 #include <bpf/bpf_tracing.h>
@@ -13,7 +15,12 @@
 
 #if defined(KALVO_FOREIGN_BTF) && defined(__TARGET_ARCH_arm64)
 // The types came from another architecture's kernel: the target's registers, for PT_REGS_RC.
-struct user_pt_regs { __u64 regs[31]; __u64 sp; __u64 pc; __u64 pstate; };
+struct user_pt_regs {
+    __u64 regs[31];
+    __u64 sp;
+    __u64 pc;
+    __u64 pstate;
+};
 #endif
 
 char LICENSE[] SEC("license") = "GPL";
@@ -38,7 +45,7 @@ struct {
 
 __u64 losses[LIVE_KINDS] = {};
 
-static __always_inline struct live_event header_of(unsigned kind, struct task_struct *task) {
+static __always_inline struct live_event header_of(unsigned kind, struct task_struct* task) {
     return (struct live_event){
         .kind = kind,
         .pid = BPF_CORE_READ(task, tgid),
@@ -50,7 +57,7 @@ static __always_inline struct live_event header_of(unsigned kind, struct task_st
 
 // A fork or an exit, of a process only: a new thread is a fork too, and only the end of the
 // thread-group leader is the end of the process.
-static __always_inline int fork_or_exit(unsigned kind, struct task_struct *task) {
+static __always_inline int fork_or_exit(unsigned kind, struct task_struct* task) {
     if (BPF_CORE_READ(task, pid) != BPF_CORE_READ(task, tgid)) return 0;
     struct live_event event = header_of(kind, task);
     if (bpf_ringbuf_output(&events, &event, sizeof event, 0) != 0) __sync_fetch_and_add(&losses[kind], 1);
@@ -60,17 +67,17 @@ static __always_inline int fork_or_exit(unsigned kind, struct task_struct *task)
 // The names of the executable's path from the leaf up, across mount points, each ending in a
 // NUL, one step of bpf_loop a name (a loop the verifier checks once, however deep the path).
 struct walk {
-    struct exec_scratch *record;
-    struct dentry *dentry;
-    struct mount *mount;  // null once the walk reached the root
+    struct exec_scratch* record;
+    struct dentry* dentry;
+    struct mount* mount;  // null once the walk reached the root
     __u32 used;
 };
 
-static long walk_step(__u32 index, struct walk *walk) {
+static long walk_step(__u32 index, struct walk* walk) {
     struct dentry *dentry = walk->dentry, *parent = BPF_CORE_READ(dentry, d_parent);
-    struct mount *mount = walk->mount;
+    struct mount* mount = walk->mount;
     if (dentry == BPF_CORE_READ(mount, mnt.mnt_root) || dentry == parent) {
-        struct mount *up = BPF_CORE_READ(mount, mnt_parent);
+        struct mount* up = BPF_CORE_READ(mount, mnt_parent);
         if (up == mount) {  // the root of everything
             walk->mount = 0;
             return 1;
@@ -81,7 +88,8 @@ static long walk_step(__u32 index, struct walk *walk) {
     }
     __u32 used = walk->used;
     if (used > LIVE_PATH_BYTES - LIVE_NAME_BYTES) return 1;
-    long length = bpf_probe_read_kernel_str(walk->record->data + used, LIVE_NAME_BYTES, BPF_CORE_READ(dentry, d_name.name));
+    long length =
+        bpf_probe_read_kernel_str(walk->record->data + used, LIVE_NAME_BYTES, BPF_CORE_READ(dentry, d_name.name));
     if (length <= 0) return 1;
     walk->used = used + length;
     walk->dentry = parent;
@@ -89,51 +97,49 @@ static long walk_step(__u32 index, struct walk *walk) {
 }
 
 SEC("tp_btf/sched_process_exec")
-int BPF_PROG(on_exec, struct task_struct *task) {
+int BPF_PROG(on_exec, struct task_struct* task) {
     __u32 zero = 0;
-    struct exec_scratch *record = bpf_map_lookup_elem(&scratch, &zero);
+    struct exec_scratch* record = bpf_map_lookup_elem(&scratch, &zero);
     if (!record) return 0;
     record->header = header_of(LIVE_EXEC, task);
-    struct mm_struct *mm = BPF_CORE_READ(task, mm);
-    struct file *exe = BPF_CORE_READ(mm, exe_file);
-    struct walk walk = {record, BPF_CORE_READ(exe, f_path.dentry), container_of(BPF_CORE_READ(exe, f_path.mnt), struct mount, mnt)};
+    struct mm_struct* mm = BPF_CORE_READ(task, mm);
+    struct file* exe = BPF_CORE_READ(mm, exe_file);
+    struct walk walk = {record, BPF_CORE_READ(exe, f_path.dentry),
+                        container_of(BPF_CORE_READ(exe, f_path.mnt), struct mount, mnt)};
     bpf_loop(64, walk_step, &walk, 0);
     record->header.truncated = walk.mount != 0;
     __u32 path = walk.used & (2 * LIVE_PATH_BYTES - 1);  // never more than LIVE_PATH_BYTES: a bound the verifier sees
     unsigned long start = BPF_CORE_READ(mm, arg_start), end = BPF_CORE_READ(mm, arg_end);
     __u64 wanted = end > start ? end - start : 0;
     __u64 length = wanted > LIVE_ARGS_BYTES ? LIVE_ARGS_BYTES : wanted;
-    if (bpf_probe_read_user(record->data + path, length, (void *)start) != 0) length = 0;
+    if (bpf_probe_read_user(record->data + path, length, (void*)start) != 0) length = 0;
     record->header.truncated |= length < wanted;
     record->header.path_bytes = path;
     record->header.data_bytes = length;
-    if (bpf_ringbuf_output(&events, record, sizeof record->header + path + length, 0) != 0) __sync_fetch_and_add(&losses[LIVE_EXEC], 1);
+    if (bpf_ringbuf_output(&events, record, sizeof record->header + path + length, 0) != 0)
+        __sync_fetch_and_add(&losses[LIVE_EXEC], 1);
     return 0;
 }
 
 SEC("tp_btf/sched_process_fork")
-int BPF_PROG(on_fork, struct task_struct *parent, struct task_struct *child) {
-    return fork_or_exit(LIVE_FORK, child);
-}
+int BPF_PROG(on_fork, struct task_struct* parent, struct task_struct* child) { return fork_or_exit(LIVE_FORK, child); }
 
 SEC("tp_btf/sched_process_exit")
-int BPF_PROG(on_exit, struct task_struct *task) {
-    return fork_or_exit(LIVE_EXIT, task);
-}
+int BPF_PROG(on_exit, struct task_struct* task) { return fork_or_exit(LIVE_EXIT, task); }
 
 // The return of readline: the line a shell's user typed (NULL at the end of input).
 SEC("uretprobe")
-int on_readline(struct pt_regs *ctx) {
-    const char *line = (const char *)PT_REGS_RC(ctx);
+int on_readline(struct pt_regs* ctx) {
+    const char* line = (const char*)PT_REGS_RC(ctx);
     if (!line) return 0;
-    struct live_event *event = bpf_ringbuf_reserve(&events, sizeof *event + LIVE_LINE_BYTES, 0);
+    struct live_event* event = bpf_ringbuf_reserve(&events, sizeof *event + LIVE_LINE_BYTES, 0);
     long length = event ? bpf_probe_read_user_str(event + 1, LIVE_LINE_BYTES, line) : 0;
     if (length <= 0) {  // no room in the ring buffer, or the line unreadable
         __sync_fetch_and_add(&losses[LIVE_LINE], 1);
         if (event) bpf_ringbuf_discard(event, 0);
         return 0;
     }
-    *event = header_of(LIVE_LINE, (struct task_struct *)bpf_get_current_task_btf());
+    *event = header_of(LIVE_LINE, (struct task_struct*)bpf_get_current_task_btf());
     // The terminating NUL is not sent, nor the byte beyond 64 KiB that tells a longer line.
     event->truncated = length == LIVE_LINE_BYTES;
     event->data_bytes = length - 1 - event->truncated;

@@ -16,10 +16,10 @@ enum live_kind { LIVE_EXEC, LIVE_FORK, LIVE_EXIT, LIVE_LINE, LIVE_KINDS };
 
 struct live_event {
     unsigned int kind;
-    unsigned int pid;         // the process (thread group)
-    unsigned int parent_pid;  // its real parent
-    unsigned int user_id;     // the real user
-    unsigned long long start; // the process's start, nanoseconds after boot (start_boottime)
+    unsigned int pid;          // the process (thread group)
+    unsigned int parent_pid;   // its real parent
+    unsigned int user_id;      // the real user
+    unsigned long long start;  // the process's start, nanoseconds after boot (start_boottime)
     // 1 when incomplete: exec, the path or the argument vector (longer than read, or
     // unreadable); line, the line.
     unsigned int truncated;
@@ -27,4 +27,3 @@ struct live_event {
     unsigned int data_bytes;  // exec: bytes of the argument vector; line: bytes of the line
     // Followed by the data: exec, the path's names, then the arguments; line, the line.
 };
-
