@@ -21,7 +21,9 @@ target_compile_features(kalvo_settings INTERFACE cxx_std_20)
 target_compile_definitions(kalvo_settings INTERFACE FMT_HEADER_ONLY=1 RAPIDJSON_HAS_STDSTRING=1)
 
 target_compile_options(kalvo_settings INTERFACE
-  -Wall -Wextra
+  -Wall -Wextra -Wshadow
+  # clang's -Wcomma flags calls chained with the comma operator.
+  $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wcomma>
   $<$<BOOL:${KALVO_WERROR}>:-Werror>
   -fvisibility=hidden -fvisibility-inlines-hidden
   # Hardening fit for a library loaded into a security agent.

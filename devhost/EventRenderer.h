@@ -186,17 +186,26 @@ inline std::string RenderEventJson(const EventRecord& event) {
     using Rendering::WriteContainer;
     return Rendering::Render([&](Rendering::Writer& writer) {
         writer.StartObject();
-        writer.Key("sequence"), writer.Uint64(event.sequence);
-        writer.Key("observations"), writer.StartArray();
+        writer.Key("sequence");
+        writer.Uint64(event.sequence);
+        writer.Key("observations");
+        writer.StartArray();
         for (const ObservationRecord& observation : event.observations) {
             writer.StartObject();
-            writer.Key("severity"), writer.Uint(observation.severity);
-            writer.Key("type_id"), WriteJsonText(writer, observation.typeId);
-            writer.Key("message"), WriteJsonText(writer, observation.message);
-            writer.Key("text"), WriteJsonText(writer, Rendering::RenderMessage(observation));
-            writer.Key("source"), WriteContainer(writer, observation.source.Get(), 0);
-            writer.Key("tags"), WriteContainer(writer, observation.tags.Get(), 0);
-            writer.Key("observables"), writer.StartObject();
+            writer.Key("severity");
+            writer.Uint(observation.severity);
+            writer.Key("type_id");
+            WriteJsonText(writer, observation.typeId);
+            writer.Key("message");
+            WriteJsonText(writer, observation.message);
+            writer.Key("text");
+            WriteJsonText(writer, Rendering::RenderMessage(observation));
+            writer.Key("source");
+            WriteContainer(writer, observation.source.Get(), 0);
+            writer.Key("tags");
+            WriteContainer(writer, observation.tags.Get(), 0);
+            writer.Key("observables");
+            writer.StartObject();
             for (const ObservableRecord& observable : observation.observables) {
                 WriteJsonText(writer, observable.name);
                 WriteContainer(writer, observable.values.Get(), 0);

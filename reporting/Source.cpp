@@ -9,8 +9,8 @@ namespace KALVO::Reporting {
 
 using EIL::Values::Identifier;
 
-Source::Source(std::string&& sourceType, const std::string& version) noexcept
-    : sourceType(std::move(sourceType)), version(version) {}
+Source::Source(std::string&& type, const std::string& componentVersion) noexcept
+    : sourceType(std::move(type)), version(componentVersion) {}
 
 Agent::Hosting::ObjectPtr<EIL::Values::ValuesObject> Source::ToValues() const {
     static constexpr Identifier TypeKey("type");

@@ -13,7 +13,7 @@ namespace KALVO::Reporting {
 // A plain value: copyable and movable. Each observation receives a copy.
 struct Source {
     // Cannot fail but by memory exhaustion, which ends the process.
-    Source(std::string&& sourceType, const std::string& version) noexcept;
+    Source(std::string&& type, const std::string& componentVersion) noexcept;
 
     // A new container shaped as the host expects a reporter's description:
     //   "type" = "source_info", "source_type" = sourceType,

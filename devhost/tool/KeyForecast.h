@@ -234,32 +234,52 @@ inline std::string ForecastJson(const ForecastReport& report) {
     EIL::RJ::StringBuffer buffer;
     EIL::RJ::Writer<EIL::RJ::StringBuffer> writer(buffer);
     const auto figures = [&](const KeyFigures& f) {
-        for (const auto& [name, label, field] : FigureNames) writer.Key(name), writer.Uint64(f.*field);
+        for (const auto& [name, label, field] : FigureNames) {
+            writer.Key(name);
+            writer.Uint64(f.*field);
+        }
     };
     writer.StartObject();
-    writer.Key("keys"), writer.StartArray();
+    writer.Key("keys");
+    writer.StartArray();
     for (const KeyRow& row : report.busiest) {
         writer.StartObject();
-        writer.Key("kind"), writer.String(row.shell ? "shell" : "process_step");
-        writer.Key("key"), WriteJsonText(writer, row.key);
-        if (row.cut) writer.Key("key_cut"), writer.Bool(true);
+        writer.Key("kind");
+        writer.String(row.shell ? "shell" : "process_step");
+        writer.Key("key");
+        WriteJsonText(writer, row.key);
+        if (row.cut) {
+            writer.Key("key_cut");
+            writer.Bool(true);
+        }
         figures(row);
-        writer.Key("error"), writer.Uint64(row.error);
+        writer.Key("error");
+        writer.Uint64(row.error);
         writer.EndObject();
     }
     writer.EndArray();
-    writer.Key("total"), writer.StartObject();
+    writer.Key("total");
+    writer.StartObject();
     figures(report.total);
-    writer.Key("distinct_keys"), writer.Uint64(report.distinctKeys);
-    writer.Key("distinct_keys_capped"), writer.Bool(report.distinctCapped);
-    writer.Key("keys_at_limit"), writer.Uint64(report.keysAtLimit);
-    writer.Key("evictions"), writer.Uint64(report.evictions);
-    writer.Key("folded_keys"), writer.Uint64(report.foldedKeys);
-    writer.Key("max_error"), writer.Uint64(report.maxError);
+    writer.Key("distinct_keys");
+    writer.Uint64(report.distinctKeys);
+    writer.Key("distinct_keys_capped");
+    writer.Bool(report.distinctCapped);
+    writer.Key("keys_at_limit");
+    writer.Uint64(report.keysAtLimit);
+    writer.Key("evictions");
+    writer.Uint64(report.evictions);
+    writer.Key("folded_keys");
+    writer.Uint64(report.foldedKeys);
+    writer.Key("max_error");
+    writer.Uint64(report.maxError);
     if (const std::optional<double> hours = Hours(report)) {
-        writer.Key("hours"), writer.Double(*hours);
-        writer.Key("events_per_hour"), writer.Double(report.total.delivered / *hours);
-        writer.Key("reported_per_day"), writer.Double(report.total.reported / *hours * 24);
+        writer.Key("hours");
+        writer.Double(*hours);
+        writer.Key("events_per_hour");
+        writer.Double(report.total.delivered / *hours);
+        writer.Key("reported_per_day");
+        writer.Double(report.total.reported / *hours * 24);
     }
     writer.EndObject();
     writer.EndObject();

@@ -49,8 +49,23 @@
 
 namespace KALVO::DevHost::Tool {
 
-// The kinds' spelling in a trace, in EventKind's order.
-inline constexpr std::string_view TraceKindNames[] = {"create", "exists", "terminate", "shell"};
+// The kinds' spelling in a trace.
+inline std::string_view TraceKindName(EventKind kind) noexcept {
+    switch (kind) {
+    case EventKind::Create: return "create";
+    case EventKind::Exists: return "exists";
+    case EventKind::Terminate: return "terminate";
+    case EventKind::Shell: return "shell";
+    }
+    return "unknown";
+}
+
+inline std::optional<EventKind> TraceKindFromName(std::string_view name) noexcept {
+    for (const EventKind kind : {EventKind::Create, EventKind::Exists, EventKind::Terminate, EventKind::Shell}) {
+        if (TraceKindName(kind) == name) return kind;
+    }
+    return std::nullopt;
+}
 
 inline void WriteProcess(EIL::RJ::Writer<EIL::RJ::StringBuffer>& writer, const ProcessRecord& process) {
     const auto number = [&](char const* name, std::uint64_t value) { writer.Key(name), writer.Uint64(value); };
@@ -73,12 +88,20 @@ inline std::string FormatTraceLine(const TraceEvent& event) {
     EIL::RJ::StringBuffer buffer;
     EIL::RJ::Writer<EIL::RJ::StringBuffer> writer(buffer);
     writer.StartObject();
-    writer.Key("kind"), WriteJsonText(writer, TraceKindNames[static_cast<std::size_t>(event.kind)]);
-    writer.Key("process"), WriteProcess(writer, event.process);
-    if (event.kind == EventKind::Create)
-        writer.Key("parent"), WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
-    if (event.kind == EventKind::Shell) writer.Key("command"), WriteJsonText(writer, event.command);
-    if (event.time) writer.Key("time"), writer.Uint64(*event.time);
+    writer.Key("kind");
+    WriteJsonText(writer, TraceKindName(event.kind));
+    writer.Key("process");
+    WriteProcess(writer, event.process);
+    if (event.kind == EventKind::Create) writer.Key("parent");
+    WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
+    if (event.kind == EventKind::Shell) {
+        writer.Key("command");
+        WriteJsonText(writer, event.command);
+    }
+    if (event.time) {
+        writer.Key("time");
+        writer.Uint64(*event.time);
+    }
     writer.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize());
 }
@@ -134,12 +157,10 @@ inline TraceEvent ParseTraceLine(std::string_view line) {
     if (!document.IsObject()) throw std::invalid_argument("not a JSON object");
     const std::optional<std::string> kindName = MemberOf<std::string>(document, {}, "kind");
     if (!kindName) throw std::invalid_argument("\"kind\" is missing");
-    const auto* kind = std::find(std::begin(TraceKindNames), std::end(TraceKindNames), *kindName);
-    if (kind == std::end(TraceKindNames))
-        throw std::invalid_argument("unknown \"kind\" (create, exists, terminate or shell)");
+    const std::optional<EventKind> kind = TraceKindFromName(*kindName);
+    if (!kind) throw std::invalid_argument("unknown \"kind\" (create, exists, terminate or shell)");
 
-    TraceEvent event{.kind = static_cast<EventKind>(kind - std::begin(TraceKindNames)),
-                     .process = ReadProcess(document, "process")};
+    TraceEvent event{.kind = *kind, .process = ReadProcess(document, "process")};
     if (event.kind == EventKind::Create) event.parent = ReadProcess(document, "parent");
     if (event.kind == EventKind::Shell) {
         std::optional<std::string> command = MemberOf<std::string>(document, {}, "command");

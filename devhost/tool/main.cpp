@@ -152,9 +152,14 @@ int main(int argc, char** argv) {
         }
         // Before any other thread, so every thread inherits the blocked signals.
         SignalWatcher signals;
-        // In Command's order; Help is answered above.
-        constexpr int (*commands[])(const ToolOptions&, SignalWatcher&) = {RunLive, RunRecord, RunReplay, RunHealth};
-        return commands[static_cast<std::size_t>(options.command)](options, signals);
+        switch (options.command) {
+        case Command::Live: return RunLive(options, signals);
+        case Command::Record: return RunRecord(options, signals);
+        case Command::Replay: return RunReplay(options, signals);
+        case Command::Health: return RunHealth(options, signals);
+        case Command::Help: break;  // answered above, before any thread starts
+        }
+        return 0;
     } catch (const UsageError& error) {
         Note(error.what());
         return 2;

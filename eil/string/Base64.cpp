@@ -36,11 +36,15 @@ Out Encode(const std::uint8_t* data, std::size_t size) {
     std::size_t i = 0;
     for (; i + 3 <= size; i += 3) {
         const std::uint32_t group = (std::uint32_t{data[i]} << 16) | (std::uint32_t{data[i + 1]} << 8) | data[i + 2];
-        put(out, group >> 18), put(out, group >> 12), put(out, group >> 6), put(out, group);
+        put(out, group >> 18);
+        put(out, group >> 12);
+        put(out, group >> 6);
+        put(out, group);
     }
     if (const std::size_t rest = size - i; rest != 0) {
         const std::uint32_t group = (std::uint32_t{data[i]} << 16) | (rest == 2 ? std::uint32_t{data[i + 1]} << 8 : 0);
-        put(out, group >> 18), put(out, group >> 12);
+        put(out, group >> 18);
+        put(out, group >> 12);
         if (rest == 2) {
             put(out, group >> 6);
         } else {
