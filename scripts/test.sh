@@ -39,6 +39,12 @@ for preset in "${presets[@]}"; do
 done
 presets=("${kept[@]}")
 
+# Formatting first: every C and C++ file as clang-format (the project's .clang-format) writes it.
+echo "=== format"
+if ! step "format check" scripts/check-format.sh; then
+  failed+=(format)
+fi
+
 for preset in "${presets[@]}"; do
   echo "=== $preset: build"
   start=$SECONDS

@@ -167,7 +167,10 @@ public:
         KeyRow& entry = found->second;
         m_byCount.emplace(++entry.delivered, hash);
         const std::int32_t limit = m_settings.reportLimit.load();
-        const auto count = [&](std::uint64_t KeyFigures::*field) { ++(entry.*field), ++(m_totals.total.*field); };
+        const auto count = [&](std::uint64_t KeyFigures::*field) {
+            ++(entry.*field);
+            ++(m_totals.total.*field);
+        };
         ++m_totals.total.delivered;
         if (filtered) {
             count(&KeyFigures::filtered);

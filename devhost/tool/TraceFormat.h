@@ -68,8 +68,14 @@ inline std::optional<EventKind> TraceKindFromName(std::string_view name) noexcep
 }
 
 inline void WriteProcess(EIL::RJ::Writer<EIL::RJ::StringBuffer>& writer, const ProcessRecord& process) {
-    const auto number = [&](char const* name, std::uint64_t value) { writer.Key(name), writer.Uint64(value); };
-    const auto text = [&](char const* name, std::string_view value) { writer.Key(name), WriteJsonText(writer, value); };
+    const auto number = [&](char const* name, std::uint64_t value) {
+        writer.Key(name);
+        writer.Uint64(value);
+    };
+    const auto text = [&](char const* name, std::string_view value) {
+        writer.Key(name);
+        WriteJsonText(writer, value);
+    };
     writer.StartObject();
     number("pid", process.pid);
     number("ppid", process.parentPid);

@@ -74,7 +74,8 @@ bool Decode(std::basic_string_view<Char> text, Out& out) noexcept {
             out.push_back(static_cast<Byte>(group >> 16));
             out.push_back(static_cast<Byte>(group >> 8));
             out.push_back(static_cast<Byte>(group));
-            group = 0, filled = 0;
+            group = 0;
+            filled = 0;
         }
     }
     // Within the reserved capacity: none of the push_backs can throw.

@@ -33,11 +33,17 @@ char32_t DecodeUtf8(std::string_view text, std::size_t& i) {
     char32_t c = 0;
     char32_t minimum = 0;  // smallest code point that needs this length: anything below is overlong
     if ((lead & 0xE0) == 0xC0) {
-        length = 2, c = lead & 0x1F, minimum = 0x80;
+        length = 2;
+        c = lead & 0x1F;
+        minimum = 0x80;
     } else if ((lead & 0xF0) == 0xE0) {
-        length = 3, c = lead & 0x0F, minimum = 0x800;
+        length = 3;
+        c = lead & 0x0F;
+        minimum = 0x800;
     } else if ((lead & 0xF8) == 0xF0) {
-        length = 4, c = lead & 0x07, minimum = 0x10000;
+        length = 4;
+        c = lead & 0x07;
+        minimum = 0x10000;
     } else {
         BadConversion();  // a continuation byte or 0xF8..0xFF as lead
     }

@@ -29,7 +29,8 @@ bool WildcardMatchI(std::basic_string_view<Char> pattern, std::basic_string_view
                 continue;
             }
             if (c == Any) {
-                ++p, ++t;
+                ++p;
+                ++t;
                 continue;
             }
             // An escape with nothing after it matches no character (it is ignored only at the end).
