@@ -68,6 +68,7 @@ struct ForecastReport {
     std::uint64_t foldedKeys = 0;  // keys dropped from the summary into "others"
     std::uint64_t maxError = 0;
     std::optional<std::uint64_t> firstTime, lastTime;  // nanoseconds since the epoch
+    std::optional<SensorIdentity> sensor;              // the loaded sensor, when it was asked
 };
 
 inline constexpr std::size_t ShownKeyLength = 72;
@@ -243,6 +244,21 @@ inline std::string ForecastJson(const ForecastReport& report) {
         }
     };
     writer.StartObject();
+    if (report.sensor) {
+        // Whether the sensor loaded is the build whose keys this forecast uses.
+        writer.Key("sensor");
+        writer.StartObject();
+        writer.Key("version");
+        if (report.sensor->version)
+            WriteJsonText(writer, *report.sensor->version);
+        else
+            writer.Null();
+        writer.Key("tool_version");
+        writer.String(SecurityMonitor::Version);
+        writer.Key("same_build");
+        writer.Bool(report.sensor->SameBuild());
+        writer.EndObject();
+    }
     writer.Key("keys");
     writer.StartArray();
     for (const KeyRow& row : report.busiest) {
