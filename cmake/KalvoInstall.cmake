@@ -61,5 +61,11 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_STRIP_FILES ON)
+# No maintainer scripts: CPack would add an ldconfig call for any library under /usr/lib, but
+# the sensor is a plug-in in its own folder, not in the linker's path, and a postrm script
+# would keep the package's record after `dpkg -r` until a purge. Naming (absent) scripts here
+# is how CPack is told to generate none.
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/no-maintainer-scripts/postinst"
+  "${PROJECT_BINARY_DIR}/no-maintainer-scripts/postrm")
 set(CPACK_GENERATOR DEB)
 include(CPack)
