@@ -171,11 +171,10 @@ inline FileStamp StampOf(const std::optional<std::string>& path) {
 class SensorSession final : public EventSink {
 public:
     // Finds what Start needs, so a mistake stops the program before anything runs: the plug-in
-    // (--plugin, else DefaultPluginPath), the host's
-    // storage (in --state, else for live in the default state directory, else in memory) and
-    // the configuration file `config`, read. `options` and `events` (when given, it receives
-    // each reported event's line) are borrowed. Throws std::runtime_error with a message for
-    // the user.
+    // (--plugin, else DefaultPluginPath), the host's storage (in --state, else for live in the
+    // default state directory, else in memory) and the configuration file `config`, read.
+    // `options` and `events` (when given, it receives each reported event's line) are borrowed.
+    // Throws std::runtime_error with a message for the user.
     SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events)
         : m_options(options),
           m_events(events),
