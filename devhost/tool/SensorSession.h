@@ -93,12 +93,11 @@ inline SensorIdentity ProbeSensor(const std::string& path) {
         if (identity.version || event.observations.empty() || !event.observations.front().source) return;
         EIL::RJ::Document source;
         source.Parse(RenderValuesJson(*event.observations.front().source));
-        if (source.HasParseError() || !source.IsObject()) return;
-        const auto info = source.FindMember("info");
-        if (info == source.MemberEnd() || !info->value.IsObject()) return;
-        const auto version = info->value.FindMember("version");
-        if (version != info->value.MemberEnd() && version->value.IsString())
-            identity.version = std::string(version->value.GetString(), version->value.GetStringLength());
+        if (source.HasParseError() || !source.IsObject() || !source.HasMember("info")) return;
+        const EIL::RJ::Value& info = source["info"];
+        if (!info.IsObject() || !info.HasMember("version")) return;
+        const EIL::RJ::Value& version = info["version"];
+        if (version.IsString()) identity.version = std::string(version.GetString(), version.GetStringLength());
     });
     Plugin plugin(path, host.Root());
     const Result::Code code = plugin.Package()->Start(nullptr, 0);
