@@ -29,7 +29,7 @@ if(NOT out STREQUAL expected)
 endif()
 
 run(${CMAKE_COMMAND} -S "${CONSUMER_DIR}" -B "${WORK_DIR}/build" -G "${GENERATOR}" -DCMAKE_CXX_COMPILER=${CXX}
-    -DCMAKE_PREFIX_PATH=${prefix} -DKALVO_EXPECTED_VERSION=${VERSION})
+    "-DCMAKE_CXX_FLAGS=${CXX_FLAGS}" -DCMAKE_PREFIX_PATH=${prefix} -DKALVO_EXPECTED_VERSION=${VERSION})
 run(${CMAKE_COMMAND} --build "${WORK_DIR}/build")
 run("${WORK_DIR}/build/consumer")
 message(STATUS "${out}")
