@@ -76,6 +76,7 @@ std::map<std::string, KeyCounts> ForecastOf(const std::vector<std::string>& opti
     std::map<std::string, KeyCounts> keys;
     if (!json.IsObject()) return keys;
     for (const RJ::Value& row : json["keys"].GetArray()) {
+        if (StringMember(row, "kind") != "process_step") continue;  // the trace's counts are of creations
         keys[StringMember(row, "key")] = KeyCounts{row["delivered"].GetUint64(), row["reported"].GetUint64(),
                                                    row["suppressed"].GetUint64(), row["reported_again"].GetUint64()};
     }
