@@ -177,9 +177,10 @@ std::string Totals(const ForecastReport& report) {
     if (const std::optional<double> hours = Hours(report)) {
         const double perDay = static_cast<double>(total.reported) / *hours * 24;
         const double perHour = static_cast<double>(total.delivered) / *hours;
-        cards += Card(Figure("total.reported_per_day", perDay, 0), "reported per day, forecast",
-                      "over " + Figure("total.hours", *hours, 2) + " h of events", true);
-        cards += Card(Figure("total.events_per_hour", perHour, 0), "events per hour");
+        cards += Card(Figure("total.reported_per_day", perDay, 0), "reported per day: the forecast",
+                      Figure("total.events_per_hour", perHour, 0) + " events per hour over " +
+                          Figure("total.hours", *hours, 2) + " h",
+                      true);
     } else {
         cards += Card("&ndash;", "reported per day",
                       report.firstTime ? "all events carry the same time" : "the events carry no times", true);
@@ -286,7 +287,7 @@ h3 small,.sub,.note,.card .label,th{color:#64748b;font-weight:normal}
 .card{background:#fff;border:1px solid #e2e8f0;border-radius:6px;padding:5px 9px}
 .card b{display:block;font-size:19px;font-weight:600}
 .card .label{font-size:11px;line-height:1.25}
-.card.main{background:#eff6ff;border-color:#93c5fd}
+.card.main{background:#eff6ff;border-color:#93c5fd;grid-column:span 2}
 .card.main b{color:#1d4ed8}
 .panel{background:#fff;border:1px solid #e2e8f0;border-radius:6px;padding:8px 12px;margin-bottom:10px}
 .legend{float:right;font-size:11px;font-weight:normal;color:#475569}
@@ -296,7 +297,8 @@ table{border-collapse:collapse;width:100%;font-size:12px}
 th{text-align:right;padding:2px 6px;font-size:11px}
 td{text-align:right;padding:3px 6px;border-top:1px solid #f1f5f9;white-space:nowrap}
 .left{text-align:left}
-td.key{text-align:left;font-family:"DejaVu Sans Mono",monospace;font-size:11px;max-width:0;width:100%;white-space:normal;overflow-wrap:anywhere}\ntd.key span{display:-webkit-box;-webkit-line-clamp:2;-webkit-box-orient:vertical;overflow:hidden}
+td.key{text-align:left;font-family:"DejaVu Sans Mono",monospace;font-size:11px;max-width:0;width:100%;white-space:normal;overflow-wrap:anywhere}
+td.key span{display:-webkit-box;-webkit-line-clamp:2;-webkit-box-orient:vertical;overflow:hidden}
 .kind{font-size:10px;padding:1px 5px;border-radius:8px;background:#e2e8f0;color:#334155}
 )";
 
