@@ -131,6 +131,14 @@ TEST(KalvoDevhostForecast, KeyForgottenByTheCacheIsReportedAgain) {
     EXPECT_EQ(total["reported_again"].GetUint64(), 3u);
     // 607 events over 606 s: 606 reported, so 86,400 a day.
     EXPECT_NEAR(total["reported_per_day"].GetDouble(), 606.0 / 606 * 86400, 1.0);
+    // Over 606 s, 10-second buckets would be more than 48: they widen to whole minutes.
+    const RJ::Value& timeline = json["timeline"];
+    EXPECT_EQ(timeline["bucket_seconds"].GetUint64(), 60u);
+    EXPECT_EQ(timeline["start"].GetUint64(), 1699999980000000000u);
+    std::uint64_t delivered = 0;
+    for (const RJ::Value& bucket : timeline["buckets"].GetArray()) delivered += bucket["delivered"].GetUint64();
+    EXPECT_EQ(timeline["buckets"].Size(), 11u);
+    EXPECT_EQ(delivered, 607u);
 }
 
 }  // namespace
