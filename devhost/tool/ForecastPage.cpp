@@ -140,16 +140,16 @@ std::string Histogram(const ForecastReport& report, std::uint64_t top, double wi
             path, bucket.delivered, Utc(start, "%Y-%m-%d %H:%M:%S"), Utc(start + bucketNanoseconds, "%H:%M:%S"),
             bucket.delivered, bucket.reported, bucket.suppressed, bucket.filtered);
         // Stacked from the axis up: reported, then suppressed, then filtered.
-        std::uint64_t below_ = 0;
+        std::uint64_t stacked = 0;
         for (const auto& [name, value, colour] : {std::tuple{"reported", bucket.reported, ReportedColour},
                                                   std::tuple{"suppressed", bucket.suppressed, SuppressedColour},
                                                   std::tuple{"filtered", bucket.filtered, FilteredColour}}) {
             svg += fmt::format(
                 R"(<rect data-json="{}{}" data-value="{}" x="{:.1f}" y="{:.1f}" width="{:.1f}" height="{:.1f}" )"
                 R"(fill="{}"/>)",
-                path, name, value, x + slot * 0.1, y(below_ + value), slot * 0.8, y(below_) - y(below_ + value),
+                path, name, value, x + slot * 0.1, y(stacked + value), slot * 0.8, y(stacked) - y(stacked + value),
                 colour);
-            below_ += value;
+            stacked += value;
         }
         svg += "</g>\n";
         if (index % labelEvery == 0) {
