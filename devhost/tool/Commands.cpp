@@ -19,6 +19,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "devhost/tool/ForecastPage.h"
 #include "devhost/tool/KeyForecast.h"
 #include "devhost/tool/LiveSource.h"
 #include "devhost/tool/TraceFormat.h"
@@ -57,7 +58,7 @@ std::optional<ForecastReport> RunSensor(const ToolOptions& options, SensorSessio
                                         const std::function<void(EventSink&)>& drive) {
     session.Start(signals);
     std::optional<KeyForecast> forecast;
-    if (options.keys || options.keysJson || options.compare) forecast.emplace(session);
+    if (options.keys || options.keysJson || options.keysHtml || options.compare) forecast.emplace(session);
     drive(forecast ? static_cast<EventSink&>(*forecast) : session);
     session.Stop();
     if (!forecast) return std::nullopt;
@@ -74,6 +75,9 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     source.NoteStatistics();
     session.PrintSummary();
     if (report) ShowForecast(*report, options);
+    if (report && options.keysHtml)
+        WriteForecastPage(*options.keysHtml, "this machine", {{"live", &*report}},
+                          options.keys.value_or(DefaultKeyRows));
     return 0;
 }
 
@@ -116,11 +120,22 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
         return report;
     };
 
+    const auto title = [](const std::optional<std::string>& config) {
+        return config ? "--config " + *config : std::string("default settings");
+    };
+    const std::size_t rows = options.keys.value_or(DefaultKeyRows);
     const std::optional<ForecastReport> first = replay(options.config);
-    if (options.compare)
-        PrintComparison(*first, *replay(options.compare), options.keys.value_or(DefaultKeyRows));
-    else if (first)
+    if (options.compare) {
+        const std::optional<ForecastReport> second = replay(options.compare);
+        PrintComparison(*first, *second, rows);
+        if (options.keysHtml)
+            WriteForecastPage(*options.keysHtml, options.trace,
+                              {{title(options.config), &*first}, {title(options.compare), &*second}}, rows);
+    } else if (first) {
         ShowForecast(*first, options);
+        if (options.keysHtml)
+            WriteForecastPage(*options.keysHtml, options.trace, {{title(options.config), &*first}}, rows);
+    }
     return 0;
 }
 
