@@ -19,6 +19,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "devhost/tool/ForecastPage.h"
 #include "devhost/tool/KeyForecast.h"
 #include "devhost/tool/LiveSource.h"
 #include "devhost/tool/TraceFormat.h"
@@ -61,7 +62,7 @@ std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
 // trace against another release to see how it behaves is a fair use of the tool.
 std::optional<ForecastReport> RunSensor(const ToolOptions& options, SensorSession& session, SignalWatcher& signals,
                                         const std::function<void(EventSink&)>& drive) {
-    const bool forecasting = options.keys || options.keysJson || options.compare;
+    const bool forecasting = options.keys || options.keysJson || options.keysHtml || options.compare;
     std::optional<SensorIdentity> identity;
     if (forecasting) {
         identity = ProbeSensor(session.PluginPath());
@@ -92,6 +93,9 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     source.NoteStatistics();
     session.PrintSummary();
     if (report) ShowForecast(*report, options);
+    if (report && options.keysHtml)
+        WriteForecastPage(*options.keysHtml, "this machine", {{"live", &*report}},
+                          options.keys.value_or(DefaultKeyRows));
     return 0;
 }
 
@@ -134,11 +138,22 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
         return report;
     };
 
+    const auto title = [](const std::optional<std::string>& config) {
+        return config ? "--config " + *config : std::string("default settings");
+    };
+    const std::size_t rows = options.keys.value_or(DefaultKeyRows);
     const std::optional<ForecastReport> first = replay(options.config);
-    if (options.compare)
-        PrintComparison(*first, *replay(options.compare), options.keys.value_or(DefaultKeyRows));
-    else if (first)
+    if (options.compare) {
+        const std::optional<ForecastReport> second = replay(options.compare);
+        PrintComparison(*first, *second, rows);
+        if (options.keysHtml)
+            WriteForecastPage(*options.keysHtml, options.trace,
+                              {{title(options.config), &*first}, {title(options.compare), &*second}}, rows);
+    } else if (first) {
         ShowForecast(*first, options);
+        if (options.keysHtml)
+            WriteForecastPage(*options.keysHtml, options.trace, {{title(options.config), &*first}}, rows);
+    }
     return 0;
 }
 

@@ -33,6 +33,7 @@
 
 #include "configuration/Configuration.h"
 #include "devhost/ValidUtf8.h"
+#include "devhost/tool/ForecastTimeline.h"
 #include "devhost/tool/SensorSession.h"
 #include "eil/core/LRUCache.h"
 #include "eil/json/RapidJson.h"
@@ -68,6 +69,7 @@ struct ForecastReport {
     std::uint64_t foldedKeys = 0;  // keys dropped from the summary into "others"
     std::uint64_t maxError = 0;
     std::optional<std::uint64_t> firstTime, lastTime;  // nanoseconds since the epoch
+    ForecastTimeline timeline;                         // the events that carry a time
     std::optional<SensorIdentity> sensor;              // the loaded sensor, when it was asked
 };
 
@@ -194,6 +196,7 @@ public:
             count(&KeyFigures::suppressed);
             if (m_atLimit.size() < DistinctCapacity) m_atLimit.insert(hash);
         }
+        if (event.time) m_totals.timeline.Count(*event.time, filtered, reported);
         if (m_distinct.size() < DistinctCapacity) {
             m_distinct.insert(hash);
         } else {
@@ -301,6 +304,7 @@ inline std::string ForecastJson(const ForecastReport& report) {
         writer.Double(report.total.reported / *hours * 24);
     }
     writer.EndObject();
+    if (!report.timeline.Empty()) WriteTimeline(writer, report.timeline);
     writer.EndObject();
     return std::string(buffer.GetString(), buffer.GetSize());
 }

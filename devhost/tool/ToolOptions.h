@@ -50,6 +50,7 @@ struct ToolOptions {
     unsigned threads = 1;
     std::optional<std::size_t> keys;      // the busiest repeat keys to show at the end
     std::optional<std::string> keysJson;  // the forecast as JSON, to this file
+    std::optional<std::string> keysHtml;  // the forecast as a page, to this file
     std::optional<std::string> compare;   // replay: a second configuration to compare with
 };
 
@@ -151,6 +152,7 @@ inline ToolOptions ParseToolOptions(int argc, char const* const* argv) {
             ->expected(0, 1)
             ->default_str("");
         sensor->add_option("--keys-json", options.keysJson);
+        sensor->add_option("--keys-html", options.keysHtml);
     }
 
     try {
@@ -207,6 +209,8 @@ Options:
                        events delivered, reported, suppressed by the limit, filtered by the host
                        and reported again after leaving the cache; then totals and a daily forecast
   --keys-json FILE     live, replay: the same as one JSON document, written to FILE
+  --keys-html FILE     live, replay: the same as a page (HTML, self-contained) with a histogram of
+                       the events over time; with --compare, both configurations side by side
   --compare FILE       replay: also with FILE as configuration; totals and the keys differing most
   --version            this program's version, and the version the sensor library reports
   -h, --help           this text

@@ -98,8 +98,10 @@ inline std::string FormatTraceLine(const TraceEvent& event) {
     WriteJsonText(writer, TraceKindName(event.kind));
     writer.Key("process");
     WriteProcess(writer, event.process);
-    if (event.kind == EventKind::Create) writer.Key("parent");
-    WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
+    if (event.kind == EventKind::Create) {
+        writer.Key("parent");
+        WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
+    }
     if (event.kind == EventKind::Shell) {
         writer.Key("command");
         WriteJsonText(writer, event.command);

@@ -76,6 +76,7 @@ std::map<std::string, KeyCounts> ForecastOf(const std::vector<std::string>& opti
     std::map<std::string, KeyCounts> keys;
     if (!json.IsObject()) return keys;
     for (const RJ::Value& row : json["keys"].GetArray()) {
+        if (StringMember(row, "kind") != "process_step") continue;  // the trace's counts are of creations
         keys[StringMember(row, "key")] = KeyCounts{row["delivered"].GetUint64(), row["reported"].GetUint64(),
                                                    row["suppressed"].GetUint64(), row["reported_again"].GetUint64()};
     }
@@ -130,6 +131,14 @@ TEST(KalvoDevhostForecast, KeyForgottenByTheCacheIsReportedAgain) {
     EXPECT_EQ(total["reported_again"].GetUint64(), 3u);
     // 607 events over 606 s: 606 reported, so 86,400 a day.
     EXPECT_NEAR(total["reported_per_day"].GetDouble(), 606.0 / 606 * 86400, 1.0);
+    // Over 606 s, 10-second buckets would be more than 48: they widen to whole minutes.
+    const RJ::Value& timeline = json["timeline"];
+    EXPECT_EQ(timeline["bucket_seconds"].GetUint64(), 60u);
+    EXPECT_EQ(timeline["start"].GetUint64(), 1699999980000000000u);
+    std::uint64_t delivered = 0;
+    for (const RJ::Value& bucket : timeline["buckets"].GetArray()) delivered += bucket["delivered"].GetUint64();
+    EXPECT_EQ(timeline["buckets"].Size(), 11u);
+    EXPECT_EQ(delivered, 607u);
 }
 
 }  // namespace
