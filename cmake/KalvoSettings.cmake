@@ -13,7 +13,11 @@ add_library(kalvo_toolchain INTERFACE)
 
 add_library(kalvo_settings INTERFACE)
 target_link_libraries(kalvo_settings INTERFACE kalvo_toolchain)
-target_include_directories(kalvo_settings INTERFACE "${PROJECT_SOURCE_DIR}")
+target_include_directories(kalvo_settings INTERFACE "${PROJECT_SOURCE_DIR}" "${PROJECT_BINARY_DIR}/generated")
+
+# The version as a generated header (package/Version.h), so that only its readers rebuild when
+# project(VERSION) changes.
+configure_file("${CMAKE_CURRENT_LIST_DIR}/Version.h.in" "${PROJECT_BINARY_DIR}/generated/package/Version.h" @ONLY)
 target_include_directories(kalvo_settings SYSTEM INTERFACE "${KALVO_RAPIDJSON_INCLUDE}" "${KALVO_FMT_INCLUDE}")
 target_compile_features(kalvo_settings INTERFACE cxx_std_20)
 

@@ -9,6 +9,7 @@
 #include "monitor/Observables.h"
 #include "monitor/RepeatKeys.h"
 #include "monitor/SecurityMonitorImpl.h"
+#include "package/Version.h"
 
 namespace KALVO::SecurityMonitor {
 
@@ -56,7 +57,7 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
             if (!CountWithinLimit(m_processTreeCounts, key)) return;
         }
 
-        static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
+        static const Reporting::Source sourceInformation("SecurityMonitor", Version);
         ReportObservation(*m_reporter, sourceInformation, ProcessCreatedTypeId, "{parent} created {child}",
                           [&](Reporting::IHostObservation& observation) {
                               auto childValues = ValuesOf(child);
@@ -82,7 +83,7 @@ void SecurityMonitorImpl::OnProcessExists(EventPtr&, ProcessPtr& process) {
         // The previous run already reported it; no repeat count here otherwise.
         if (WasCachedByPreviousRun(uid)) return;
 
-        static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
+        static const Reporting::Source sourceInformation("SecurityMonitor", Version);
         ReportObservation(*m_reporter, sourceInformation, ProcessExistsTypeId, "{process} exists on the system",
                           [&](Reporting::IHostObservation& observation) {
                               AttachObservable(observation, "process", ValuesOf(running));

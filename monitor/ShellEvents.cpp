@@ -13,6 +13,7 @@
 #include "monitor/Observables.h"
 #include "monitor/RepeatKeys.h"
 #include "monitor/SecurityMonitorImpl.h"
+#include "package/Version.h"
 
 namespace KALVO::SecurityMonitor {
 
@@ -52,7 +53,7 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
             if (!key.empty() && !CountWithinLimit(m_shellCommandCounts, key)) return;
         }
 
-        static const Reporting::Source sourceInformation("SecurityMonitor", "1.0.28");
+        static const Reporting::Source sourceInformation("SecurityMonitor", Version);
         auto commandValues = EIL::Values::MakeValues();
         static constexpr char const* TypeKey = "type";
         static constexpr char const* TypeIdKey = "type_id";

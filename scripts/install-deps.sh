@@ -11,6 +11,9 @@ packages=(
   zsh
   # kalvo-devhost's BPF live source: libbpf, bpftool (vmlinux.h, skeleton), clang's BPF target.
   libbpf-dev bpftool libelf-dev zlib1g-dev
+  # cpack -G DEB: dpkg-shlibdeps (the package's dependencies) and file, which CPack uses to
+  # find the binaries to ask it about.
+  dpkg-dev file
   # The arm64 build: cross compiler, user-mode emulator, SQLite's and libbpf's arm64 runtimes
   # (multiarch).
   g++-aarch64-linux-gnu qemu-user libsqlite3-0:arm64 libbpf1:arm64

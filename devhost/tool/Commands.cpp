@@ -54,15 +54,33 @@ std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
 // Runs the sensor on the events `drive` delivers. When a forecast is asked for, they pass
 // through one, whose report is returned: of the busiest keys --keys asks for, or of every key it
 // keeps when the report is to be compared.
+//
+// The forecast keys events with the sensor's code compiled into this program, while the events
+// go to the library loaded: when that library is another build, its outcomes are counted under
+// keys it may not form. That is a warning and a mark in the report, not a refusal: the counts
+// of what was delivered, reported and suppressed are the loaded sensor's own, and running a
+// trace against another release to see how it behaves is a fair use of the tool.
 std::optional<ForecastReport> RunSensor(const ToolOptions& options, SensorSession& session, SignalWatcher& signals,
                                         const std::function<void(EventSink&)>& drive) {
+    const bool forecasting = options.keys || options.keysJson || options.keysHtml || options.compare;
+    std::optional<SensorIdentity> identity;
+    if (forecasting) {
+        identity = ProbeSensor(session.PluginPath());
+        if (!identity->SameBuild())
+            Warn(
+                fmt::format("the sensor {} reports version {}, this program was built with {}: the forecast's keys "
+                            "are this program's and may not be the ones that sensor counts",
+                            session.PluginPath(), identity->version.value_or("(none)"), SecurityMonitor::Version));
+    }
     session.Start(signals);
     std::optional<KeyForecast> forecast;
-    if (options.keys || options.keysJson || options.keysHtml || options.compare) forecast.emplace(session);
+    if (forecasting) forecast.emplace(session);
     drive(forecast ? static_cast<EventSink&>(*forecast) : session);
     session.Stop();
     if (!forecast) return std::nullopt;
-    return forecast->Report(options.compare ? KeyCapacity : options.keys.value_or(DefaultKeyRows));
+    ForecastReport report = forecast->Report(options.compare ? KeyCapacity : options.keys.value_or(DefaultKeyRows));
+    report.sensor = identity;
+    return report;
 }
 
 int RunLive(const ToolOptions& options, SignalWatcher& signals) {
@@ -151,6 +169,19 @@ int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
     return code == Result::Success ? 0 : 1;
 }
 
+// This program's version, then the version the sensor it would load reports (1 when that
+// sensor cannot be loaded or reports none).
+int RunVersion(const ToolOptions& options) {
+    LineOutput out(STDOUT_FILENO);
+    out.Write(fmt::format("kalvo-devhost {}", SecurityMonitor::Version));
+    const std::string plugin = options.plugin ? *options.plugin : DefaultPluginPath();
+    const SensorIdentity identity = ProbeSensor(plugin);
+    out.Write(fmt::format("sensor {} ({})", identity.version.value_or("unknown"), plugin));
+    if (!identity.version) throw std::runtime_error("the sensor " + plugin + " reported no version");
+    if (!identity.SameBuild()) Warn("the sensor is not the build this program was compiled with");
+    return 0;
+}
+
 }  // namespace
 
 int RunCommand(const ToolOptions& options, SignalWatcher& signals) {
@@ -159,6 +190,7 @@ int RunCommand(const ToolOptions& options, SignalWatcher& signals) {
     case Command::Record: return RunRecord(options, signals);
     case Command::Replay: return RunReplay(options, signals);
     case Command::Health: return RunHealth(options, signals);
+    case Command::Version: return RunVersion(options);
     case Command::Help: break;  // the caller prints the usage text; no sensor is needed
     }
     return 0;

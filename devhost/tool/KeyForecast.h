@@ -70,6 +70,7 @@ struct ForecastReport {
     std::uint64_t maxError = 0;
     std::optional<std::uint64_t> firstTime, lastTime;  // nanoseconds since the epoch
     ForecastTimeline timeline;                         // the events that carry a time
+    std::optional<SensorIdentity> sensor;              // the loaded sensor, when it was asked
 };
 
 inline constexpr std::size_t ShownKeyLength = 72;
@@ -246,6 +247,21 @@ inline std::string ForecastJson(const ForecastReport& report) {
         }
     };
     writer.StartObject();
+    if (report.sensor) {
+        // Whether the sensor loaded is the build whose keys this forecast uses.
+        writer.Key("sensor");
+        writer.StartObject();
+        writer.Key("version");
+        if (report.sensor->version)
+            WriteJsonText(writer, *report.sensor->version);
+        else
+            writer.Null();
+        writer.Key("tool_version");
+        writer.String(SecurityMonitor::Version);
+        writer.Key("same_build");
+        writer.Bool(report.sensor->SameBuild());
+        writer.EndObject();
+    }
     writer.Key("keys");
     writer.StartArray();
     for (const KeyRow& row : report.busiest) {

@@ -43,6 +43,7 @@
 #include "devhost/tool/SignalWatcher.h"
 #include "devhost/tool/ToolOptions.h"
 #include "eil/json/RapidJson.h"
+#include "package/Version.h"
 
 namespace KALVO::DevHost::Tool {
 
@@ -53,17 +54,63 @@ inline constexpr std::string_view ReportTypes[] = {"d5f9b921-5881-46fd-9ab8-dbee
                                                    "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
                                                    "79c21e2a-95c3-48b3-9af6-c5327b6b5c73"};
 
-// The sensor library next to the program (an installed pair), else the one built together
-// with it (a build tree).
+// The sensor library found from where this program lies, so that an installed pair works
+// wherever it was installed: ../lib/kalvo/ (the install layout), else beside the program, else
+// where the build tree puts it (KALVO_BUILD_TREE_PLUGIN, relative to the program's directory as
+// well: an installed program has no such path and never reaches into the tree it was built in).
 inline std::string DefaultPluginPath() {
-    std::vector<std::string> candidates = {KALVO_BUILT_PLUGIN};
     std::error_code error;
-    if (const fs::path self = fs::read_symlink("/proc/self/exe", error); !error)
-        candidates.insert(candidates.begin(), (self.parent_path() / KALVO_PLUGIN_FILE_NAME).string());
+    const fs::path self = fs::read_symlink("/proc/self/exe", error);
+    if (error) throw std::runtime_error("cannot tell where this program lies; name the sensor with --plugin PATH");
+    const fs::path directory = self.parent_path();
+    std::vector<std::string> candidates;
+    for (const fs::path& relative : {fs::path("..") / "lib" / "kalvo" / KALVO_PLUGIN_FILE_NAME,
+                                     fs::path(KALVO_PLUGIN_FILE_NAME), fs::path(KALVO_BUILD_TREE_PLUGIN)})
+        candidates.push_back((directory / relative).lexically_normal().string());
     for (const std::string& candidate : candidates)
         if (fs::is_regular_file(candidate, error)) return candidate;
     throw std::runtime_error(fmt::format("no sensor library found (looked for {}); name one with --plugin PATH",
                                          fmt::join(candidates, ", ")));
+}
+
+// What the loaded sensor says of itself, and whether it is the build this program was
+// compiled with.
+struct SensorIdentity {
+    std::optional<std::string> version;  // nothing: it reported nothing to read it from
+    bool SameBuild() const { return version == std::string(SecurityMonitor::Version); }
+};
+
+// The version the sensor library at `path` reports in its source record, the only place a
+// sensor states it to its host: the library is loaded into a host of its own (storage in
+// memory, no configuration, no faults, its log lines silenced) and handed one running process
+// to report. The caller's own session and storage are untouched. Throws PluginError when the
+// library cannot be loaded, std::runtime_error when it does not start.
+inline SensorIdentity ProbeSensor(const std::string& path) {
+    Host host;
+    host.Logs().SetRetention(false);
+    SensorIdentity identity;
+    host.Reports().SetListener([&identity](const EventRecord& event) {
+        if (identity.version || event.observations.empty() || !event.observations.front().source) return;
+        EIL::RJ::Document source;
+        source.Parse(RenderValuesJson(*event.observations.front().source));
+        if (source.HasParseError() || !source.IsObject() || !source.HasMember("info")) return;
+        const EIL::RJ::Value& info = source["info"];
+        if (!info.IsObject() || !info.HasMember("version")) return;
+        const EIL::RJ::Value& version = info["version"];
+        if (version.IsString()) identity.version = std::string(version.GetString(), version.GetStringLength());
+    });
+    Plugin plugin(path, host.Root());
+    const Result::Code code = plugin.Package()->Start(nullptr, 0);
+    if (code == Result::Success) {
+        host.Monitors().DeliverProcessExists(
+            host.MakeProcess(ProcessRecord{.pid = 1, .path = "/sbin/init", .commandLine = "/sbin/init"}));
+        (void)plugin.Package()->Stop(nullptr, 0);
+    }
+    UnloadFrom(host, plugin);
+    host.Reports().SetListener({});
+    if (code != Result::Success)
+        throw std::runtime_error(fmt::format("the sensor {} did not start (code {})", path, code));
+    return identity;
 }
 
 // Where the host's storage lives between runs, so that a sensor restarted on the same machine
@@ -123,11 +170,10 @@ inline FileStamp StampOf(const std::optional<std::string>& path) {
 class SensorSession final : public EventSink {
 public:
     // Finds what Start needs, so a mistake stops the program before anything runs: the plug-in
-    // (--plugin, else the library next to the program, else the one built with it), the host's
-    // storage (in --state, else for live in the default state directory, else in memory) and
-    // the configuration file `config`, read. `options` and `events` (when given, it receives
-    // each reported event's line) are borrowed. Throws std::runtime_error with a message for
-    // the user.
+    // (--plugin, else DefaultPluginPath), the host's storage (in --state, else for live in the
+    // default state directory, else in memory) and the configuration file `config`, read.
+    // `options` and `events` (when given, it receives each reported event's line) are borrowed.
+    // Throws std::runtime_error with a message for the user.
     SensorSession(const ToolOptions& options, const std::optional<std::string>& config, LineOutput* events)
         : m_options(options),
           m_events(events),
@@ -204,6 +250,7 @@ public:
     }
 
     Host& GetHost() noexcept { return *m_host; }  // once started
+    const std::string& PluginPath() const noexcept { return m_pluginPath; }
     // How many times the configuration was served again: a change tells a reader of the
     // settings to read them again, as the sensor did.
     std::uint64_t Reconfigurations() const noexcept { return m_reconfigurations.load(std::memory_order_acquire); }

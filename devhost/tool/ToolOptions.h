@@ -28,7 +28,7 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-enum class Command { Live, Record, Replay, Health, Help };
+enum class Command { Live, Record, Replay, Health, Help, Version };
 
 // The keys the forecast (KeyForecast) keeps counts of, and so shows at most with --keys; and
 // the busiest keys it shows unless asked otherwise.
@@ -81,6 +81,8 @@ inline ToolOptions ParseToolOptions(int argc, char const* const* argv) {
     app.set_help_flag();  // the usage text is our own
     bool help = false;
     app.add_flag("-h,--help", help);
+    bool version = false;
+    app.add_flag("--version", version);
     // Options of the sensor are accepted before and after the command.
     app.fallthrough();
     app.add_option("--plugin", options.plugin);
@@ -160,6 +162,10 @@ inline ToolOptions ParseToolOptions(int argc, char const* const* argv) {
         throw UsageError(std::string(error.what()) + " (see --help)");
     }
     if (help) return options;
+    if (version) {
+        options.command = Command::Version;
+        return options;
+    }
     for (std::size_t index = 0; index < std::size(commands); ++index)
         if (commands[index]->parsed()) options.command = static_cast<Command>(index);
     if (options.command == Command::Help)
@@ -185,8 +191,8 @@ Commands:
   health         sends the health-check command and prints the answer and its code
 
 Options:
-  --plugin PATH        the sensor library (default: the one next to this program, else
-                       )" KALVO_BUILT_PLUGIN R"()
+  --plugin PATH        the sensor library (default: ../lib/kalvo/)" KALVO_PLUGIN_FILE_NAME R"( from this
+                       program's directory, as installed; else the one beside it or built with it)
   --config FILE        the configuration served to the sensor (a JSON object); served again,
                        with Synchronize {"reason":"configuration"}, when it changes or on SIGHUP
   --state DIR          where the host's storage (the sensor's saved state) lives; by default
@@ -206,6 +212,7 @@ Options:
   --keys-html FILE     live, replay: the same as a page (HTML, self-contained) with a histogram of
                        the events over time; with --compare, both configurations side by side
   --compare FILE       replay: also with FILE as configuration; totals and the keys differing most
+  --version            this program's version, and the version the sensor library reports
   -h, --help           this text
 
 SIGINT or SIGTERM stops the sensor cleanly (its state is saved); a second one exits at once.

@@ -3,11 +3,14 @@
 // identifiers. Shell commands: counted per shell and command, every byte kept.
 #include <gtest/gtest.h>
 
+#include <fmt/format.h>
+
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "devhost/EventRenderer.h"
+#include "package/Version.h"
 #include "tests/support/SensorTest.h"
 
 namespace KALVO::Testing {
@@ -57,7 +60,8 @@ TEST_F(SensorTest, EachKindOfEventIsReportedWithItsObservables) {
         EXPECT_EQ(observation.typeId, c.typeId);
         EXPECT_EQ(observation.message, c.message);
         EXPECT_EQ(DevHost::RenderValuesJson(*observation.source),
-                  R"({"info":{"version":"1.0.28"},"source_type":"SecurityMonitor","type":"source_info"})");
+                  fmt::format(R"({{"info":{{"version":"{}"}},"source_type":"SecurityMonitor","type":"source_info"}})",
+                              SecurityMonitor::Version));
         std::vector<std::string> names;
         for (const auto& observable : observation.observables) names.push_back(observable.name);
         ASSERT_EQ(names, c.observables);
