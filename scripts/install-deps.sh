@@ -7,6 +7,8 @@ packages=(
   cmake ninja-build g++ clang libc++-14-dev libc++abi-14-dev libclang-rt-14-dev
   rapidjson-dev libfmt-dev libcli11-dev googletest libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev sqlite3 binutils python3 clang-format
+  # zsh, whose line editor the BPF live source watches (its tests type into one).
+  zsh
   # kalvo-devhost's BPF live source: libbpf, bpftool (vmlinux.h, skeleton), clang's BPF target.
   libbpf-dev bpftool libelf-dev zlib1g-dev
   # cpack -G DEB: dpkg-shlibdeps (the package's dependencies) and file, which CPack uses to
