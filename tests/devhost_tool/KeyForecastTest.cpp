@@ -78,15 +78,21 @@ TEST(KeyForecast, ShellKeyAndProcessStepOfTheSameTextAreKeptApart) {
 }
 
 TEST(KeyForecast, KeysCycledThroughTheCacheAreReportedAgainEachTime) {
-    // 600 keys in turn, three times, with a limit of 1: the 512-entry cache always forgets the
-    // key that comes next.
+    // 600 keys in turn, three times, a second apart, with a limit of 1: the 512-entry cache
+    // always forgets the key that comes next.
     const std::string config = ScratchPath("limit.json");
     WriteFile(config, R"({"securitymonitor":{"process_tree_report_limit":1}})");
     RunningSensor sensor(config);
     KeyForecast forecast(sensor.session);
-    for (int round = 0; round < 3; ++round)
-        for (std::size_t key = 0; key < 600; ++key) forecast.Deliver(Create(Letters(key)));
+    for (std::uint64_t index = 0; index < 1800; ++index) {
+        TraceEvent event = Create(Letters(index % 600));
+        event.time = 1'700'000'000'000'000'000 + index * 1'000'000'000;
+        forecast.Deliver(event);
+    }
     const ForecastReport report = forecast.Report(KeyCapacity);
+    const std::string json = ForecastJson(report);
+    const std::size_t perDay = json.find("\"reported_per_day\":") + 19;
+    EXPECT_NEAR(std::stod(json.substr(perDay)), 1800.0 / 1799 * 86400, 0.01) << json.substr(perDay);
     const KeyFigures expected{.delivered = 1800, .reported = 1800, .reportedAgain = 1200};
     for (const auto& [name, label, field] : FigureNames) EXPECT_EQ(report.total.*field, expected.*field) << name;
     EXPECT_EQ(report.evictions, 1800u - 512);

@@ -3,30 +3,31 @@
 // runs it.
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <chrono>
 
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "devhost/tool/SensorSession.h"
+#include "tests/devhost_tool/ToolProcess.h"
 
 namespace KALVO::Testing {
 
 using namespace KALVO::DevHost;
 using namespace KALVO::DevHost::Tool;
 
+// Fed from one thread.
 struct Recorder final : EventSink {
-    void Deliver(const TraceEvent& event) override {
-        std::lock_guard lock(mutex);
-        events.push_back(event);
-    }
-    std::mutex mutex;
+    void Deliver(const TraceEvent& event) override { events.push_back(event); }
     std::vector<TraceEvent> events;
 };
 
@@ -37,15 +38,28 @@ inline std::string ScratchPath(const std::string& name) {
     return path;
 }
 
+// Written whole and then renamed into place, so that a reader never sees a part.
 inline void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+    std::ofstream(path + ".new", std::ios::binary | std::ios::trunc) << text;
+    std::filesystem::rename(path + ".new", path);
 }
 
-// What `work` writes to stderr (the program's notes and warnings).
-inline std::string StderrOf(const std::function<void()>& work) {
-    ::testing::internal::CaptureStderr();
+// What `work` writes to stderr (the program's notes and warnings), read again until `until`
+// holds or ten seconds pass, for what other threads write.
+inline std::string StderrOf(const std::function<void()>& work,
+                            const std::function<bool(const std::string&)>& until = nullptr) {
+    const std::string path = ScratchPath("stderr");
+    const int saved = ::dup(STDERR_FILENO);
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::dup2(file, STDERR_FILENO);
+    ::close(file);
     work();
-    return ::testing::internal::GetCapturedStderr();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (until && !until(FileText(path)) && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ::dup2(saved, STDERR_FILENO);
+    ::close(saved);
+    return FileText(path);
 }
 
 // The built sensor started in a session, with the configuration file `config` and the state
