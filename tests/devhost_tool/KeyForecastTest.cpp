@@ -7,6 +7,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "devhost/tool/KeyForecast.h"
@@ -61,20 +62,15 @@ TEST(KeyForecast, FoldedSummaryStaysWithinItsStatedError) {
 TEST(KeyForecast, ShellKeyAndProcessStepOfTheSameTextAreKeptApart) {
     RunningSensor sensor;
     KeyForecast forecast(sensor.session);
-    // Both keys read "/bin/p|/bin/c|p|x".
+    // Both keys read "/bin/p|/bin/c|p|x"; the shell's is reported as often as the default limit allows.
     TraceEvent shell{EventKind::Shell, {.pid = 3, .path = "/bin/p", .commandLine = "/bin/c"}};
     shell.command = "p|x";
     for (int round = 0; round < 4; ++round) forecast.Deliver(shell);
     forecast.Deliver(Create("x"));
-    const ForecastReport report = forecast.Report(2);
-    ASSERT_EQ(report.busiest.size(), 2u);
-    EXPECT_TRUE(report.busiest[0].shell);
-    EXPECT_EQ(report.busiest[0].key, report.busiest[1].key);
-    EXPECT_EQ(report.busiest[0].delivered, 4u);
-    EXPECT_EQ(report.busiest[0].reported, 3u);  // the default limit
-    EXPECT_EQ(report.busiest[0].suppressed, 1u);
-    EXPECT_FALSE(report.busiest[1].shell);
-    EXPECT_EQ(report.busiest[1].reported, 1u);
+    std::vector<std::tuple<bool, std::string, std::uint64_t, std::uint64_t>> rows;
+    for (const KeyRow& row : forecast.Report(3).busiest)
+        rows.emplace_back(row.shell, row.key, row.delivered, row.reported);
+    EXPECT_EQ(rows, (decltype(rows){{true, "/bin/p|/bin/c|p|x", 4, 3}, {false, "/bin/p|/bin/c|p|x", 1, 1}}));
 }
 
 TEST(KeyForecast, KeysCycledThroughTheCacheAreReportedAgainEachTime) {

@@ -66,9 +66,6 @@ TEST(ProcessTracker, ReusedPidEndsTheOldProcessAndTreeTakesDescendantsOnly) {
     tracker.Reconcile();
     EXPECT_EQ(Described(recorder), (std::vector<std::string>{"terminate 12 boot:12:7", "create 12 boot:12:90 11",
                                                              "terminate 10 boot:10:5"}));
-    tracker.OnExec(ProcessRecord{.pid = 30, .parentPid = 20, .uid = "x"});
-    tracker.OnExec(ProcessRecord{.pid = 31, .parentPid = 11, .uid = "y"});
-    EXPECT_EQ(Described(recorder), (std::vector<std::string>{"create 31 y 11"}));
 }
 
 }  // namespace
