@@ -1,6 +1,6 @@
 // The volume forecast of kalvo-devhost against counts made here from the trace itself: keys
 // built from the normalisation functions and std::regex (not the sensor's key or collapse
-// code), reports as the report limit allows, and a key that the 512-entry cache forgets.
+// code), and reports as the report limit allows.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
