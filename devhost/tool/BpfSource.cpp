@@ -25,6 +25,7 @@ std::unique_ptr<KernelSource> OpenBpfSource(const ProcFs&) {
 #include <fmt/format.h>
 #include <gelf.h>
 #include <glob.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -46,8 +47,10 @@ namespace KALVO::DevHost::Tool {
 
 namespace {
 
-// The longest wait for records below the wake-up threshold, which bounds their delay.
-constexpr int PollMs = 1;
+// The longest pause between looks at the ring while records keep coming: the delay of a
+// record in a storm, which the threshold's wake-up cuts short.
+constexpr std::chrono::microseconds MaxPoll{16'000};
+constexpr std::chrono::microseconds FirstPoll{250};
 
 // The address `name` has in the ELF file `path` (its symbol's value), if it has one.
 std::optional<std::uint64_t> SymbolAddress(const std::string& path, std::string_view name) {
@@ -102,19 +105,29 @@ public:
 
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
         m_tracker = &tracker;
-        // Records below the wake-up threshold wake nobody (see the kernel side): a poll of a
-        // millisecond at most picks them up, so a record waits about that long, and a storm is
-        // read in batches rather than one wake-up a record.
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-        for (;;) {
-            const int remaining = static_cast<int>(
-                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now())
-                    .count());
+        CountLostExecs();
+        // Asleep until a record comes to a ring this reader had emptied (or one fills it past the
+        // threshold): a lone record is read at once. Since more may follow (an exec follows its
+        // fork), the ring is then looked at after 0.25, 0.5, 1... up to MaxPoll milliseconds, with
+        // wake-ups off below the threshold, until a look finds nothing: a storm is read in
+        // batches of many records, not one wake-up a record (each costs more than an exec's work).
+        int handled = ring_buffer__poll(m_ring.get(), timeoutMs);
+        handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
+        if (handled <= 0) return;
+        m_skeleton->bss->reader_polling = 1;
+        for (auto wait = FirstPoll; handled > 0; wait = std::min(2 * wait, MaxPoll)) {
             CountLostExecs();
-            int handled = ring_buffer__poll(m_ring.get(), std::clamp(remaining, 0, PollMs));
-            if (handled >= 0) handled += ring_buffer__consume(m_ring.get());
-            if (handled != 0 || remaining <= 0) return;
+            // The ring's epoll file is ready once a wake-up came (past the threshold).
+            pollfd ring{ring_buffer__epoll_fd(m_ring.get()), POLLIN, 0};
+            const timespec timeout{0, std::chrono::nanoseconds(wait).count()};
+            ::ppoll(&ring, 1, &timeout, nullptr);
+            handled = ring_buffer__poll(m_ring.get(), 0);
+            handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
         }
+        m_skeleton->bss->reader_polling = 0;
+        // A record that read the flag before it was cleared woke nobody: taken here, or by the
+        // next call's look after its wait at worst.
+        ring_buffer__consume(m_ring.get());
     }
 
     void NoteStatistics() const override {
@@ -199,6 +212,10 @@ private:
     // Takes the kernel's list of execs it could not hand over and counts those of the processes
     // followed. Before the records that came after them, so a parent still counts as followed.
     void CountLostExecs() {
+        // The counter is in memory shared with the kernel: free to read, unlike a walk of the map.
+        const std::uint64_t losses = m_skeleton->bss->losses[LIVE_EXEC];
+        if (losses == m_execLossesSeen) return;
+        m_execLossesSeen = losses;
         bpf_map* lost = m_skeleton->maps.lost_execs;
         std::uint32_t pid = 0;
         while (bpf_map__get_next_key(lost, nullptr, &pid, sizeof pid) == 0) {
@@ -243,6 +260,7 @@ private:
     std::uint64_t m_truncatedLines = 0;      // shell lines delivered incomplete
     std::uint64_t m_malformed = 0;           // records that could not be decoded
     std::uint64_t m_lostFollowedExecs = 0;   // execs not handed over, of processes the tracker follows
+    std::uint64_t m_execLossesSeen = 0;      // the kernel's count of lost execs when the map was last taken
     std::uint64_t m_waitingZshPrompts = 0;   // zsh processes running when the probes were attached
     DeliveryLatency m_latency;
 };

@@ -26,10 +26,14 @@ struct user_pt_regs {
 char LICENSE[] SEC("license") = "GPL";
 
 #define RING_BYTES (16 << 20)
-// Below this much unread data a record wakes nobody: the reader looks every millisecond anyway,
-// and a wake-up per record costs more than the rest of an exec. Above it, the reader is woken
-// at once so a storm never fills the ring while it sleeps.
+// Above this much unread data a record wakes the reader at once, so a storm never fills the
+// ring while it sleeps.
 #define WAKEUP_BYTES (RING_BYTES / 16)
+
+// Set by the host while it polls the ring every millisecond (after a record woke it, until a
+// look finds nothing): records below the threshold then wake nobody, since a wake-up a record
+// costs more than the rest of an exec. Otherwise a record wakes the reader if it had caught up.
+__u32 reader_polling = 0;
 
 struct {
     __uint(type, BPF_MAP_TYPE_RINGBUF);
@@ -80,7 +84,8 @@ __u64 losses[LIVE_KINDS] = {};
 __u64 unattributed_exec_losses = 0;  // lost execs not in lost_execs
 
 static __always_inline __u64 wakeup_flags(void) {
-    return bpf_ringbuf_query(&events, BPF_RB_AVAIL_DATA) >= WAKEUP_BYTES ? BPF_RB_FORCE_WAKEUP : BPF_RB_NO_WAKEUP;
+    if (bpf_ringbuf_query(&events, BPF_RB_AVAIL_DATA) >= WAKEUP_BYTES) return BPF_RB_FORCE_WAKEUP;
+    return reader_polling ? BPF_RB_NO_WAKEUP : 0;
 }
 
 static __always_inline struct live_event header_of(unsigned kind, struct task_struct* task) {
