@@ -131,13 +131,7 @@ public:
     }
 
     void NoteStatistics() const override {
-        const auto& lost = m_skeleton->bss->losses;
-        if (lost[LIVE_EXEC] + lost[LIVE_FORK] + lost[LIVE_EXIT] + lost[LIVE_LINE] != 0)
-            Warn(
-                fmt::format("the kernel could not hand over {} exec, {} fork, {} exit and {} shell line event(s); "
-                            "lost creations of the processes followed: {}",
-                            lost[LIVE_EXEC], lost[LIVE_FORK], lost[LIVE_EXIT], lost[LIVE_LINE],
-                            m_lostFollowedExecs + m_skeleton->bss->unattributed_exec_losses));
+        if (const std::string loss = Loss(); !loss.empty()) Warn(loss);
         if (m_waitingZshPrompts != 0)
             Note(fmt::format("possibly missed: the line typed at each of {} zsh prompt(s) already waiting at the start",
                              m_waitingZshPrompts));
@@ -149,6 +143,16 @@ public:
         if (m_malformed != 0) Warn(fmt::format("{} malformed record(s) from the kernel ignored", m_malformed));
         if (const std::string latency = m_latency.Summary(); !latency.empty())
             Note("creations from the kernel's exec to the sensor: " + latency);
+    }
+
+    std::string Loss() const override {
+        const auto& lost = m_skeleton->bss->losses;
+        if (lost[LIVE_EXEC] + lost[LIVE_FORK] + lost[LIVE_EXIT] + lost[LIVE_LINE] == 0) return {};
+        return fmt::format(
+            "the kernel could not hand over {} exec, {} fork, {} exit and {} shell line event(s); "
+            "lost creations of the processes followed: {}",
+            lost[LIVE_EXEC], lost[LIVE_FORK], lost[LIVE_EXIT], lost[LIVE_LINE],
+            m_lostFollowedExecs + m_skeleton->bss->unattributed_exec_losses);
     }
 
 private:

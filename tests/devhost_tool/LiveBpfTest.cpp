@@ -252,6 +252,11 @@ TEST_F(KalvoDevhostBpf, OverflowLosesOnlyWhatItCounts) {
     const std::size_t counted = std::stoull(err.substr(at + key.size()));
     EXPECT_GT(counted, 0u);
     EXPECT_EQ(Programs - delivered, counted) << err;
+
+    // health with the same state tells it too.
+    ToolProcess health({"health", "--state", live.dir.string(), "--config", (live.dir / "config.json").string()});
+    EXPECT_EQ(health.Finish(), 0) << health.Err();
+    EXPECT_NE(health.Out().find(key + std::to_string(counted)), std::string::npos) << health.Out();
 }
 
 // Lines typed into bash, the first at a prompt that was already waiting when live started.
