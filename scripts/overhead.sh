@@ -8,7 +8,7 @@
 #   script: a shell script that runs expr, test, sed and cat in loops, as configure scripts do
 #           (4 execs an iteration; ITERATIONS defaults to 5000, so 20,000 execs).
 # Run as root, on a machine as quiet as can be had: every run takes the whole machine.
-# Usage: scripts/overhead.sh [ITERATIONS]
+# Usage: scripts/overhead.sh [ITERATIONS [WORKLOAD...]]   (default: 5000 build script)
 set -euo pipefail
 
 # A workload's run itself, under perf: --workload NAME ITERATIONS WORKDIR.
@@ -27,6 +27,8 @@ cd "$(dirname "$0")/.."
 script=$PWD/scripts/overhead.sh
 
 iterations=${1:-5000}
+workloads=("${@:2}")
+[ "${#workloads[@]}" -gt 0 ] || workloads=(build script)
 cmake --preset gcc >/dev/null
 cmake --build --preset gcc --target kalvo-devhost kalvo.securitymonitor -j "$(nproc)" >/dev/null
 bin=$PWD/build/gcc/devhost/tool/kalvo-devhost
@@ -82,7 +84,7 @@ run() {
 median() { sort -n | sed -n 2p; }
 
 printf '%-7s %6s %10s %10s %7s %8s %s\n' workload execs "bare s" "live s" ratio missed "runs (bare/live s)"
-for name in build script; do
+for name in "${workloads[@]}"; do
   bare=() watched=() missed=0 execs_total=0
   runs=""
   for _ in 1 2 3; do
