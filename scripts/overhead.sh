@@ -60,7 +60,7 @@ run() {
     "$bin" live --source bpf --tree "$root" --state "$work/state" >/dev/null 2>"$work/err" &
     live=$!
     for _ in $(seq 100); do
-      grep "following new ones" "$work/err" >/dev/null && break
+      grep "following new ones" "$work/err" >/dev/null 2>&1 && break
       sleep 0.1
     done
   fi

@@ -31,7 +31,7 @@ start_live() {
   "$bin" live --source "$1" --tree "$2" --state "$work/state-$1" >/dev/null 2>"$3" &
   live=$!
   for _ in $(seq 100); do
-    grep "following new ones" "$3" >/dev/null && break
+    grep "following new ones" "$3" >/dev/null 2>&1 && break
     sleep 0.1
   done
 }

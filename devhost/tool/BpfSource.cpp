@@ -111,11 +111,15 @@ public:
         // fork), the ring is then looked at after 0.25, 0.5, 1... up to MaxPoll milliseconds, with
         // wake-ups off below the threshold, until a look finds nothing: a storm is read in
         // batches of many records, not one wake-up a record (each costs more than an exec's work).
+        // On a busy machine records may never stop coming: the looks end by `timeoutMs` anyway,
+        // so that a stop request is seen.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
         int handled = ring_buffer__poll(m_ring.get(), timeoutMs);
         handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
         if (handled <= 0) return;
         m_skeleton->bss->reader_polling = 1;
-        for (auto wait = FirstPoll; handled > 0; wait = std::min(2 * wait, MaxPoll)) {
+        for (auto wait = FirstPoll; handled > 0 && std::chrono::steady_clock::now() < deadline;
+             wait = std::min(2 * wait, MaxPoll)) {
             CountLostExecs();
             // The ring's epoll file is ready once a wake-up came (past the threshold).
             pollfd ring{ring_buffer__epoll_fd(m_ring.get()), POLLIN, 0};
@@ -125,8 +129,8 @@ public:
             handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
         }
         m_skeleton->bss->reader_polling = 0;
-        // A record that read the flag before it was cleared woke nobody: taken here, or by the
-        // next call's look after its wait at worst.
+        // Records that read the flag before it was cleared woke nobody: taken here, so that the
+        // reader has caught up and the next record wakes it.
         ring_buffer__consume(m_ring.get());
     }
 

@@ -30,8 +30,8 @@ char LICENSE[] SEC("license") = "GPL";
 // ring while it sleeps.
 #define WAKEUP_BYTES (RING_BYTES / 16)
 
-// Set by the host while it polls the ring every millisecond (after a record woke it, until a
-// look finds nothing): records below the threshold then wake nobody, since a wake-up a record
+// Set by the host while it looks at the ring at short intervals (after a record woke it, until
+// a look finds nothing): records below the threshold then wake nobody, since a wake-up a record
 // costs more than the rest of an exec. Otherwise a record wakes the reader if it had caught up.
 __u32 reader_polling = 0;
 
