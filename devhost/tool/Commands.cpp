@@ -14,6 +14,8 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
 #include <stdexcept>
@@ -33,6 +35,8 @@ using Clock = SignalWatcher::Clock;
 // The routing key under which the sensor answers the agent's health check, and the request.
 constexpr char const* HealthCheckKey = "securitymonitor!OnHealthCheck";
 constexpr char const* HealthCheckRequest = R"({"id":"kalvo-devhost"})";
+// The file in the state directory where live leaves what its source lost.
+constexpr char const* LiveLossFile = "live-loss.txt";
 
 // Writes each event as a trace line, and counts what was written by kind.
 struct TraceWriter final : public EventSink {
@@ -91,6 +95,9 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     const std::optional<ForecastReport> report =
         RunSensor(options, session, signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
     source.NoteStatistics();
+    // Beside the storage, for `health --state` to tell what the last run lost.
+    std::ofstream(std::filesystem::path(StoragePath(options)).parent_path() / LiveLossFile)
+        << (source.Loss().empty() ? "none counted" : source.Loss()) << '\n';
     session.PrintSummary();
     if (report) ShowForecast(*report, options);
     if (report && options.keysHtml)
@@ -165,6 +172,9 @@ int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
     const Result::Code code = session.GetHost().Router().Execute(HealthCheckKey, HealthCheckRequest, answer);
     if (!answer.empty()) out.Write(answer);
     out.Write(fmt::format("code {}", code));
+    std::string loss;
+    if (options.stateDir && std::getline(std::ifstream(std::filesystem::path(*options.stateDir) / LiveLossFile), loss))
+        out.Write("loss of the last live run: " + loss);
     session.Stop();
     return code == Result::Success ? 0 : 1;
 }

@@ -39,6 +39,8 @@ public:
     virtual void Receive(int timeoutMs, ProcessTracker& tracker) = 0;
     // What was lost or arrived incomplete, on stderr, once the run is over.
     virtual void NoteStatistics() const = 0;
+    // What was lost, in one line, once the run is over; empty when nothing was.
+    virtual std::string Loss() const { return {}; }
 
     std::string description;  // which source this is, for the user
 };
@@ -104,6 +106,9 @@ public:
     void NoteStatistics() const {
         if (m_source) m_source->NoteStatistics();
     }
+
+    // What the source lost, in one line; empty when nothing was (or it cannot tell, polling).
+    std::string Loss() const { return m_source ? m_source->Loss() : std::string(); }
 
 private:
     LiveOptions m_options;

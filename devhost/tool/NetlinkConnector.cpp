@@ -20,6 +20,7 @@
 #include <stdexcept>
 
 #include "devhost/tool/Console.h"
+#include "devhost/tool/DeliveryLatency.h"
 #include "devhost/tool/LiveSource.h"
 #include "eil/core/ScopeGuard.h"
 
@@ -58,8 +59,9 @@ public:
         bool seen = false;
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
         while (!seen && std::chrono::steady_clock::now() < deadline)
-            Drain(100,
-                  [&](std::uint32_t, std::uint64_t pid) { seen = seen || pid == static_cast<std::uint64_t>(child); });
+            Drain(100, [&](std::uint32_t, std::uint64_t pid, std::uint64_t) {
+                seen = seen || pid == static_cast<std::uint64_t>(child);
+            });
         while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
         if (!seen)
             throw std::runtime_error(
@@ -72,11 +74,15 @@ public:
     }
 
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
-        Drain(timeoutMs, [&](std::uint32_t what, std::uint64_t pid) {
+        Drain(timeoutMs, [&](std::uint32_t what, std::uint64_t pid, std::uint64_t kernelNs) {
             if (what == ExitEvent) return tracker.OnExit(pid);
-            if (std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid))
-                return tracker.OnExec(std::move(*record));
-            ++m_missed;
+            std::optional<ProcessRecord> record = m_procfs.ReadProcess(pid);
+            if (!record) {
+                ++m_missed;
+                return;
+            }
+            tracker.OnExec(std::move(*record));
+            m_latency.Delivered(kernelNs);
         });
     }
 
@@ -84,6 +90,8 @@ public:
         if (m_missed != 0) Note(fmt::format("{} new program(s) ended before they could be read", m_missed));
         if (m_overflows != 0)
             Warn(fmt::format("the kernel dropped process events {} time(s): this reader fell behind", m_overflows));
+        if (const std::string latency = m_latency.Summary(); !latency.empty())
+            Note("creations from the kernel's exec to the sensor: " + latency);
     }
 
 private:
@@ -98,7 +106,7 @@ private:
     }
 
     // Waits up to `timeoutMs` for the next datagram, which the kernel sends with one event, and
-    // hands it to `handle` as (what, pid) if it is an exec or exit of a process (not of a thread).
+    // hands it to `handle` as (what, pid, the kernel's CLOCK_MONOTONIC time of it) if it is an exec or exit of a process (not of a thread).
     template <class Handle>
     void Drain(int timeoutMs, const Handle& handle) {
         pollfd waiting{m_socket, POLLIN, 0};
@@ -116,15 +124,17 @@ private:
         if (header.nlmsg_type != NLMSG_DONE || message.id.idx != CN_IDX_PROC || message.id.val != CN_VAL_PROC) return;
         const auto what = static_cast<std::uint32_t>(event.what);
         const auto& exit = event.event_data.exit;
-        if (what == ExecEvent) handle(what, event.event_data.exec.process_tgid);
+        if (what == ExecEvent) handle(what, event.event_data.exec.process_tgid, event.timestamp_ns);
         // Only the end of the thread-group leader is the end of the process.
-        if (what == ExitEvent && exit.process_pid == exit.process_tgid) handle(what, exit.process_tgid);
+        if (what == ExitEvent && exit.process_pid == exit.process_tgid)
+            handle(what, exit.process_tgid, event.timestamp_ns);
     }
 
     const ProcFs& m_procfs;
     int m_socket = ::socket(PF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_CONNECTOR);
     std::uint64_t m_missed = 0;     // new programs gone before they could be read
     std::uint64_t m_overflows = 0;  // times the kernel dropped events because this reader fell behind
+    DeliveryLatency m_latency;
 };
 
 }  // namespace

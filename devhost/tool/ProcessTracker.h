@@ -53,6 +53,10 @@ public:
         if (InTree(pid, shell.parentPid)) Announce(EventKind::Shell, std::move(shell), std::move(line));
     }
 
+    // Whether the process `pid`, child of `parentPid`, is one this tracker follows (for what
+    // the kernel could not hand over).
+    bool Follows(std::uint64_t pid, std::uint64_t parentPid) const { return InTree(pid, parentPid); }
+
     // Compares /proc with what was announced: new processes and programs replaced in place (a
     // new executable path) are announced as `kind`, vanished ones as terminated. Returns how many
     // processes are known now: on the first call (kind Exists), how many were announced as running.

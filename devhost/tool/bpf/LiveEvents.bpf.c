@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0
 // The kernel half of kalvo-devhost's BPF live source: every new program with its path and
 // argument vector read at the exec itself (so one that ends at once is still known whole), the
-// forks and exits that keep the host's process table right, and every line readline returns to
-// a shell. Everything goes through one ring buffer; what cannot be handed over is counted in
-// `losses` by kind, which the host reads and reports.
+// forks and exits that keep the host's process table right, and every line a shell's line
+// editor returns (readline in bash, zle in zsh). Everything goes through one ring buffer; what
+// cannot be handed over is counted in `losses` by kind, which the host reads and reports.
 // The kernel's types come first: libbpf's headers use them.
 #include "vmlinux.h"
 
@@ -25,9 +25,19 @@ struct user_pt_regs {
 
 char LICENSE[] SEC("license") = "GPL";
 
+#define RING_BYTES (16 << 20)
+// Above this much unread data a record wakes the reader at once, so a storm never fills the
+// ring while it sleeps.
+#define WAKEUP_BYTES (RING_BYTES / 16)
+
+// Set by the host while it looks at the ring at short intervals (after a record woke it, until
+// a look finds nothing): records below the threshold then wake nobody, since a wake-up a record
+// costs more than the rest of an exec. Otherwise a record wakes the reader if it had caught up.
+__u32 reader_polling = 0;
+
 struct {
     __uint(type, BPF_MAP_TYPE_RINGBUF);
-    __uint(max_entries, 16 << 20);
+    __uint(max_entries, RING_BYTES);
 } events SEC(".maps");
 
 // An exec record is built here, then copied into the ring buffer at its real size.
@@ -43,7 +53,40 @@ struct {
     __type(value, struct exec_scratch);
 } scratch SEC(".maps");
 
+// The executables whose lines are reported (the shells), filled by the host: a program that links the same readline (python, sqlite3, gdb) is not a shell.
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, 64);
+    __type(key, struct live_file_key);
+    __type(value, __u8);
+} shells SEC(".maps");
+
+// The threads inside a readline call whose return is watched, so that the line of a call that
+// began before the probes (a prompt already waiting) is taken where it is accepted instead, and
+// no line is taken twice.
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, 16384);
+    __type(key, __u32);
+    __type(value, __u8);
+} reading SEC(".maps");
+
+// The execs the kernel could not hand over, by pid, with their parent: the host counts those
+// of the processes it follows. Those beyond the map's room are counted in losses alone.
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, 65536);
+    __type(key, __u32);
+    __type(value, __u32);
+} lost_execs SEC(".maps");
+
 __u64 losses[LIVE_KINDS] = {};
+__u64 unattributed_exec_losses = 0;  // lost execs not in lost_execs
+
+static __always_inline __u64 wakeup_flags(void) {
+    if (bpf_ringbuf_query(&events, BPF_RB_AVAIL_DATA) >= WAKEUP_BYTES) return BPF_RB_FORCE_WAKEUP;
+    return reader_polling ? BPF_RB_NO_WAKEUP : 0;
+}
 
 static __always_inline struct live_event header_of(unsigned kind, struct task_struct* task) {
     return (struct live_event){
@@ -52,6 +95,7 @@ static __always_inline struct live_event header_of(unsigned kind, struct task_st
         .parent_pid = BPF_CORE_READ(task, real_parent, tgid),
         .user_id = BPF_CORE_READ(task, real_cred, uid.val),
         .start = BPF_CORE_READ(task, group_leader, start_boottime),
+        .time = bpf_ktime_get_ns(),
     };
 }
 
@@ -60,7 +104,7 @@ static __always_inline struct live_event header_of(unsigned kind, struct task_st
 static __always_inline int fork_or_exit(unsigned kind, struct task_struct* task) {
     if (BPF_CORE_READ(task, pid) != BPF_CORE_READ(task, tgid)) return 0;
     struct live_event event = header_of(kind, task);
-    if (bpf_ringbuf_output(&events, &event, sizeof event, 0) != 0) __sync_fetch_and_add(&losses[kind], 1);
+    if (bpf_ringbuf_output(&events, &event, sizeof event, wakeup_flags()) != 0) __sync_fetch_and_add(&losses[kind], 1);
     return 0;
 }
 
@@ -116,8 +160,13 @@ int BPF_PROG(on_exec, struct task_struct* task) {
     record->header.truncated |= length < wanted;
     record->header.path_bytes = path;
     record->header.data_bytes = length;
-    if (bpf_ringbuf_output(&events, record, sizeof record->header + path + length, 0) != 0)
+    if (bpf_ringbuf_output(&events, record, sizeof record->header + path + length, wakeup_flags()) != 0) {
         __sync_fetch_and_add(&losses[LIVE_EXEC], 1);
+        __u32 pid = record->header.pid;
+        __u32 parent = record->header.parent_pid;
+        if (bpf_map_update_elem(&lost_execs, &pid, &parent, BPF_ANY) != 0)
+            __sync_fetch_and_add(&unattributed_exec_losses, 1);
+    }
     return 0;
 }
 
@@ -127,22 +176,70 @@ int BPF_PROG(on_fork, struct task_struct* parent, struct task_struct* child) { r
 SEC("tp_btf/sched_process_exit")
 int BPF_PROG(on_exit, struct task_struct* task) { return fork_or_exit(LIVE_EXIT, task); }
 
-// The return of readline: the line a shell's user typed (NULL at the end of input).
-SEC("uretprobe")
-int on_readline(struct pt_regs* ctx) {
-    const char* line = (const char*)PT_REGS_RC(ctx);
-    if (!line) return 0;
+// Whether the current process runs one of the shells.
+static __always_inline int in_shell(void) {
+    struct task_struct* task = bpf_get_current_task_btf();
+    struct inode* inode = BPF_CORE_READ(task, mm, exe_file, f_inode);
+    struct live_file_key key = {.device = BPF_CORE_READ(inode, i_sb, s_dev), .inode = BPF_CORE_READ(inode, i_ino)};
+    return bpf_map_lookup_elem(&shells, &key) != 0;
+}
+
+// Hands over a line of the user's at `line` (NULL: the end of input, nothing to hand over).
+static __always_inline void send_line(const char* line, unsigned encoding) {
+    if (!line) return;
     struct live_event* event = bpf_ringbuf_reserve(&events, sizeof *event + LIVE_LINE_BYTES, 0);
     long length = event ? bpf_probe_read_user_str(event + 1, LIVE_LINE_BYTES, line) : 0;
     if (length <= 0) {  // no room in the ring buffer, or the line unreadable
         __sync_fetch_and_add(&losses[LIVE_LINE], 1);
         if (event) bpf_ringbuf_discard(event, 0);
+        return;
+    }
+    *event = header_of(LIVE_LINE, bpf_get_current_task_btf());
+    event->encoding = encoding;
+    event->data_bytes = length - 1;  // without the terminating NUL
+    bpf_ringbuf_submit(event, wakeup_flags());
+}
+
+// The start of readline in a shell: its return will be seen.
+SEC("uprobe")
+int on_readline_entry(struct pt_regs* ctx) {
+    if (!in_shell()) return 0;
+    __u32 thread = (__u32)bpf_get_current_pid_tgid();
+    __u8 yes = 1;
+    bpf_map_update_elem(&reading, &thread, &yes, BPF_ANY);
+    return 0;
+}
+
+// The return of readline: the line the user typed, if its start was seen (else it was taken
+// where it was accepted).
+SEC("uretprobe")
+int on_readline(struct pt_regs* ctx) {
+    __u32 thread = (__u32)bpf_get_current_pid_tgid();
+    if (bpf_map_delete_elem(&reading, &thread) != 0) return 0;
+    send_line((const char*)PT_REGS_RC(ctx), LIVE_LINE_PLAIN);
+    return 0;
+}
+
+// readline accepting a line (rl_newline), in a call whose start was not seen: the line is
+// taken from rl_line_buffer, a global at a fixed distance from the probed function, which the
+// host gives as the attachment's cookie.
+SEC("uprobe")
+int on_accept(struct pt_regs* ctx) {
+    __u32 thread = (__u32)bpf_get_current_pid_tgid();
+    if (!in_shell() || bpf_map_lookup_elem(&reading, &thread)) return 0;
+    const char* line = 0;
+    const char** buffer = (const char**)(PT_REGS_IP(ctx) + bpf_get_attach_cookie(ctx));
+    if (bpf_probe_read_user(&line, sizeof line, buffer) != 0) {
+        __sync_fetch_and_add(&losses[LIVE_LINE], 1);
         return 0;
     }
-    *event = header_of(LIVE_LINE, (struct task_struct*)bpf_get_current_task_btf());
-    // The terminating NUL is not sent, nor the byte beyond 64 KiB that tells a longer line.
-    event->truncated = length == LIVE_LINE_BYTES;
-    event->data_bytes = length - 1 - event->truncated;
-    bpf_ringbuf_submit(event, 0);
+    send_line(line, LIVE_LINE_PLAIN);
+    return 0;
+}
+
+// The return of zsh's line editor: the line, metafied, with the newline that accepted it.
+SEC("uretprobe")
+int on_zleread(struct pt_regs* ctx) {
+    if (in_shell()) send_line((const char*)PT_REGS_RC(ctx), LIVE_LINE_ZSH);
     return 0;
 }

@@ -11,8 +11,24 @@ enum live_kind { LIVE_EXEC, LIVE_FORK, LIVE_EXIT, LIVE_LINE, LIVE_KINDS };
 #define LIVE_PATH_BYTES 4096
 #define LIVE_NAME_BYTES 256
 #define LIVE_ARGS_BYTES 16384
-// Lines of up to 64 KiB arrive whole; one byte more is read to tell a longer line.
-#define LIVE_LINE_BYTES (65536 + 2)
+// Lines of up to 64 KiB arrive whole. The kernel side reads two bytes more (zsh's newline, then
+// one that tells a longer line) and the NUL.
+#define LIVE_LINE_MAX 65536
+#define LIVE_LINE_BYTES (LIVE_LINE_MAX + 3)
+
+// How a line's bytes are encoded.
+enum live_line_encoding {
+    LIVE_LINE_PLAIN,  // as typed (readline)
+    // zsh's line editor: every byte zsh treats as special follows the meta byte 0x83, XORed with
+    // 0x20; the line ends in the newline that accepted it.
+    LIVE_LINE_ZSH,
+};
+
+// A file, as the kernel names it: the key of the map of shells the host fills.
+struct live_file_key {
+    unsigned long long device;  // the kernel's encoding (major << 20 | minor)
+    unsigned long long inode;
+};
 
 struct live_event {
     unsigned int kind;
@@ -20,10 +36,11 @@ struct live_event {
     unsigned int parent_pid;   // its real parent
     unsigned int user_id;      // the real user
     unsigned long long start;  // the process's start, nanoseconds after boot (start_boottime)
-    // 1 when incomplete: exec, the path or the argument vector (longer than read, or
-    // unreadable); line, the line.
+    unsigned long long time;   // when the kernel saw the event, CLOCK_MONOTONIC nanoseconds
+    // exec: 1 when the path or the argument vector is incomplete (longer than read, or unreadable).
     unsigned int truncated;
     unsigned int path_bytes;  // exec: bytes of the path's names
     unsigned int data_bytes;  // exec: bytes of the argument vector; line: bytes of the line
+    unsigned int encoding;    // line: a live_line_encoding
     // Followed by the data: exec, the path's names, then the arguments; line, the line.
 };
