@@ -94,10 +94,19 @@ def generate(count, seed):
     # Deterministic by content: a keyed hash orders the candidates, so a mutant stays picked as
     # long as its line is unchanged, whatever happens elsewhere in the file.
     ranked = sorted(seen, key=lambda k: hashlib.sha256((str(seed) + k).encode()).hexdigest())
+    # The sections written by hand (from the first comment line after the header on) are kept.
+    kept = []
+    if os.path.exists(LIST):
+        with open(LIST, encoding="utf-8") as f:
+            lines = f.read().splitlines()[1:]
+        starts = [n for n, l in enumerate(lines) if l.startswith("#")]
+        kept = lines[starts[0]:] if starts else []
     with open(LIST, "w", encoding="utf-8") as f:
         f.write("# file%sline text%stoken%soccurrence on the line%sreplacement  (scripts/mutate.py --generate)\n" % ((SEP,) * 4))
         for k in sorted(ranked[:count]):
             f.write(k + "\n")
+        for line in kept:
+            f.write(line + "\n")
     print("%d candidates, %d written to %s" % (len(seen), count, os.path.relpath(LIST, ROOT)))
 
 
