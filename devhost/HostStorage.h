@@ -7,6 +7,10 @@
 // buffer answers 12 with the needed size; a missing key 22; a failing store 89.
 #pragma once
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <fmt/format.h>
 #include <sqlite3.h>
 
@@ -31,6 +35,14 @@ public:
     // path and SQLite's message when it cannot.
     HostStorage(std::shared_ptr<FaultInjector> faults, std::string path)
         : m_faults(std::move(faults)), m_path(std::move(path)), m_db(nullptr, &sqlite3_close) {
+        // The file made private before SQLite opens it: its journal and WAL files take the
+        // database's mode. A file of an earlier run is made private too.
+        if (m_path != InMemory) {
+            if (const int fd = ::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); fd >= 0) {
+                (void)::fchmod(fd, 0600);
+                ::close(fd);
+            }
+        }
         sqlite3* db = nullptr;
         const int opened = sqlite3_open_v2(m_path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
         m_db.reset(db);

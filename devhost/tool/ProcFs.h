@@ -15,6 +15,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "devhost/ProcessRecord.h"
@@ -39,25 +40,26 @@ inline std::string CommandLineOf(std::string arguments) {
 class ProcFs {
 public:
     // Reads the boot id, the boot time and the clock tick rate. Throws std::runtime_error when
-    // /proc is not there to read.
-    ProcFs() {
-        std::istringstream(ReadFile("/proc/sys/kernel/random/boot_id")) >> m_bootId;
+    // /proc is not there to read. `root` is /proc but in tests, which lay out a table of their own.
+    explicit ProcFs(std::string root = "/proc") : m_root(std::move(root)) {
+        std::istringstream(ReadFile(m_root + "/sys/kernel/random/boot_id")) >> m_bootId;
         if (m_bootId.empty())
-            throw std::runtime_error("cannot read /proc/sys/kernel/random/boot_id: is /proc mounted?");
-        m_bootTime = NumberAfter(ReadFile("/proc/stat"), "\nbtime ").value_or(0);
+            throw std::runtime_error("cannot read " + m_root + "/sys/kernel/random/boot_id: is /proc mounted?");
+        m_bootTime = NumberAfter(ReadFile(m_root + "/stat"), "\nbtime ").value_or(0);
         if (const long ticks = ::sysconf(_SC_CLK_TCK); ticks > 0)
             m_nsPerTick = 1'000'000'000 / static_cast<std::uint64_t>(ticks);
     }
 
-    // The pids of every process now running (not of threads), ascending as /proc lists them.
+    // The pids of every process now running (not of threads), ascending.
     std::vector<std::uint64_t> ProcessIds() const {
         std::vector<std::uint64_t> pids;
-        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        for (const auto& entry : std::filesystem::directory_iterator(m_root)) {
             // Only digits: a pid, never empty nor larger than the kernel's pid limit.
             if (const std::string name = entry.path().filename();
                 name.find_first_not_of("0123456789") == std::string::npos)
                 pids.push_back(std::stoull(name));
         }
+        std::sort(pids.begin(), pids.end());  // /proc lists them so; another directory need not
         return pids;
     }
 
@@ -120,8 +122,8 @@ public:
     }
 
 private:
-    static std::string ProcPath(std::uint64_t pid, char const* leaf) {
-        return "/proc/" + std::to_string(pid) + "/" + leaf;
+    std::string ProcPath(std::uint64_t pid, char const* leaf) const {
+        return m_root + "/" + std::to_string(pid) + "/" + leaf;
     }
 
     // The whole file, empty when it cannot be read. /proc files report a size of 0, so they are
@@ -149,6 +151,7 @@ private:
         return known->second;
     }
 
+    std::string m_root;
     std::string m_bootId;
     std::uint64_t m_bootTime = 0;                                    // seconds since the epoch
     std::uint64_t m_nsPerTick = 10'000'000;                          // a clock tick of /proc/PID/stat

@@ -68,7 +68,9 @@ inline std::string DefaultPluginPath() {
 
 // Where the host's storage lives between runs, so that a sensor restarted on the same machine
 // remembers the processes it has already reported (as an agent's own data directory does):
-// storage.sqlite3 in the directory, created when missing and checked to be writable.
+// storage.sqlite3 in the directory, created when missing and checked to be writable. The state
+// tells which processes ran: the directory is made private (0700), and one that other users may
+// write to is refused, since they could replace the database or plant its journal.
 inline std::string StoragePath(const ToolOptions& options) {
     if (!options.stateDir && options.command != Command::Live) return HostStorage::InMemory;
     char const* home = std::getenv("HOME");
@@ -77,9 +79,21 @@ inline std::string StoragePath(const ToolOptions& options) {
     const std::string directory =
         options.stateDir ? *options.stateDir : std::string(home) + "/.local/state/kalvo-devhost";
     std::error_code error;
-    fs::create_directories(directory, error);
-    // Also fails, naming why, when the path is there but not a directory.
+    // The parents as any directory; the state directory itself private whatever the umask.
+    fs::path own(directory);
+    if (!own.has_filename()) own = own.parent_path();  // "DIR/" names DIR
+    if (own.has_parent_path()) fs::create_directories(own.parent_path(), error);
+    if (!error && ::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST)
+        error = std::error_code(errno, std::generic_category());
+    struct stat status {};
+    if (!error && ::stat(directory.c_str(), &status) != 0) error = std::error_code(errno, std::generic_category());
+    if (!error && !S_ISDIR(status.st_mode)) error = std::make_error_code(std::errc::not_a_directory);
     if (error) throw std::runtime_error("cannot create state directory " + directory + ": " + error.message());
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        throw std::runtime_error(
+            fmt::format("state directory {} is writable by other users (mode {:o}); make it "
+                        "private with chmod 700 or name another with --state DIR",
+                        directory, status.st_mode & 07777));
     if (::access(directory.c_str(), W_OK | X_OK) != 0)
         throw std::runtime_error("state directory " + directory + " is not writable: " + std::strerror(errno));
     return (fs::path(directory) / "storage.sqlite3").string();

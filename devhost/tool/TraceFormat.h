@@ -15,7 +15,8 @@
 // A replay delivers the events on one thread in the trace's order or on several at once (as the
 // agent delivers events on several threads). The trace is streamed, so it may be of any length
 // and may come from a pipe ("-" reads stdin) while it is written. Malformed lines are skipped,
-// each named by its line number; the rest is delivered.
+// each named by its line number; the rest is delivered. So is a line over TraceLineLimit, without
+// being held whole: a trace without line feeds cannot take all memory.
 #pragma once
 
 #include <fcntl.h>
@@ -39,6 +40,7 @@
 #include <system_error>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "devhost/ValidUtf8.h"
@@ -98,8 +100,10 @@ inline std::string FormatTraceLine(const TraceEvent& event) {
     WriteJsonText(writer, TraceKindName(event.kind));
     writer.Key("process");
     WriteProcess(writer, event.process);
-    if (event.kind == EventKind::Create) writer.Key("parent");
-    WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
+    if (event.kind == EventKind::Create) {
+        writer.Key("parent");
+        WriteProcess(writer, event.parent.value_or(ProcessRecord{}));
+    }
     if (event.kind == EventKind::Shell) {
         writer.Key("command");
         WriteJsonText(writer, event.command);
@@ -195,11 +199,15 @@ inline bool ReadMore(int fd, std::string& buffer, const SignalWatcher& signals) 
     return false;
 }
 
+// Longer than any event a recorder writes (two records and a command).
+inline constexpr std::size_t TraceLineLimit = std::size_t{64} << 20;
+
 // Delivers the trace at `path` ("-": stdin) on `threads` threads until its end or a stop
 // request; returns how many malformed lines were skipped (the first 20 named, so that a trace
 // wrong throughout does not bury everything else). Throws std::runtime_error when the trace
-// cannot be opened or read, and what the sink throws.
-inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink, SignalWatcher& signals) {
+// cannot be opened or read, and what the sink throws. `lineLimit` is TraceLineLimit but in tests.
+inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink& sink, SignalWatcher& signals,
+                            std::size_t lineLimit = TraceLineLimit) {
     constexpr std::uint64_t namedSkips = 20;
     const bool fromStdin = path == "-";
     // stdin is read through a copy of its descriptor, so either is closed the same way.
@@ -216,8 +224,15 @@ inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink
     std::string buffer;
     std::size_t start = 0;  // of the next line in `buffer`
     std::uint64_t lineNumber = 0, skipped = 0;
-    bool more = true;  // the input has not ended
+    bool more = true;       // the input has not ended
+    bool overlong = false;  // the bytes up to the next line feed end a line over the limit
     std::exception_ptr failure;
+    const auto skip = [&](std::string_view why) {
+        if (++skipped <= namedSkips)
+            Warn(fmt::format("{}:{}: line skipped: {}", fromStdin ? "stdin" : path, lineNumber, why));
+        if (skipped == namedSkips + 1) Warn("further skipped lines are only counted");
+    };
+    const std::string tooLong = fmt::format("longer than {} MiB", lineLimit >> 20);
     const auto next = [&]() -> std::optional<TraceEvent> {
         std::lock_guard lock(mutex);
         while (!failure) {
@@ -225,20 +240,32 @@ inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink
             if (end == std::string::npos) {
                 buffer.erase(0, start);
                 start = 0;
+                if (buffer.size() > lineLimit) {
+                    // Skipped as soon as it is too long; the rest of it is dropped as it comes.
+                    if (!overlong) {
+                        ++lineNumber;
+                        skip(tooLong);
+                    }
+                    overlong = true;
+                    buffer.clear();
+                }
                 if (more && (more = ReadMore(fd, buffer, signals))) continue;
                 if (signals.StopRequested() || buffer.empty()) break;
                 end = buffer.size();  // a last line without a line feed
             }
             const std::string_view line(buffer.data() + start, end - start);
             start = std::min(end + 1, buffer.size());
+            if (std::exchange(overlong, false)) continue;  // the end of a line already skipped
             ++lineNumber;
             if (line.find_first_not_of(" \t\r") == std::string_view::npos) continue;  // blank lines are harmless
+            if (line.size() > lineLimit) {
+                skip(tooLong);
+                continue;
+            }
             try {
                 return ParseTraceLine(line);
             } catch (const std::invalid_argument& error) {
-                if (++skipped <= namedSkips)
-                    Warn(fmt::format("{}:{}: line skipped: {}", fromStdin ? "stdin" : path, lineNumber, error.what()));
-                if (skipped == namedSkips + 1) Warn("further skipped lines are only counted");
+                skip(error.what());
             }
         }
         return std::nullopt;

@@ -1,6 +1,6 @@
 // The volume forecast of kalvo-devhost against counts made here from the trace itself: keys
 // built from the normalisation functions and std::regex (not the sensor's key or collapse
-// code), reports as the report limit allows, and a key that the 512-entry cache forgets.
+// code), and reports as the report limit allows.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -102,34 +102,6 @@ TEST(KalvoDevhostForecast, ExampleTraceKeysMatchCountsMadeFromTheTrace) {
         EXPECT_EQ(ForecastOf(c.options, json), CountFromTrace(ExampleFile("trace.jsonl"), c.collapse, c.limit))
             << c.collapse;
     }
-}
-
-TEST(KalvoDevhostForecast, KeyForgottenByTheCacheIsReportedAgain) {
-    // One key used up (4 events, limit 3), 600 other keys push it out of the 512-entry cache,
-    // and its next 3 events are reported again. The events are a second apart.
-    const std::string trace = ::testing::TempDir() + "evicting-" + std::to_string(::getpid()) + ".jsonl";
-    {
-        std::ofstream out(trace);
-        const auto create = [&](const std::string& command, int index) {
-            out << R"({"kind":"create","time":)" << 1700000000000000000 + index * 1000000000LL
-                << R"(,"process":{"path":"/bin/c","command_line":")" << command
-                << R"("},"parent":{"path":"/bin/p","command_line":"p"}})"
-                << "\n";
-        };
-        int index = 0;
-        for (int i = 0; i < 4; ++i) create("hot", index++);
-        for (int i = 0; i < 600; ++i) create("cold-" + std::to_string(i) + "-x", index++);
-        for (int i = 0; i < 3; ++i) create("hot", index++);
-    }
-    RJ::Document json;
-    const auto keys = ForecastOf({trace}, json);
-    EXPECT_EQ(keys.at("/bin/p|/bin/c|p|hot"), (KeyCounts{7, 6, 1, 3}));
-    const RJ::Value& total = json["total"];
-    EXPECT_EQ(total["evictions"].GetUint64(), 601u + 1 - 512);
-    EXPECT_EQ(total["distinct_keys"].GetUint64(), 601u);
-    EXPECT_EQ(total["reported_again"].GetUint64(), 3u);
-    // 607 events over 606 s: 606 reported, so 86,400 a day.
-    EXPECT_NEAR(total["reported_per_day"].GetDouble(), 606.0 / 606 * 86400, 1.0);
 }
 
 }  // namespace
