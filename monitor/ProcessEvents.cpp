@@ -8,6 +8,7 @@
 #include "logging/Log.h"
 #include "monitor/Observables.h"
 #include "monitor/RepeatKeys.h"
+#include "monitor/ReportTypes.h"
 #include "monitor/SecurityMonitorImpl.h"
 #include "package/Version.h"
 
@@ -20,8 +21,6 @@ using Logging::Severity;
 namespace {
 
 constexpr char const* ProcessFilterContext = R"({"sensor":"securitymonitor"})";
-constexpr char const* ProcessCreatedTypeId = "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f";
-constexpr char const* ProcessExistsTypeId = "6e7f8c8a-9213-4020-aeb1-d8d608c63d78";
 
 ESP::v0::IProcessInfo& Require(SecurityMonitorImpl::ProcessPtr& process) {
     if (!process) throw std::invalid_argument("no process record");
@@ -45,8 +44,7 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
         }
         m_runningProcessUIDs.Insert(uid);
 
-        // A limit of 0 reports every creation and spares all the counting work.
-        if (m_settings.reportLimit.load() != 0) {
+        if (CountsRepeats(m_settings.reportLimit.load())) {
             std::string key;
             {
                 std::shared_lock lock(m_configMutex);
@@ -54,7 +52,7 @@ void SecurityMonitorImpl::OnProcessCreate(EventPtr&, ProcessPtr& process, Proces
                                      ViewText(creator.GetCommandLine()), ViewText(child.GetCommandLine()),
                                      m_settings.collapse);
             }
-            if (!CountWithinLimit(m_processTreeCounts, key)) return;
+            if (IsCountedKey(key) && !CountWithinLimit(m_processTreeCounts, key)) return;
         }
 
         static const Reporting::Source sourceInformation("SecurityMonitor", Version);

@@ -132,8 +132,7 @@ bool SecurityMonitorImpl::CountWithinLimit(Counts& counts, std::string const& ke
     if (counts.Get(key, count)) {
         ++count;
         counts.Update(key, count);
-        // Compared as unsigned: a negative limit never suppresses anything.
-        return count <= static_cast<std::uint32_t>(m_settings.reportLimit.load());
+        return WithinReportLimit(count, m_settings.reportLimit.load());
     }
     // Get and insert are two critical sections on purpose: two simultaneous first occurrences
     // of a key may both be reported, which is cheaper than a compound lock on every event.

@@ -22,6 +22,7 @@
 #include "host/IProcessMonitor.h"
 #include "host/IShellMonitor.h"
 #include "host/ObjectPtr.h"
+#include "monitor/RepeatKeys.h"
 #include "monitor/RepeatSettings.h"
 #include "monitor/RunningProcessSet.h"
 #include "reporting/Reporter.h"
@@ -57,7 +58,7 @@ public:
     static Result::Code OnHealthCheck(std::string const& payload, EIL::Stream::IOutputStream& output);
 
 private:
-    using Counts = EIL::Core::LRUCache<std::string, unsigned int, 512>;
+    using Counts = EIL::Core::LRUCache<std::string, unsigned int, RepeatCacheCapacity>;
     void ReadConfiguration(RepeatSettings::Read form) noexcept;
     // Counts one occurrence of `key`; false when the key has now been seen more often than the
     // report limit allows.

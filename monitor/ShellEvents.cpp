@@ -12,6 +12,7 @@
 #include "logging/Log.h"
 #include "monitor/Observables.h"
 #include "monitor/RepeatKeys.h"
+#include "monitor/ReportTypes.h"
 #include "monitor/SecurityMonitorImpl.h"
 #include "package/Version.h"
 
@@ -21,13 +22,6 @@ using Agent::Hosting::IObject;
 using Agent::Hosting::ObjectPtr;
 using EIL::Values::Identifier;
 using Logging::Severity;
-
-namespace {
-
-constexpr char const* ShellCommandTypeId = "79c21e2a-95c3-48b3-9af6-c5327b6b5c73";
-constexpr char const* CommandObservableTypeId = "d2828e56-c9a9-43a0-91b6-96eccca93a5e";
-
-}  // namespace
 
 void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char const* commandLine,
                                          unsigned long length) {
@@ -47,10 +41,10 @@ void SecurityMonitorImpl::OnShellCommand(EventPtr&, ProcessPtr& process, char co
             return;
         }
 
-        if (m_settings.reportLimit.load() != 0) {
+        if (CountsRepeats(m_settings.reportLimit.load())) {
             const std::string key =
                 ShellCommandKey(ViewText(shell.GetPath()), ViewText(shell.GetCommandLine()), command);
-            if (!key.empty() && !CountWithinLimit(m_shellCommandCounts, key)) return;
+            if (IsCountedKey(key) && !CountWithinLimit(m_shellCommandCounts, key)) return;
         }
 
         static const Reporting::Source sourceInformation("SecurityMonitor", Version);

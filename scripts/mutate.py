@@ -94,23 +94,37 @@ def generate(count, seed):
     # Deterministic by content: a keyed hash orders the candidates, so a mutant stays picked as
     # long as its line is unchanged, whatever happens elsewhere in the file.
     ranked = sorted(seen, key=lambda k: hashlib.sha256((str(seed) + k).encode()).hexdigest())
+    # The sections written by hand (from the first comment line after the header on) are kept.
+    kept = []
+    if os.path.exists(LIST):
+        with open(LIST, encoding="utf-8") as f:
+            lines = f.read().splitlines()[1:]
+        starts = [n for n, l in enumerate(lines) if l.startswith("#")]
+        kept = lines[starts[0]:] if starts else []
     with open(LIST, "w", encoding="utf-8") as f:
         f.write("# file%sline text%stoken%soccurrence on the line%sreplacement  (scripts/mutate.py --generate)\n" % ((SEP,) * 4))
         for k in sorted(ranked[:count]):
             f.write(k + "\n")
+        for line in kept:
+            f.write(line + "\n")
     print("%d candidates, %d written to %s" % (len(seen), count, os.path.relpath(LIST, ROOT)))
 
 
 def load():
+    # A sixth field, when present, picks which of several lines with the same text (0 the first).
     with open(LIST, encoding="utf-8") as f:
-        return [l.rstrip("\n").split(SEP) for l in f if l.strip() and not l.startswith("#")]
+        rows = [l.rstrip("\n").split(SEP) for l in f if l.strip() and not l.startswith("#")]
+    return [r if len(r) == 6 else r + ["0"] for r in rows]
 
 
-def apply(original, text, token, occurrence, replacement):
+def apply(original, text, token, occurrence, replacement, nth=0):
     """Returns the file's content with the mutant applied, or None when its line is gone."""
     lines = original.split("\n")
     for n, line in enumerate(lines):
         if line.split("//")[0].strip() != text:
+            continue
+        if nth > 0:
+            nth -= 1
             continue
         if replacement == "/*deleted*/;":
             lines[n] = line.replace(token, "/*deleted*/;", 1)
@@ -151,6 +165,9 @@ def main():
     ap.add_argument("--only", help="run the mutants whose line contains this text")
     ap.add_argument("--list", metavar="FILE", help="run only the mutants listed in FILE (lines as in mutants.txt)")
     ap.add_argument("--survivors", metavar="FILE", help="write the survivors to FILE, one a line as in mutants.txt")
+    ap.add_argument("--target", action="append", default=[],
+                    help="build only this target (repeatable; the default builds everything)")
+    ap.add_argument("--tests", metavar="REGEX", help="run only the tests whose name matches (ctest -R)")
     ap.add_argument("--skip-baseline", action="store_true",
                     help="build the unmutated tree but do not run its tests first (already seen passing)")
     args = ap.parse_args()
@@ -158,9 +175,9 @@ def main():
         generate(args.generate, args.seed)
         return 0
 
-    build = ["cmake", "--build", args.build_dir, "-j2"]
+    build = ["cmake", "--build", args.build_dir, "-j2"] + [a for t in args.target for a in ("--target", t)]
     test = ["ctest", "--test-dir", args.build_dir, "--stop-on-failure", "-j2",
-            "--timeout", str(args.timeout)]
+            "--timeout", str(args.timeout)] + (["-R", args.tests] if args.tests else [])
     if not os.path.isdir(os.path.join(ROOT, args.build_dir)):
         # Warnings are not errors here (a mutant that only warns still counts), and tests scale
         # their heavy loops down as under sanitizers, so a mutant costs seconds of testing.
@@ -177,10 +194,11 @@ def main():
     tally = {"killed": 0, "survived": 0, "timed out": 0, "did not compile": 0, "not found": 0}
     survivors = []
     started = time.time()
-    for path, text, token, occurrence, replacement in load():
+    for path, text, token, occurrence, replacement, nth in load():
+        fields = [path, text, token, occurrence, replacement] + ([nth] if nth != "0" else [])
         if args.only and args.only not in text:
             continue
-        if listed is not None and SEP.join([path, text, token, occurrence, replacement]) not in listed:
+        if listed is not None and SEP.join(fields) not in listed:
             continue
         full = os.path.join(ROOT, path)
         if not os.path.exists(full):
@@ -188,7 +206,7 @@ def main():
         else:
             with open(full, encoding="utf-8") as f:
                 original = f.read()
-            mutated, line_no = apply(original, text, token, int(occurrence), replacement)
+            mutated, line_no = apply(original, text, token, int(occurrence), replacement, int(nth))
         change = "%s -> %s" % (token, replacement)
         if mutated is None:
             verdict = "not found"
@@ -210,7 +228,7 @@ def main():
             survivors.append("%s:%d  %s   [%s]" % (path, line_no, change, text.strip()))
             if args.survivors:
                 with open(args.survivors, "a", encoding="utf-8") as f:
-                    f.write(SEP.join([path, text, token, occurrence, replacement]) + "\n")
+                    f.write(SEP.join(fields) + "\n")
     run(build, 3600)
     counted = tally["killed"] + tally["survived"] + tally["timed out"]
     print("\nkilled %d, survived %d, timed out %d of %d counted; did not compile %d, not found %d; %.0f min"

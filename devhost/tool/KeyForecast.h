@@ -2,8 +2,8 @@
 // settings. Passes every event on to the sensor and watches the outcome: filtered by the host,
 // reported, or held back by the report limit. The key of each event is the sensor's own (the
 // same functions and settings reader, linked in, with the configuration in force at the
-// event); only whether a key is still in the sensor's 512-entry cache cannot be observed, so a
-// cache of the sensor's own type is fed the same keys in the same order.
+// event); only whether a key is still in the sensor's cache cannot be observed, so a cache of
+// the sensor's own type and capacity is fed the same keys in the same order, by its own rules.
 //
 // Memory stays bounded whatever the trace: keys are told apart by a 64-bit hash and kept as
 // text up to KeyTextLimit bytes; the busiest are kept in a Space-Saving summary of KeyCapacity
@@ -138,7 +138,8 @@ public:
                       : SecurityMonitor::ProcessTreeKey(parent.path.value_or(""), path, parent.commandLine.value_or(""),
                                                         commandLine, m_settings.collapse);
         } catch (const std::regex_error&) {
-            // The sensor fails on this event too, and reports nothing; it counts under "".
+            // The sensor fails on this event too: it counts and reports nothing. The forecast
+            // lists it under "", a key the sensor never counts.
         }
         const std::uint64_t hash = std::hash<std::string>{}(key)*2 + (shell ? 1 : 0);
 
@@ -177,7 +178,7 @@ public:
         ++m_totals.total.delivered;
         if (filtered) {
             count(&KeyFigures::filtered);
-        } else if (limit != 0 && (!shell || !key.empty())) {
+        } else if (SecurityMonitor::CountsRepeats(limit) && SecurityMonitor::IsCountedKey(key)) {
             // The sensor counted the key: follow its cache to see keys leave it. A slot that held
             // another key lost it.
             std::optional<std::uint64_t>& slot = m_slots[shell][m_caches[shell].Update(hash, 0)];
@@ -189,7 +190,8 @@ public:
         }
         if (reported) {
             // A key that had used up its limit and is reported again was forgotten by the cache.
-            if (entry.evicted && limit > 0 && entry.reported >= static_cast<std::uint64_t>(limit))
+            if (entry.evicted && SecurityMonitor::CountsRepeats(limit) &&
+                !SecurityMonitor::WithinReportLimit(entry.reported + 1, limit))
                 count(&KeyFigures::reportedAgain);
             count(&KeyFigures::reported);
         } else if (!filtered) {
@@ -229,8 +231,8 @@ private:
     std::uint64_t m_reconfigurations = 0;  // the session's count when the settings were read
     // The sensor's two caches (process steps, shell commands), fed the same keys (the values
     // do not matter); the slots tell which key a slot held before, so an eviction is seen.
-    EIL::Core::LRUCache<std::uint64_t, unsigned int, 512> m_caches[2];
-    std::array<std::optional<std::uint64_t>, 512> m_slots[2]{};
+    EIL::Core::LRUCache<std::uint64_t, unsigned int, SecurityMonitor::RepeatCacheCapacity> m_caches[2];
+    std::array<std::optional<std::uint64_t>, SecurityMonitor::RepeatCacheCapacity> m_slots[2]{};
     std::unordered_map<std::uint64_t, KeyRow> m_entries;          // by key hash
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_byCount;  // (delivered, key hash)
     std::unordered_set<std::uint64_t> m_distinct, m_atLimit;      // key hashes

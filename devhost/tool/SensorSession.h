@@ -43,6 +43,7 @@
 #include "devhost/tool/SignalWatcher.h"
 #include "devhost/tool/ToolOptions.h"
 #include "eil/json/RapidJson.h"
+#include "monitor/ReportTypes.h"
 #include "package/Version.h"
 
 namespace KALVO::DevHost::Tool {
@@ -50,9 +51,8 @@ namespace KALVO::DevHost::Tool {
 namespace fs = std::filesystem;
 
 // The observation type ids of the sensor's three reports, in m_reported's order.
-inline constexpr std::string_view ReportTypes[] = {"d5f9b921-5881-46fd-9ab8-dbee84f6dc6f",
-                                                   "6e7f8c8a-9213-4020-aeb1-d8d608c63d78",
-                                                   "79c21e2a-95c3-48b3-9af6-c5327b6b5c73"};
+inline constexpr std::string_view ReportTypes[] = {
+    SecurityMonitor::ProcessCreatedTypeId, SecurityMonitor::ProcessExistsTypeId, SecurityMonitor::ShellCommandTypeId};
 
 // The sensor library found from where this program lies, so that an installed pair works
 // wherever it was installed: ../lib/kalvo/ (the install layout), else beside the program, else

@@ -76,6 +76,7 @@ TEST(RepeatKeys, ProcessTreeKeyNormalisesEachPartAndCollapsesWholeCommandLines) 
         {"sleep", "/bin/bash", "/bin/sleep", "bash", "sleep 4444", "/bin/bash|/bin/sleep|bash|sleep <number>"},
         {"bash", "/bin/bash", "/bin/ls", "bash", "ls", "/bin/bash|/bin/ls|<>|ls"},
         {"ba.*|ls", "/bin/bash", "/bin/ls", "bash -l", "ls", "/bin/bash|/bin/ls|<>|<>"},
+        {"BA.*", "/bin/bash", "/bin/ls", "bash -l", "ls", "/bin/bash|/bin/ls|<>|ls"},
         {".*", "", "", "", "", "||<>|<>"},
     };
     for (const auto& c : cases) {

@@ -125,6 +125,21 @@ TEST_F(SensorTest, SynchronizeContexts) {
     EXPECT_EQ(sensor.Logged(LogLevel::Warn, "cannot determine reason for synchronize"), 1u);
 }
 
+// A re-read without the collapse expression goes back to the default, which collapses nothing.
+TEST_F(SensorTest, AReReadWithoutTheCollapseExpressionStopsCollapsing) {
+    StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"SLEEP .*"}})");
+    auto parent = sensor.Process("p", "/bin/sh", "sh");
+    const auto creations = [&] {
+        const auto before = sensor.Reported();
+        for (const char* command : {"sleep a", "sleep b", "sleep c", "sleep d"})
+            sensor.Created(sensor.Process("c", "/bin/sleep", command), parent);
+        return sensor.Reported() - before;
+    };
+    EXPECT_EQ(creations(), 3u);  // one collapsed key, at its limit of 3
+    EXPECT_EQ(sensor.Reconfigure("{}"), Result::Success);
+    EXPECT_EQ(creations(), 4u);
+}
+
 TEST_F(SensorTest, ConfigurationProblemsGiveOneWarningAndKeepWhatWorked) {
     StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"sleep.*"}})");
     const struct {

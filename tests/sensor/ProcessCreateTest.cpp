@@ -100,6 +100,30 @@ TEST_F(SensorTest, NullTextsGiveTheEmptyKey) {
     EXPECT_EQ(sensor.Reported(), 3u);
 }
 
+// Each kind counts its keys in a cache of its own of 512: a key is forgotten, and reported again,
+// once 512 newer keys of its kind have come, and never because of keys of the other kind.
+TEST_F(SensorTest, EachKindCountsTheLast512KeysOfItsOwn) {
+    StartWith(R"({"securitymonitor":{"process_tree_report_limit":1}})");
+    auto parent = sensor.Process("p", "/bin/sh", "sh");
+    auto shell = sensor.Process("s", "/bin/zsh", "-zsh");
+    const auto reported = [&](const std::function<void()>& deliver) {
+        const auto before = sensor.Reported();
+        deliver();
+        return sensor.Reported() > before;
+    };
+    const auto create = [&](int step) {
+        sensor.Created(sensor.Process("c", "/bin/step" + std::to_string(step), "s"), parent);
+    };
+    const auto command = [&] { sensor.Host().Monitors().DeliverShellCommand(shell, "ls"); };
+    EXPECT_TRUE(reported([&] { create(0); }));
+    EXPECT_TRUE(reported(command));
+    for (int step = 1; step < 512; ++step) create(step);
+    EXPECT_FALSE(reported([&] { create(0); }));  // 511 newer keys: still counted
+    EXPECT_FALSE(reported(command));
+    for (int step = 512; step < 1024; ++step) create(step);
+    EXPECT_TRUE(reported([&] { create(0); }));  // 512 newer keys: forgotten
+}
+
 // The fault matrix checks every host call failing in every phase; a failed report still
 // counts against its key's limit.
 TEST_F(SensorTest, AFailedReportStillUsesUpOneOfTheKeysReports) {
@@ -135,21 +159,22 @@ TEST_F(SensorTest, RunningProcessesAreReportedOncePerRunAndRememberedAcrossResta
     EXPECT_EQ(Exists(sensor, "b2"), 1u);
     {
         auto parent = sensor.Process("a1", "/bin/sh", "sh");
-        auto child = sensor.Process("short-lived", "/bin/true", "true");
-        sensor.Created(child, parent);
+        sensor.Created(sensor.Process("short-lived", "/bin/true", "true"), parent);
+        sensor.Created(sensor.Process("c0", "/bin/sleep", "sleep 9"), parent);  // seen only at its creation
     }
     Terminate(sensor, "short-lived");
     Terminate(sensor, "never-seen");  // no effect
     ASSERT_EQ(sensor.Stop(), Result::Success);
-    EXPECT_EQ(Stored(sensor), "a1,b2,");
+    EXPECT_EQ(Stored(sensor), "a1,b2,c0,");
 
     ASSERT_EQ(sensor.Start(), Result::Success);
     EXPECT_EQ(Exists(sensor, "a1"), 0u);  // the previous run knew it
+    EXPECT_EQ(Exists(sensor, "c0"), 0u);  // from its creation
     EXPECT_EQ(Exists(sensor, "c3"), 1u);
     Terminate(sensor, "b2");
     EXPECT_EQ(Exists(sensor, "b2"), 0u);  // known for the whole run, even after it ended
     ASSERT_EQ(sensor.Stop(), Result::Success);
-    EXPECT_EQ(Stored(sensor), "a1,b2,c3,");
+    EXPECT_EQ(Stored(sensor), "a1,b2,c0,c3,");
     EXPECT_EQ(sensor.Logged(LogLevel::Error, ""), 0u);
 }
 
