@@ -33,20 +33,9 @@ std::string Unescaped(std::string text) {
 }
 
 // The member at a dotted path ("keys.3.reported") of `value`, or nullptr.
-const RJ::Value* At(const RJ::Value& value, const std::string& path) {
-    const RJ::Value* at = &value;
-    std::istringstream parts(path);
-    for (std::string part; at != nullptr && std::getline(parts, part, '.');) {
-        if (at->IsArray()) {
-            const std::size_t index = std::stoul(part);
-            at = index < at->Size() ? &(*at)[static_cast<RJ::SizeType>(index)] : nullptr;
-        } else if (at->IsObject() && at->HasMember(part.c_str())) {
-            at = &(*at)[part.c_str()];
-        } else {
-            at = nullptr;
-        }
-    }
-    return at;
+const RJ::Value* At(const RJ::Value& value, std::string path) {
+    std::replace(path.begin(), path.end(), '.', '/');
+    return RJ::Pointer(("/" + path).c_str()).Get(value);
 }
 
 // The paths of the document's strings and non-zero numbers: what the page must show.
