@@ -72,8 +72,7 @@ TEST(KernelRecord, TruncatedExecIsCompletedFromProcOnlyByTheSameProcess) {
     for (const Case& test : cases) {
         live_event header = Header(LIVE_EXEC, test.pid, test.start);
         header.truncated = 1;
-        const std::optional<KernelEvent> event =
-            DecodeKernelRecord(Record(header, "cut\0"s, "/cut\0-x\0y z"s), procfs);
+        const std::optional<KernelEvent> event = DecodeKernelRecord(Record(header, "cut\0"s, "/cut\0-x\0y z"s), procfs);
         ASSERT_TRUE(event) << test.what;
         EXPECT_EQ(event->kind, KernelEventKind::Exec) << test.what;
         EXPECT_EQ(event->process.parentPid, 1u) << test.what;

@@ -21,7 +21,7 @@
 
 #include "devhost/ValidUtf8.h"
 #include "eil/json/RapidJson.h"
-#include "tests/devhost_tool/ToolProcess.h"
+#include "tests/devhost_tool/ToolTesting.h"
 
 namespace KALVO::Testing::LiveBpf {
 namespace {
@@ -62,7 +62,7 @@ struct BpfLive {
         return tool->Finish();
     }
 
-    const fs::path dir = fs::path(::testing::TempDir()) / ("kalvo-bpf-test-" + std::to_string(::getpid()));
+    const fs::path dir = ScratchPath("bpf");
     std::unique_ptr<ToolProcess> tool;
 };
 
@@ -204,15 +204,16 @@ TEST_F(KalvoDevhostBpf, OverflowLosesOnlyWhatItCounts) {
     const std::size_t counted = std::stoull(err.substr(at + key.size()));
     EXPECT_GT(counted, 0u);
     EXPECT_EQ(Programs - delivered, counted) << err;
-
 }
 
-// Lines typed into bash, the first at a prompt that was already waiting when live started;
-// before them, lines typed at sqlite3, which links the same readline but is no shell.
-TEST_F(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
+// Lines typed into bash, the first at a prompt that was already waiting when live started, and
+// into zsh, which keeps its line metafied: each reported once with the bytes typed, 0x83 (zsh's
+// meta byte) included. Lines typed at sqlite3, which links the same readline but is no shell,
+// are not reported.
+TEST_F(KalvoDevhostBpf, EveryLineTypedIntoAShellIsReportedOnceWithItsBytes) {
     BpfLive live;
     // A construct over several lines arrives line by line, as bash's readline returns them.
-    const std::vector<std::string> lines = {
+    const std::vector<std::string> bashLines = {
         "echo first",
         R"(echo 'single' "double \"inner\"" back\\slash \$HOME)",
         "echo \xff\xfe not UTF-8 \x80 end",
@@ -220,6 +221,12 @@ TEST_F(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
         "for word in a b; do",
         "echo $word",
         "done",
+        "exit",
+    };
+    // In UTF-8: in the C locale zsh itself turns every byte above 0x7f into '?'.
+    const std::vector<std::string> zshLines = {
+        "echo \xc3\x83 meta \xc3\x83\xc3\x83 twice",         // Ã: C3 83
+        "echo \xe2\x82\xac \xc3\xa9 \xf0\x9f\x98\x80 high",  // €, é, 😀
         "exit",
     };
     Terminal bash("/bin/bash", {"bash", "--norc", "--noprofile", "-i"},
@@ -234,48 +241,28 @@ TEST_F(KalvoDevhostBpf, EveryLineTypedIntoBashIsReportedOnceWithItsBytes) {
     ASSERT_TRUE(sqlite.Type("sqlite> ", "select 'typed at sqlite';")) << sqlite.shown;
     ASSERT_TRUE(sqlite.Type("sqlite> ", ".quit")) << sqlite.shown;
     sqlite.Finish();
-    for (const std::string& line : lines) ASSERT_TRUE(bash.Type("PROMPT>", line)) << bash.shown.substr(0, 2000);
-    bash.Finish();
-
-    EXPECT_EQ(live.StopAfter("Shell " + fs::canonical("/bin/bash").string() + " received exit"), 0)
-        << live.tool->Err();
-    std::map<std::string, int> seen;
-    for (const auto& report : Reports(live.tool->Out(), {"/observables/command/command", "/observables/process/pid"})) {
-        if (!report[0].empty() && report[1] == std::to_string(bash.pid)) ++seen[report[0]];
-    }
-    for (const std::string& line : lines) {
-        // The report shows bytes that are not UTF-8 as U+FFFD, as it shows every text.
-        EXPECT_EQ(seen[DevHost::ValidUtf8(line)], 1) << line.substr(0, 60);
-    }
-    EXPECT_EQ(seen.size(), lines.size()) << "lines reported that were not typed";
-    EXPECT_EQ(live.tool->Out().find("typed at sqlite"), std::string::npos);
-}
-
-// zsh keeps its line metafied: the report has the bytes typed, 0x83 (the meta byte) included,
-// here in UTF-8 (in the C locale zsh itself turns every byte above 0x7f into '?').
-TEST_F(KalvoDevhostBpf, LinesTypedIntoZshAreReportedWithTheirBytes) {
-    if (!fs::exists("/bin/zsh")) GTEST_SKIP() << "no /bin/zsh";  // a test machine without zsh installed
-    BpfLive live;
-    live.Start();
-    ASSERT_FALSE(HasFatalFailure());
-    const std::vector<std::string> lines = {
-        "echo plain",
-        "echo \xc3\x83 meta \xc3\x83\xc3\x83 twice",         // Ã: C3 83
-        "echo \xe2\x82\xac \xc3\xa9 \xf0\x9f\x98\x80 high",  // €, é, 😀
-        "exit",
-    };
     Terminal zsh("/bin/zsh", {"zsh", "-f", "-i"}, {"TERM=vt100", "PS1=PROMPT>", "HISTFILE=/dev/null", "LANG=C.UTF-8"});
-    ASSERT_GT(zsh.pid, 0);
-    for (const std::string& line : lines) ASSERT_TRUE(zsh.Type("PROMPT>", line)) << zsh.shown.substr(0, 2000);
-    zsh.Finish();
-
-    EXPECT_EQ(live.StopAfter(" received exit"), 0) << live.tool->Err();
-    std::map<std::string, int> seen;
-    for (const auto& report : Reports(live.tool->Out(), {"/observables/command/command", "/observables/process/pid"})) {
-        if (!report[0].empty() && report[1] == std::to_string(zsh.pid)) ++seen[report[0]];
+    const std::pair<Terminal*, const std::vector<std::string>*> shells[] = {{&bash, &bashLines}, {&zsh, &zshLines}};
+    for (const auto& [terminal, lines] : shells) {
+        for (const std::string& line : *lines)
+            ASSERT_TRUE(terminal->Type("PROMPT>", line)) << terminal->shown.substr(0, 2000);
+        terminal->Finish();
     }
-    for (const std::string& line : lines) EXPECT_EQ(seen[line], 1) << line;
-    EXPECT_EQ(seen.size(), lines.size()) << "lines reported that were not typed";
+
+    EXPECT_EQ(live.StopAfter("Shell " + fs::canonical("/bin/zsh").string() + " received exit"), 0) << live.tool->Err();
+    EXPECT_EQ(live.tool->Out().find("typed at sqlite"), std::string::npos);
+    for (const auto& [terminal, lines] : shells) {
+        std::map<std::string, int> seen;
+        for (const auto& report :
+             Reports(live.tool->Out(), {"/observables/command/command", "/observables/process/pid"})) {
+            if (!report[0].empty() && report[1] == std::to_string(terminal->pid)) ++seen[report[0]];
+        }
+        for (const std::string& line : *lines) {
+            // The report shows bytes that are not UTF-8 as U+FFFD, as it shows every text.
+            EXPECT_EQ(seen[DevHost::ValidUtf8(line)], 1) << line.substr(0, 60);
+        }
+        EXPECT_EQ(seen.size(), lines->size()) << "lines reported that were not typed";
+    }
 }
 
 }  // namespace
