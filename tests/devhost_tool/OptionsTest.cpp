@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "devhost/tool/ToolOptions.h"
-#include "tests/devhost_tool/ToolProcess.h"
 #include "tests/devhost_tool/ToolTesting.h"
 #include "tests/support/ErrorOf.h"
 
@@ -30,7 +29,6 @@ TEST(ToolOptions, EveryRefusedValueNamesItsFault) {
         {{"--fail", "GetValue=1@2x", "health"}, "bad start in fault rule"},
         {{"live", "--duration", "0"}, "'0' is not a positive number of seconds"},
         {{"live", "--duration", "2s"}, "'2s' is not a positive"},
-        {{"record", "--duration", "1e10"}, "'1e10' is not a positive"},
         {{"record", "--tree", "0"}, "'0' is not a process id"},
         {{"live", "--tree", "1x"}, "'1x' is not a process id"},
         {{"live", "--source", "ebpf"}, "'ebpf' is not bpf, netlink or poll"},

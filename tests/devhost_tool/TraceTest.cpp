@@ -31,9 +31,7 @@ TEST(TraceFormat, MalformedLinesAreRefusedWithTheirFault) {
         char const* message;
     } rows[] = {
         {R"({"kind":"exists",})", "not JSON: Missing a name for object member. (column 18)"},
-        {"[]", "not a JSON object"},
         {R"({"process":{}})", R"("kind" is missing)"},
-        {R"({"kind":1})", R"("kind" is not a string)"},
         {R"({"kind":"fork"})", R"(unknown "kind" (create, exists, terminate or shell))"},
         {R"({"kind":"exists"})", R"("process" is missing)"},
         {R"({"kind":"exists","process":[]})", R"("process" is not an object)"},
