@@ -83,9 +83,12 @@ struct {
 __u64 losses[LIVE_KINDS] = {};
 __u64 unattributed_exec_losses = 0;  // lost execs not in lost_execs
 
+// A reader that is not looking at the ring is woken by every record, forced: the ring's own rule
+// wakes only when the reader had read everything before, so one record that came without a
+// wake-up (while the reader was still looking) would otherwise keep every later one from waking it.
 static __always_inline __u64 wakeup_flags(void) {
     if (bpf_ringbuf_query(&events, BPF_RB_AVAIL_DATA) >= WAKEUP_BYTES) return BPF_RB_FORCE_WAKEUP;
-    return reader_polling ? BPF_RB_NO_WAKEUP : 0;
+    return reader_polling ? BPF_RB_NO_WAKEUP : BPF_RB_FORCE_WAKEUP;
 }
 
 static __always_inline struct live_event header_of(unsigned kind, struct task_struct* task) {
