@@ -106,8 +106,9 @@ public:
     void Receive(int timeoutMs, ProcessTracker& tracker) override {
         m_tracker = &tracker;
         CountLostExecs();
-        // Asleep until a record comes to a ring this reader had emptied (or one fills it past the
-        // threshold): a lone record is read at once. Since more may follow (an exec follows its
+        // Asleep until a record comes while this reader is not looking (every such record forces
+        // a wake-up, as does one that fills the ring past the threshold): a lone record is read at
+        // once. Since more may follow (an exec follows its
         // fork), the ring is then looked at after 0.25, 0.5, 1... up to MaxPoll milliseconds, with
         // wake-ups off below the threshold, until a look finds nothing: a storm is read in
         // batches of many records, not one wake-up a record (each costs more than an exec's work).
