@@ -2,6 +2,7 @@
 // as JSON (reports, traces) must be valid UTF-8, so invalid bytes are shown as U+FFFD.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -11,15 +12,20 @@ namespace KALVO::DevHost {
 
 // `bytes` with every byte that does not start a valid UTF-8 sequence replaced by U+FFFD.
 inline std::string ValidUtf8(std::string_view bytes) {
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    // Most texts are ASCII throughout, and every ASCII byte is a whole sequence: such a text is
+    // taken as it is, and in others each run of ASCII is taken in one piece.
+    std::size_t position = std::find_if_not(bytes.begin(), bytes.end(), isAscii) - bytes.begin();
+    if (position == bytes.size()) return std::string(bytes);
     // RapidJSON's validator reads whole sequences; the NULs after the end stop an incomplete
     // one there, so it shows as ending beyond the bytes.
     const std::string padded = std::string(bytes) + std::string(4, '\0');
     struct {
         void Put(char) noexcept {}
     } discard;
-    std::string text;
+    std::string text(bytes.substr(0, position));
     text.reserve(bytes.size());
-    for (std::size_t position = 0; position < bytes.size();) {
+    while (position < bytes.size()) {
         EIL::RJ::StringStream stream(padded.c_str() + position);
         if (EIL::RJ::UTF8<>::Validate(stream, discard) && position + stream.Tell() <= bytes.size()) {
             text.append(bytes.substr(position, stream.Tell()));
@@ -28,6 +34,9 @@ inline std::string ValidUtf8(std::string_view bytes) {
             text.append("\xEF\xBF\xBD");
             ++position;
         }
+        const std::size_t run = std::find_if_not(bytes.begin() + position, bytes.end(), isAscii) - bytes.begin();
+        text.append(bytes.substr(position, run - position));
+        position = run;
     }
     return text;
 }
