@@ -22,7 +22,8 @@ namespace {
 
 std::uint64_t ResidentBytes() {
     std::ifstream statm("/proc/self/statm");
-    std::uint64_t size = 0, resident = 0;
+    std::uint64_t size = 0;
+    std::uint64_t resident = 0;
     statm >> size >> resident;
     return resident * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
 }

@@ -36,7 +36,8 @@ const Testing::RegexNormalizer& Reference() { return Testing::RegexNormalizer::I
 template <class Ours, class Theirs>
 std::string FirstDifference(const std::vector<std::string>& texts, Ours ours, Theirs theirs) {
     for (const std::string& text : texts) {
-        std::string a = text, b = text;
+        std::string a = text;
+        std::string b = text;
         ours(a);
         theirs(b);
         if (a != b) return text;

@@ -81,13 +81,18 @@ inline std::vector<Entry> ReadEntries(IValues& values) {
 
 inline void WriteContainer(Writer& writer, IValues* values, std::size_t depth);
 
+// The text shown for a value that cannot be read as its type says.
+inline std::string Unreadable(std::uint32_t type, IValue& value) {
+    return fmt::format("<type {}, {} bytes>", type, value.GetSize());
+}
+
 inline void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
-    const std::uint32_t type = value ? value->Type() : 0;
-    std::optional<std::uint64_t> number;
-    std::optional<std::string> bytes;
     if (!value) {
         writer.Null();
-    } else if (type == static_cast<std::uint32_t>(ValueType::Object)) {
+        return;
+    }
+    const std::uint32_t type = value->Type();
+    if (type == static_cast<std::uint32_t>(ValueType::Object)) {
         // The container an object value stands for, or null.
         ObjectPtr<IValues> inner;
         Agent::Hosting::QueryInterface(value, inner);
@@ -96,12 +101,18 @@ inline void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
         } else {
             WriteContainer(writer, inner.Get(), depth + 1);
         }
-    } else if (type == static_cast<std::uint32_t>(ValueType::UInt64) && (number = ReadNumber(*value))) {
-        writer.Uint64(*number);
-    } else if (type == static_cast<std::uint32_t>(ValueType::String) && (bytes = ReadBytes(*value))) {
-        WriteJsonText(writer, *bytes);
+    } else if (type == static_cast<std::uint32_t>(ValueType::UInt64)) {
+        const std::optional<std::uint64_t> number = ReadNumber(*value);
+        if (number) {
+            writer.Uint64(*number);
+        } else {
+            WriteJsonText(writer, Unreadable(type, *value));
+        }
+    } else if (type == static_cast<std::uint32_t>(ValueType::String)) {
+        const std::optional<std::string> bytes = ReadBytes(*value);
+        WriteJsonText(writer, bytes ? *bytes : Unreadable(type, *value));
     } else {
-        WriteJsonText(writer, fmt::format("<type {}, {} bytes>", type, value->GetSize()));
+        WriteJsonText(writer, Unreadable(type, *value));
     }
 }
 

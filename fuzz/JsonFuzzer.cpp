@@ -50,7 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const std::string compact = KALVO::EIL::Json::ToStringA(tree);
     const std::string indented = KALVO::EIL::Json::ToIndentedStringA(tree);
-    Json fromCompact, fromIndented;
+    Json fromCompact;
+    Json fromIndented;
     try {
         fromCompact = KALVO::EIL::Json::FromString(compact);
         fromIndented = KALVO::EIL::Json::FromString(indented);

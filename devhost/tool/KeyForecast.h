@@ -68,9 +68,10 @@ struct ForecastReport {
     std::uint64_t evictions = 0;
     std::uint64_t foldedKeys = 0;  // keys dropped from the summary into "others"
     std::uint64_t maxError = 0;
-    std::optional<std::uint64_t> firstTime, lastTime;  // nanoseconds since the epoch
-    ForecastTimeline timeline;                         // the events that carry a time
-    std::optional<SensorIdentity> sensor;              // the loaded sensor, when it was asked
+    std::optional<std::uint64_t> firstTime;  // nanoseconds since the epoch
+    std::optional<std::uint64_t> lastTime;
+    ForecastTimeline timeline;             // the events that carry a time
+    std::optional<SensorIdentity> sensor;  // the loaded sensor, when it was asked
 };
 
 inline constexpr std::size_t ShownKeyLength = 72;
@@ -131,8 +132,8 @@ public:
         const ProcessRecord parent = event.parent.value_or(ProcessRecord{});
         std::string key;
         try {
-            const std::string path = event.process.path.value_or(""),
-                              commandLine = event.process.commandLine.value_or("");
+            const std::string path = event.process.path.value_or("");
+            const std::string commandLine = event.process.commandLine.value_or("");
             key = shell
                       ? SecurityMonitor::ShellCommandKey(path, commandLine, event.command)
                       : SecurityMonitor::ProcessTreeKey(parent.path.value_or(""), path, parent.commandLine.value_or(""),
@@ -235,7 +236,8 @@ private:
     std::array<std::optional<std::uint64_t>, SecurityMonitor::RepeatCacheCapacity> m_slots[2]{};
     std::unordered_map<std::uint64_t, KeyRow> m_entries;          // by key hash
     std::set<std::pair<std::uint64_t, std::uint64_t>> m_byCount;  // (delivered, key hash)
-    std::unordered_set<std::uint64_t> m_distinct, m_atLimit;      // key hashes
+    std::unordered_set<std::uint64_t> m_distinct;                 // key hashes
+    std::unordered_set<std::uint64_t> m_atLimit;                  // key hashes of keys that reached the limit
     ForecastReport m_totals;
 };
 

@@ -71,7 +71,8 @@ public:
         const std::size_t close = content.rfind(')');
         char state = 0;
         unsigned flags = 0;
-        unsigned long long parent = 0, start = 0;
+        unsigned long long parent = 0;
+        unsigned long long start = 0;
         if (close == std::string::npos ||
             std::sscanf(content.c_str() + close + 1,
                         " %c %llu %*s %*s %*s %*s %u %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu", &state,

@@ -223,7 +223,8 @@ inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink
     std::mutex mutex;
     std::string buffer;
     std::size_t start = 0;  // of the next line in `buffer`
-    std::uint64_t lineNumber = 0, skipped = 0;
+    std::uint64_t lineNumber = 0;
+    std::uint64_t skipped = 0;
     bool more = true;       // the input has not ended
     bool overlong = false;  // the bytes up to the next line feed end a line over the limit
     std::exception_ptr failure;
@@ -249,7 +250,8 @@ inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink
                     overlong = true;
                     buffer.clear();
                 }
-                if (more && (more = ReadMore(fd, buffer, signals))) continue;
+                if (more) more = ReadMore(fd, buffer, signals);
+                if (more) continue;
                 if (signals.StopRequested() || buffer.empty()) break;
                 end = buffer.size();  // a last line without a line feed
             }

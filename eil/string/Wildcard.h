@@ -15,9 +15,12 @@ namespace Detail {
 
 template <class Char>
 bool WildcardMatchI(std::basic_string_view<Char> pattern, std::basic_string_view<Char> text) noexcept {
-    constexpr Char Star = '*', Any = '?', Escape = '\\';
+    constexpr Char Star = '*';
+    constexpr Char Any = '?';
+    constexpr Char Escape = '\\';
     constexpr auto None = std::basic_string_view<Char>::npos;
-    std::size_t p = 0, t = 0;
+    std::size_t p = 0;               // pattern position
+    std::size_t t = 0;               // text position
     std::size_t starPattern = None;  // pattern position just after the most recent star
     std::size_t starText = 0;        // text position that star's match currently ends at
     while (t < text.size()) {
