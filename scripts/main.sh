@@ -13,7 +13,8 @@ seconds=${1:-10}
 
 scripts/install-deps.sh
 
-cmake --preset gcc >/dev/null
+source scripts/build-flags.sh
+cmake --preset gcc "${build_flags[@]}" >/dev/null
 cmake --build --preset gcc --target kalvo-devhost kalvo.securitymonitor -j "$(nproc)"
 
 echo "=== kalvo-devhost live for ${seconds} s, with a bash session typed into it (the sensor's state is"
