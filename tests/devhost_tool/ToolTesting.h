@@ -10,8 +10,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -37,9 +39,27 @@ inline std::string FileText(const std::string& path) {
     return text.str();
 }
 
-// A fresh path in the test's scratch directory, unique to this process.
+// This process's scratch directory, made at its first use and removed with its contents when
+// the process exits (by the process that made it, not by a forked child).
+inline const std::string& ScratchDirectory() {
+    struct Directory {
+        const pid_t owner = ::getpid();
+        std::string path = ::testing::TempDir() + "kalvo-test-XXXXXX";
+        Directory() {
+            if (!::mkdtemp(path.data())) throw std::system_error(errno, std::generic_category(), path);
+        }
+        ~Directory() {
+            std::error_code ignored;
+            if (::getpid() == owner) std::filesystem::remove_all(path, ignored);
+        }
+    };
+    static const Directory directory;
+    return directory.path;
+}
+
+// A fresh path in this process's scratch directory.
 inline std::string ScratchPath(const std::string& name) {
-    const std::string path = ::testing::TempDir() + "kalvo-" + std::to_string(::getpid()) + "-" + name;
+    const std::string path = ScratchDirectory() + "/" + name;
     std::filesystem::remove_all(path);
     return path;
 }
