@@ -55,30 +55,33 @@ std::optional<Clock::time_point> DeadlineOf(const ToolOptions& options) {
     return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*options.duration));
 }
 
-// Runs the sensor on the events `drive` delivers. When a forecast is asked for, they pass
-// through one, whose report is returned: of the busiest keys --keys asks for, or of every key it
-// keeps when the report is to be compared.
+// The identity of the sensor a forecast goes to, when a forecast is asked for.
 //
 // The forecast keys events with the sensor's code compiled into this program, while the events
 // go to the library loaded: when that library is another build, its outcomes are counted under
 // keys it may not form. That is a warning and a mark in the report, not a refusal: the counts
 // of what was delivered, reported and suppressed are the loaded sensor's own, and running a
 // trace against another release to see how it behaves is a fair use of the tool.
+std::optional<SensorIdentity> ForecastSensor(const ToolOptions& options, const std::string& pluginPath) {
+    if (!options.keys && !options.keysJson && !options.keysHtml && !options.compare) return std::nullopt;
+    SensorIdentity identity = ProbeSensor(pluginPath);
+    if (!identity.SameBuild())
+        Warn(
+            fmt::format("the sensor {} reports version {}, this program was built with {}: the forecast's keys "
+                        "are this program's and may not be the ones that sensor counts",
+                        pluginPath, identity.version.value_or("(none)"), SecurityMonitor::Version));
+    return identity;
+}
+
+// Runs the sensor on the events `drive` delivers. With the identity of a forecast's sensor, they
+// pass through a forecast, whose report is returned: of the busiest keys --keys asks for, or of
+// every key it keeps when the report is to be compared.
 std::optional<ForecastReport> RunSensor(const ToolOptions& options, SensorSession& session, SignalWatcher& signals,
+                                        const std::optional<SensorIdentity>& identity,
                                         const std::function<void(EventSink&)>& drive) {
-    const bool forecasting = options.keys || options.keysJson || options.keysHtml || options.compare;
-    std::optional<SensorIdentity> identity;
-    if (forecasting) {
-        identity = ProbeSensor(session.PluginPath());
-        if (!identity->SameBuild())
-            Warn(
-                fmt::format("the sensor {} reports version {}, this program was built with {}: the forecast's keys "
-                            "are this program's and may not be the ones that sensor counts",
-                            session.PluginPath(), identity->version.value_or("(none)"), SecurityMonitor::Version));
-    }
     session.Start(signals);
     std::optional<KeyForecast> forecast;
-    if (forecasting) forecast.emplace(session);
+    if (identity) forecast.emplace(session);
     drive(forecast ? static_cast<EventSink&>(*forecast) : session);
     session.Stop();
     if (!forecast) return std::nullopt;
@@ -93,7 +96,8 @@ int RunLive(const ToolOptions& options, SignalWatcher& signals) {
     LiveSource source(LiveOptions{options.source, options.treeRoot});
     Note(source.Description());
     const std::optional<ForecastReport> report =
-        RunSensor(options, session, signals, [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
+        RunSensor(options, session, signals, ForecastSensor(options, PluginPathOf(options)),
+                  [&](EventSink& sink) { source.Run(sink, signals, DeadlineOf(options)); });
     source.NoteStatistics();
     // Beside the storage, for `health --state` to tell what the last run lost.
     std::ofstream(std::filesystem::path(StoragePath(options)).parent_path() / LiveLossFile)
@@ -131,12 +135,13 @@ int RunReplay(const ToolOptions& options, SignalWatcher& signals) {
     if (options.compare && options.trace == "-")
         throw std::runtime_error("--compare replays the trace twice: it cannot be stdin");
     LineOutput events(STDOUT_FILENO, &signals);
+    const std::optional<SensorIdentity> identity = ForecastSensor(options, PluginPathOf(options));
 
     const auto replay = [&](const std::optional<std::string>& config) {
         // Both runs of a comparison show their forecasts only; their reports would interleave.
         SensorSession session(options, config, options.compare ? nullptr : &events);
         std::uint64_t skipped = 0;
-        std::optional<ForecastReport> report = RunSensor(options, session, signals, [&](EventSink& sink) {
+        std::optional<ForecastReport> report = RunSensor(options, session, signals, identity, [&](EventSink& sink) {
             skipped = Replay(options.trace, options.threads, sink, signals);
         });
         if (config) Note("configuration " + *config + ":");
@@ -184,7 +189,7 @@ int RunHealth(const ToolOptions& options, SignalWatcher& signals) {
 int RunVersion(const ToolOptions& options) {
     LineOutput out(STDOUT_FILENO);
     out.Write(fmt::format("kalvo-devhost {}", SecurityMonitor::Version));
-    const std::string plugin = options.plugin ? *options.plugin : DefaultPluginPath();
+    const std::string plugin = PluginPathOf(options);
     const SensorIdentity identity = ProbeSensor(plugin);
     out.Write(fmt::format("sensor {} ({})", identity.version.value_or("unknown"), plugin));
     if (!identity.version) throw std::runtime_error("the sensor " + plugin + " reported no version");

@@ -73,6 +73,11 @@ inline std::string DefaultPluginPath() {
                                          fmt::join(candidates, ", ")));
 }
 
+// The sensor library a command loads: --plugin, else the default.
+inline std::string PluginPathOf(const ToolOptions& options) {
+    return options.plugin ? *options.plugin : DefaultPluginPath();
+}
+
 // What the loaded sensor says of itself, and whether it is the build this program was
 // compiled with.
 struct SensorIdentity {
@@ -192,7 +197,7 @@ public:
         : m_options(options),
           m_events(events),
           m_config(config),
-          m_pluginPath(options.plugin ? *options.plugin : DefaultPluginPath()),
+          m_pluginPath(PluginPathOf(options)),
           m_hostOptions{StoragePath(options), config ? ReadConfigurationFile(*config) : "{}"} {}
 
     // Stops the sensor if it runs, then unloads it; warns when it kept host references.
