@@ -18,10 +18,6 @@
 
 namespace KALVO::EIL::Core {
 
-// Lets tests inspect the slot ring; defined only by tests.
-template <class Cache>
-struct LRUCacheTestPeer;
-
 // Every operation changes the recency order, so the mutex is always taken exclusively. Get and
 // Update lock it themselves; InsertData relies on its caller's lock (taken through Mutex()), so
 // a caller's Get followed by InsertData is two critical sections and may race with another
@@ -137,9 +133,6 @@ private:
         m_slots[m_tail].next = s;
         m_head = s;
     }
-
-    template <class Cache>
-    friend struct LRUCacheTestPeer;
 
     std::shared_mutex m_mutex;
     std::unordered_map<Key, std::size_t> m_index;  // exactly the keys of the used slots
