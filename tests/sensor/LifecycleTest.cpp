@@ -24,7 +24,6 @@ TEST_F(SensorTest, StartRegistersMonitorsAndCommand) {
     EXPECT_EQ(processMonitors[0].mask, 14u);
     EXPECT_EQ(shellMonitors[0].mask, 2u);
     EXPECT_TRUE(sensor.Host().Router().HasHandler("securitymonitor!OnHealthCheck"));
-    EXPECT_EQ(sensor.Logged(LogLevel::Trace, "SecurityMonitorImpl"), 1u);
     EXPECT_EQ(sensor.Logged(LogLevel::Info, "Reporter successfully initialized."), 1u);
 }
 
@@ -98,7 +97,6 @@ TEST_F(SensorTest, SynchronizeContexts) {
         {"null", 0, false, 0, 0},
         {R"({"reason":5})", 0, false, 0, 0},
         {"not json", 100, false, 1, 0},
-        {"", 100, false, 1, 0},
         {"[1]", 0, true, 0, 2},  // "incompatible type": logged, and the configuration re-read
         {R"({"reason":"configuration"})", 0, true, 0, 0},
     };
@@ -130,14 +128,12 @@ TEST_F(SensorTest, AReReadWithoutTheCollapseExpressionStopsCollapsing) {
     StartWith(R"({"securitymonitor":{"process_tree_collapse_regex":"SLEEP .*"}})");
     auto parent = sensor.Process("p", "/bin/sh", "sh");
     const auto creations = [&] {
-        const auto before = sensor.Reported();
         for (const char* command : {"sleep a", "sleep b", "sleep c", "sleep d"})
             sensor.Created(sensor.Process("c", "/bin/sleep", command), parent);
-        return sensor.Reported() - before;
     };
-    EXPECT_EQ(creations(), 3u);  // one collapsed key, at its limit of 3
+    EXPECT_EQ(sensor.ReportsFrom(creations), 3u);  // one collapsed key, at its limit of 3
     EXPECT_EQ(sensor.Reconfigure("{}"), Result::Success);
-    EXPECT_EQ(creations(), 4u);
+    EXPECT_EQ(sensor.ReportsFrom(creations), 4u);
 }
 
 TEST_F(SensorTest, ConfigurationProblemsGiveOneWarningAndKeepWhatWorked) {

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -59,16 +60,20 @@ public:
         return m_host->Monitors().DeliverProcessCreate(child, parent);
     }
     std::uint64_t Reported() const { return m_host->Reports().EventCount(); }
+    // How many events `deliver` got reported.
+    std::uint64_t ReportsFrom(const std::function<void()>& deliver) {
+        const auto before = Reported();
+        deliver();
+        return Reported() - before;
+    }
     // Delivers `times` creations of one key, each by a fresh child whose command line differs only
     // in a number of four digits (normalised away); returns, per creation, whether it was reported.
     std::vector<bool> RepeatedCreation(int times, const std::string& command = "sleep") {
         std::vector<bool> reported;
         auto parent = Process("parent", "/bin/bash", "bash");
         for (int n = 0; n < times; ++n) {
-            const auto before = Reported();
-            Created(Process("child" + std::to_string(n), "/bin/sleep", command + " " + std::to_string(1000 + n)),
-                    parent);
-            reported.push_back(Reported() > before);
+            auto child = Process("child" + std::to_string(n), "/bin/sleep", command + " " + std::to_string(1000 + n));
+            reported.push_back(ReportsFrom([&] { Created(child, parent); }) > 0);
         }
         return reported;
     }
