@@ -57,7 +57,8 @@ constexpr char const* TypedDocument = R"({
 })";
 
 TEST(Configuration, TypeTestsFollowTheValueNotItsSpelling) {
-    constexpr bool o = true, _ = false;
+    constexpr bool o = true;
+    constexpr bool _ = false;
     const TypeRow rows[] = {
         // key               null object bool int32 uint32 int64 uint64 double string
         {"/fivePointZero", {_, _, _, _, _, _, _, o, _}}, {"/int32Min", {_, _, _, o, _, o, _, _, _}},

@@ -29,7 +29,9 @@ TEST(Storage, ValuesRoundTripAsRawBytesUnderKeysOfAtMost128Bytes) {
     const Storage other(host.Root(), "other");
     EXPECT_EQ(KALVO::Testing::ErrorOf([&] { (void)other.GetString("key"); }), "key does not exist in storage");
     // Keys longer than 128 bytes are refused before the host is asked.
-    const std::string atLimit(128, 'k'), tooLong(129, 'k'), refused = "key is too long (128 characters maximum)";
+    const std::string atLimit(128, 'k');
+    const std::string tooLong(129, 'k');
+    const std::string refused = "key is too long (128 characters maximum)";
     storage.SetBuffer(atLimit, "v", 1);
     EXPECT_EQ(storage.GetString(atLimit), "v");
     const std::uint64_t asked = host.Faults().Calls(Operation::GetInterfaceStorage);

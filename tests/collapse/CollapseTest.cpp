@@ -65,7 +65,12 @@ TEST(CollapseExpression, RefusesExpressionsTooCostlyToMatch) {
 
 TEST(RepeatKeys, ProcessTreeKeyNormalisesEachPartAndCollapsesWholeCommandLines) {
     struct Case {
-        std::string pattern, parentPath, childPath, parentCommandLine, childCommandLine, key;
+        std::string pattern;
+        std::string parentPath;
+        std::string childPath;
+        std::string parentCommandLine;
+        std::string childCommandLine;
+        std::string key;
     };
     const std::vector<Case> cases = {
         {"this_will_not_match//any_process", "/bin/bash", "/bin/ls", "bash", "ls -l", "/bin/bash|/bin/ls|bash|ls -l"},
@@ -88,7 +93,10 @@ TEST(RepeatKeys, ProcessTreeKeyNormalisesEachPartAndCollapsesWholeCommandLines) 
 
 TEST(RepeatKeys, ShellCommandKeyNormalisesOnlyThePath) {
     struct Case {
-        std::string path, commandLine, command, key;
+        std::string path;
+        std::string commandLine;
+        std::string command;
+        std::string key;
     };
     const std::vector<Case> cases = {
         {"/bin/bash", "-bash", "ls", "/bin/bash|-bash|ls"},

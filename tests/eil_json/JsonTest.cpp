@@ -69,7 +69,8 @@ TEST(JsonText, HostileNumbersNeitherCrashNorComeOutWrong) {
 TEST(JsonText, NestingIsReadToTheLimitAndRefusedBeyondOnAHostThreadStack) {
     Testing::RunOnSmallStack([] {
         for (const auto& brackets : {std::pair{"[", "]"}, std::pair{R"({"a":)", "}"}}) {
-            const std::string_view open = brackets.first, close = brackets.second;
+            const std::string_view open = brackets.first;
+            const std::string_view close = brackets.second;
             for (const std::string& text :
                  {Nested(100'000, open, ""), Nested(100'000, open, close), Nested(MaxParseDepth + 1, open, close)}) {
                 EXPECT_EQ(ErrorOf([&] { FromString(text); }), "Failed to parse the json") << text.size();

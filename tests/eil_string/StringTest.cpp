@@ -31,7 +31,10 @@ using Bytes = std::vector<std::uint8_t>;
 
 TEST(StrTrim, RemovesWhitespaceIncludingZeroBytes) {
     const struct {
-        std::string_view input, left, right, both;
+        std::string_view input;
+        std::string_view left;
+        std::string_view right;
+        std::string_view both;
     } cases[] = {
         {" \t\r\n\0"sv, "", "", ""},
         {"\0 a b\t\0"sv, "a b\t\0"sv, "\0 a b"sv, "a b"},
@@ -47,8 +50,10 @@ TEST(StrTrim, RemovesWhitespaceIncludingZeroBytes) {
 TEST(StrSplit, DropsOrKeepsEmptyPieces) {
     using Parts = std::vector<std::string>;
     const struct {
-        std::string_view text, separator;
-        Parts dropped, kept;
+        std::string_view text;
+        std::string_view separator;
+        Parts dropped;
+        Parts kept;
     } cases[] = {
         {",a,,b,", ",", {"a", "b"}, {"", "a", "", "b", ""}},
         {"", ",", {}, {""}},
@@ -106,11 +111,14 @@ std::string ToRegex(std::string_view pattern) {
 
 TEST(WildcardMatchI, AgreesWithARegularExpressionOnRandomInput) {
     std::mt19937 random(11);
-    const std::string patternChars = "aAb*?\\", textChars = "aBb*?\\";
-    std::uniform_int_distribution<std::size_t> length(0, 7), patternChar(0, patternChars.size() - 1),
-        textChar(0, textChars.size() - 1);
+    const std::string patternChars = "aAb*?\\";
+    const std::string textChars = "aBb*?\\";
+    std::uniform_int_distribution<std::size_t> length(0, 7);
+    std::uniform_int_distribution<std::size_t> patternChar(0, patternChars.size() - 1);
+    std::uniform_int_distribution<std::size_t> textChar(0, textChars.size() - 1);
     for (int round = 0; round < KALVO::Testing::Scaled(100'000, 5'000); ++round) {
-        std::string pattern, text;
+        std::string pattern;
+        std::string text;
         for (auto n = length(random); n > 0; --n) pattern += patternChars[patternChar(random)];
         for (auto n = length(random); n > 0; --n) text += textChars[textChar(random)];
         const std::regex reference(ToRegex(pattern), std::regex::icase);
@@ -140,7 +148,8 @@ TEST(Hex, ReadsPairsAndNeverRefuses) {
 
 TEST(Base64, MatchesTheStandardVectors) {
     const struct {
-        std::string_view bytes, text;
+        std::string_view bytes;
+        std::string_view text;
     } cases[] = {
         {"", ""},
         {"\0"sv, "AA=="},  // "A" stands for zero bits: it must not read as outside the alphabet
@@ -160,7 +169,8 @@ TEST(Base64, MatchesTheStandardVectors) {
 
 TEST(Base64, StopsSilentlyAtTheFirstCharacterOutsideTheAlphabet) {
     const struct {
-        std::string_view text, bytes;
+        std::string_view text;
+        std::string_view bytes;
     } cases[] = {
         {"Zm9v Zm9v", "foo"},                                         // a space ends decoding
         {"Zm9v=Zm9v", "foo"}, {"Zm9vY", "foo"},                       // a single leftover character gives nothing

@@ -193,7 +193,8 @@ TEST(NormalizeCommandline, MatchesTheRegexReplacementsLineByLineOnLongTexts) {
     InputMaker maker(0x6c696e6573);
     constexpr int Texts = Testing::Scaled(40, 4);
     for (int i = 0; i < Texts; ++i) {
-        std::string input, expected;
+        std::string input;
+        std::string expected;
         const std::size_t lines = 1 + maker.Below(i % 2 == 0 ? 40 : 400);
         for (std::size_t line = 0; line < lines; ++line) {
             const std::string text = maker.CommandLine();
@@ -209,7 +210,8 @@ TEST(NormalizeProcessPath, MatchesTheRegexReplacementOnRandomInputs) {
     InputMaker maker(0x70617468);
     for (int i = 0; i < Iterations; ++i) {
         const std::string input = maker.ProcessPath();
-        std::string actual = input, expected = input;
+        std::string actual = input;
+        std::string expected = input;
         NormalizeProcessPath(actual);
         // Only paths that can match go to the regex: it scans every position of a long text.
         if (input.size() >= 12 && input.starts_with("/proc/"))

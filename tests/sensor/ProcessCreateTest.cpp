@@ -25,9 +25,11 @@ TEST_F(SensorTest, EachKindOfEventIsReportedWithItsObservables) {
     auto& monitors = sensor.Host().Monitors();
     const struct {
         std::function<void()> deliver;
-        const char *typeId, *message;
+        const char* typeId;
+        const char* message;
         std::vector<std::string> observables;
-        const char *firstPath, *filterContext;
+        const char* firstPath;
+        const char* filterContext;
     } cases[] = {
         {[&] { sensor.Created(child, parent); },
          "d5f9b921-5881-46fd-9ab8-dbee84f6dc6f",
