@@ -170,6 +170,9 @@ def main():
     ap.add_argument("--target", action="append", default=[],
                     help="build only this target (repeatable; the default builds everything)")
     ap.add_argument("--tests", metavar="REGEX", help="run only the tests whose name matches (ctest -R)")
+    ap.add_argument("--every-test", action="store_true",
+                    help="run every selected test on each mutant, not only until the first failure, and name"
+                    " each killing test (cheap where the rebuild dominates)")
     ap.add_argument("--skip-baseline", action="store_true",
                     help="build the unmutated tree but do not run its tests first (already seen passing)")
     args = ap.parse_args()
@@ -178,7 +181,9 @@ def main():
         return 0
 
     build = ["cmake", "--build", args.build_dir, "-j2"] + [a for t in args.target for a in ("--target", t)]
-    test = ["ctest", "--test-dir", args.build_dir, "--stop-on-failure", "-j2"] + (["-R", args.tests] if args.tests else [])
+    test = ["ctest", "--test-dir", args.build_dir, "-j2"] + ([] if args.every_test else ["--stop-on-failure"])
+    test += ["-R", args.tests] if args.tests else []
+    failed_log = os.path.join(ROOT, args.build_dir, "Testing", "Temporary", "LastTestsFailed.log")
     if not os.path.isdir(os.path.join(ROOT, args.build_dir)):
         # Warnings are not errors here (a mutant that only warns still counts), and tests scale
         # their heavy loops down as under sanitizers, so a mutant costs seconds of testing. No
@@ -237,6 +242,10 @@ def main():
                     f.write(original)
         tally[verdict] += 1
         print("%-15s %s:%d  %s   [%s]" % (verdict, path, line_no, change, text.strip()), flush=True)
+        if verdict == "killed" and os.path.exists(failed_log):
+            with open(failed_log, encoding="utf-8") as f:
+                names = [l.strip().split(":", 1)[-1] for l in f if l.strip()]
+            print("                  by " + " ".join(names), flush=True)
         if verdict == "survived":
             survivors.append("%s:%d  %s   [%s]" % (path, line_no, change, text.strip()))
             if args.survivors:
