@@ -59,6 +59,14 @@ TEST(KeyForecast, FoldedSummaryStaysWithinItsStatedError) {
     EXPECT_EQ(listed, static_cast<std::uint64_t>(above));
 }
 
+TEST(KeyForecast, SummaryFoldsOnlyPastItsCapacity) {
+    RunningSensor sensor;
+    KeyForecast forecast(sensor.session);
+    for (std::size_t key = 0; key <= KeyCapacity; ++key) forecast.Deliver(Create(Letters(key)));
+    EXPECT_EQ(forecast.Report(1).foldedKeys, 1u);
+    EXPECT_EQ(forecast.Report(1).busiest.size(), 1u);
+}
+
 TEST(KeyForecast, ShellKeyAndProcessStepOfTheSameTextAreKeptApart) {
     RunningSensor sensor;
     KeyForecast forecast(sensor.session);
@@ -67,10 +75,12 @@ TEST(KeyForecast, ShellKeyAndProcessStepOfTheSameTextAreKeptApart) {
     shell.command = "p|x";
     for (int round = 0; round < 4; ++round) forecast.Deliver(shell);
     forecast.Deliver(Create("x"));
-    std::vector<std::tuple<bool, std::string, std::uint64_t, std::uint64_t>> rows;
+    sensor.session.GetHost().Faults().Apply(ParseFaultRule("Filter=1x1"));  // filtered: not suppressed
+    forecast.Deliver(Create("x"));
+    std::vector<std::tuple<bool, std::string, std::uint64_t, std::uint64_t, std::uint64_t>> rows;
     for (const KeyRow& row : forecast.Report(3).busiest)
-        rows.emplace_back(row.shell, row.key, row.delivered, row.reported);
-    EXPECT_EQ(rows, (decltype(rows){{true, "/bin/p|/bin/c|p|x", 4, 3}, {false, "/bin/p|/bin/c|p|x", 1, 1}}));
+        rows.emplace_back(row.shell, row.key, row.delivered, row.reported, row.suppressed);
+    EXPECT_EQ(rows, (decltype(rows){{true, "/bin/p|/bin/c|p|x", 4, 3, 1}, {false, "/bin/p|/bin/c|p|x", 2, 1, 0}}));
 }
 
 TEST(KeyForecast, KeysCycledThroughTheCacheAreReportedAgainEachTime) {

@@ -45,6 +45,7 @@ TEST(SensorSession, ConfigurationIsServedAgainOnSighupAndOnChangeButNotWhenBroke
     const std::string signalled = StderrOf([&] { ::kill(::getpid(), SIGHUP); }, served);
     EXPECT_EQ(signalled, "kalvo-devhost: configuration " + config + " served again; Synchronize answered 0\n");
     StderrOf([&] { limit(20); }, served);
+    std::this_thread::sleep_for(std::chrono::seconds(1));  // checked twice meanwhile: unchanged, not served again
     EXPECT_EQ(ReportsOfThree(sensor, "b"), 3u);
     const std::string warned = StderrOf([&] { WriteFile(config, "{\"securitymonitor\":"); },
                                         [](const std::string& text) { return !text.empty(); });

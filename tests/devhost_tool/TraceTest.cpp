@@ -80,13 +80,17 @@ TEST(TraceFormat, ReplaySkipsBadLinesByNumberAndDeliversTheRest) {
         std::uint64_t delivered;
         std::string messages;
     } rows[] = {
-        // A blank line counts, a last line needs no line feed.
-        {event + "\n \r\nnot json\n" + event, false, 2, file + ":3: line skipped: not JSON"},
+        // A blank line counts; a last line of exactly the limit needs no line feed.
+        {event + "\n \r\nnot json\n" + event + std::string(limit - event.size(), ' '), false, 2,
+         file + ":3: line skipped: not JSON"},
         {"[]\n" + event + "\n", true, 1, "stdin:1: line skipped: not a JSON object"},
         // Over the limit: skipped whether it ends within one read or only far after.
         {event + "\n" + std::string(limit + 1, ' ') + "x\n" + event, false, 2, ":2: line skipped: longer than 1 MiB"},
         {std::string(limit * 3, 'x') + "\n" + event + "\n[]", false, 1,
          ":1: line skipped: longer than 1 MiB\nkalvo-devhost: warning: " + file + ":3: line skipped: not a JSON"},
+        // 21 malformed lines: the first 20 named, the rest only counted.
+        {"1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n1\n", false, 0,
+         ":20: line skipped: not a JSON object\nkalvo-devhost: warning: further skipped lines are only counted\n"},
     };
     for (const auto& row : rows) {
         WriteFile(file, row.trace);
