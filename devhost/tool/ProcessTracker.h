@@ -87,7 +87,8 @@ private:
         // A process known stays a member, whatever became of its parent.
         if (!m_treeRoot || pid == *m_treeRoot || m_known.contains(pid)) return true;
         // Deeper than any real process tree; a bound so a cycle seen in a changing /proc cannot loop.
-        for (std::uint64_t ancestor = parentPid, depth = 0; depth < 512; ++depth) {
+        std::uint64_t ancestor = parentPid;
+        for (int depth = 0; depth < 512; ++depth) {
             // Under a tree filter only members of the tree are ever known.
             if (ancestor == *m_treeRoot || m_known.contains(ancestor)) return true;
             const std::optional<ProcStat> stat = ancestor > 1 ? m_procfs.ReadStat(ancestor) : std::nullopt;

@@ -1,5 +1,6 @@
 // The process table of kalvo-devhost on a /proc laid out by the test: a pid taken by a new
-// process, a tree limited to one process's descendants, a command name that holds parentheses.
+// process, a tree limited to one process's descendants, a command name that holds parentheses,
+// and the kernel's records placed in that tree.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -66,6 +67,24 @@ TEST(ProcessTracker, ReusedPidEndsTheOldProcessAndTreeTakesDescendantsOnly) {
     tracker.Reconcile();
     EXPECT_EQ(Described(recorder), (std::vector<std::string>{"terminate 12 boot:12:7", "create 12 boot:12:90 11",
                                                              "terminate 10 boot:10:5"}));
+}
+
+// The kernel's records: a new program whose parents the table has not seen is placed in the
+// tree through /proc, however deep it is; a process that forked and ended without a program of
+// its own was never announced, so neither is its end.
+TEST(ProcessTracker, KernelRecordsFindTheTreeThroughProcAndForksEndUnannounced) {
+    FakeProc proc;
+    proc.Add(10, 1, 5, "make");
+    proc.Add(30, 10, 6, "sh");
+    proc.Add(31, 30, 7, "sh");
+    const ProcFs procfs(proc.m_root);
+    Recorder recorder;
+    ProcessTracker tracker(procfs, recorder, 10);
+    tracker.OnFork({.pid = 40, .parentPid = 10, .uid = "fork"});
+    tracker.OnExit(40);
+    tracker.OnExec({.pid = 32, .parentPid = 31, .uid = "cc"});
+    tracker.OnExec({.pid = 50, .parentPid = 1, .uid = "outside"});
+    EXPECT_EQ(Described(recorder), (std::vector<std::string>{"create 32 cc 31"}));
 }
 
 }  // namespace
