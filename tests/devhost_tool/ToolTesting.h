@@ -95,7 +95,8 @@ public:
         // The child gets default signal handling and nothing blocked, whatever the test runner has.
         posix_spawnattr_t attributes;
         posix_spawnattr_init(&attributes);
-        sigset_t none, all;
+        sigset_t none;
+        sigset_t all;
         sigemptyset(&none);
         sigfillset(&all);
         posix_spawnattr_setsigmask(&attributes, &none);
