@@ -49,12 +49,6 @@ struct BpfLive {
         });
         ASSERT_TRUE(started) << "live --source bpf did not start: " << tool->Err();
     }
-    ~BpfLive() {
-        tool.reset();
-        std::error_code ignored;
-        fs::remove_all(dir, ignored);
-    }
-
     // Waits until the output holds `part`, then stops live; returns its status.
     int StopAfter(const std::string& part) {
         tool->WaitFor([&](const std::string& out, const std::string&) { return out.find(part) != std::string::npos; });

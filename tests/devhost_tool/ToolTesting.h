@@ -108,14 +108,12 @@ public:
         if (spawned != 0) throw std::system_error(spawned, std::generic_category(), "posix_spawn " + words.front());
     }
 
-    // Kills the child if it still runs.
+    // Kills the child if it still runs (its files go with the scratch directory).
     ~ToolProcess() {
         if (m_status == NotCollected) {
             ::kill(m_pid, SIGKILL);
             ::waitpid(m_pid, nullptr, 0);
         }
-        std::remove(m_outPath.c_str());
-        std::remove(m_errPath.c_str());
     }
 
     ToolProcess(const ToolProcess&) = delete;
@@ -151,7 +149,10 @@ private:
     static constexpr int NotCollected = -2;
 
     pid_t m_pid = -1;
-    std::string m_outPath, m_errPath, m_out, m_err;
+    std::string m_outPath;
+    std::string m_errPath;
+    std::string m_out;
+    std::string m_err;
     int m_status = NotCollected;
 };
 
