@@ -51,7 +51,11 @@ public:
         // reported, and filling it is most of what making a process costs.
         if (values) {
             try {
-                std::call_once(m_viewFilled, [this] { FillView(); });
+                // A lock rather than std::call_once, whose glibc form makes a system call (a
+                // futex wake) every time it runs the fill.
+                std::lock_guard lock(m_viewMutex);
+                if (!m_viewFilled) FillView();
+                m_viewFilled = true;
             } catch (const std::bad_alloc&) {
                 return Result::OutOfMemory;
             }
@@ -82,7 +86,8 @@ private:
 
     std::shared_ptr<FaultInjector> m_faults;
     ProcessRecord m_record;
-    std::once_flag m_viewFilled;  // the IValues view, filled by the first lookup of it
+    std::mutex m_viewMutex;
+    bool m_viewFilled = false;  // the IValues view, filled by the first lookup of it
 };
 
 }  // namespace KALVO::DevHost
