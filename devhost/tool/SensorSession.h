@@ -269,7 +269,6 @@ public:
     }
 
     Host& GetHost() noexcept { return *m_host; }  // once started
-    const std::string& PluginPath() const noexcept { return m_pluginPath; }
     // How many times the configuration was served again: a change tells a reader of the
     // settings to read them again, as the sensor did.
     std::uint64_t Reconfigurations() const noexcept { return m_reconfigurations.load(std::memory_order_acquire); }
