@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
 
@@ -64,6 +65,8 @@ struct Entry {
 inline std::vector<Entry> ReadEntries(IValues& values) {
     std::vector<Entry> entries;
     const std::uint64_t count = values.Count();
+    // The count is the container's word, so only a plausible part of it is reserved.
+    entries.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(count, 64)));
     for (std::uint64_t index = 0; index < count; ++index) {
         ObjectPtr<IValue> value;
         ObjectPtr<IValue> key;

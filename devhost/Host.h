@@ -132,12 +132,11 @@ public:
     // or dropping references at the time.
     std::string OutstandingReferences() const {
         std::map<std::string_view, std::uint64_t> byKind;
-        std::lock_guard lock(m_ledger->mutex);
-        for (const HostObject* object : m_ledger->objects) {
-            const std::uint64_t all = object->references.load(std::memory_order_acquire);
-            const std::uint64_t host = object->hostReferences.load(std::memory_order_relaxed);
-            if (all > host) byKind[object->kind] += all - host;
-        }
+        m_ledger->ForEach([&byKind](const HostObject& object) {
+            const std::uint64_t all = object.references.load(std::memory_order_acquire);
+            const std::uint64_t host = object.hostReferences.load(std::memory_order_relaxed);
+            if (all > host) byKind[object.kind] += all - host;
+        });
         std::string text;
         for (const auto& [kind, count] : byKind) text += fmt::format("{}{} x{}", text.empty() ? "" : ", ", kind, count);
         return text;

@@ -3,6 +3,8 @@
 // machine's process table).
 #pragma once
 
+#include <fmt/format.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -27,7 +29,7 @@ struct ProcessRecord {
 // "<boot id>:<pid>:<start time in ticks>": the boot id keeps uids of two boots apart, the
 // start time those of two processes with the same pid.
 inline std::string ProcessUid(std::string_view bootId, std::uint64_t pid, std::uint64_t startTicks) {
-    return std::string(bootId) + ":" + std::to_string(pid) + ":" + std::to_string(startTicks);
+    return fmt::format("{}:{}:{}", bootId, pid, startTicks);
 }
 
 }  // namespace KALVO::DevHost

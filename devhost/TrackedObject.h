@@ -7,7 +7,6 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
-#include <unordered_set>
 #include <utility>
 
 #include "eil/object/LookupInterfaceImpl.h"
@@ -25,13 +24,45 @@ struct HostObject {
     // hostReferences is only ever read for accounting, so relaxed.
     std::atomic<std::uint64_t> references{1};
     std::atomic<std::uint64_t> hostReferences{0};
+    // The object's neighbours in its ledger, guarded by the ledger's mutex.
+    HostObject* previous = nullptr;
+    HostObject* next = nullptr;
 };
 
 // The register of one host's live objects. Shared by every object of the host: an object the
-// plug-in leaks may outlive its host.
-struct ObjectLedger {
-    std::mutex mutex;  // guards objects
-    std::unordered_set<HostObject*> objects;
+// plug-in leaks may outlive its host. A list through the objects themselves, so that making an
+// object (a process for each event) allocates nothing more.
+class ObjectLedger {
+public:
+    ObjectLedger() = default;
+    ObjectLedger(const ObjectLedger&) = delete;
+    ObjectLedger& operator=(const ObjectLedger&) = delete;
+
+    void Enter(HostObject& object) {
+        std::lock_guard lock(m_mutex);
+        object.previous = &m_head;
+        object.next = m_head.next;
+        if (m_head.next) m_head.next->previous = &object;
+        m_head.next = &object;
+    }
+
+    void Leave(HostObject& object) {
+        std::lock_guard lock(m_mutex);
+        object.previous->next = object.next;
+        if (object.next) object.next->previous = object.previous;
+    }
+
+    // Calls `visit` with each live object, under the ledger's lock (so `visit` must not make or
+    // free host objects).
+    template <class Visit>
+    void ForEach(Visit visit) const {
+        std::lock_guard lock(m_mutex);
+        for (const HostObject* object = m_head.next; object; object = object->next) visit(*object);
+    }
+
+private:
+    mutable std::mutex m_mutex;  // guards the list
+    HostObject m_head;           // not an object: the list starts at its next
 };
 
 // TrackedObject<T>: the final class of every object the stand-in host makes. Like the
@@ -49,14 +80,10 @@ public:
     explicit TrackedObject(std::shared_ptr<ObjectLedger> ledger, Args&&... args)
         : EIL::Object::LookupInterfaceImpl<T>(std::forward<Args>(args)...), m_ledger(std::move(ledger)) {
         kind = T::Kind;
-        std::lock_guard lock(m_ledger->mutex);
-        m_ledger->objects.insert(this);
+        m_ledger->Enter(*this);
     }
 
-    ~TrackedObject() {
-        std::lock_guard lock(m_ledger->mutex);
-        m_ledger->objects.erase(this);
-    }
+    ~TrackedObject() { m_ledger->Leave(*this); }
 
     // acq_rel on both: a reference handed to another thread must see the object fully built,
     // and the thread that frees it must see every other holder's last writes.
@@ -111,7 +138,13 @@ public:
     // Shares `object`: adds a reference of its own.
     static HostRef Share(T* object) noexcept { return HostRef(Agent::Hosting::ObjectPtr<T>(object)); }
 
-    HostRef(const HostRef& other) noexcept : HostRef(Agent::Hosting::ObjectPtr<T>(other.Get())) {}
+    // A copy counts where the original does, without asking the object again (a failed
+    // cross-cast walks the plug-in's whole class hierarchy).
+    HostRef(const HostRef& other) noexcept : m_object(other.m_object), m_tracking(other.m_tracking) {
+        if (m_tracking) m_tracking->hostReferences.fetch_add(1, std::memory_order_relaxed);
+    }
+    HostRef(HostRef&& other) noexcept
+        : m_object(std::move(other.m_object)), m_tracking(std::exchange(other.m_tracking, nullptr)) {}
     // Assignment: not needed; safe to add.
     HostRef& operator=(const HostRef&) = delete;
 

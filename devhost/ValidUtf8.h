@@ -2,7 +2,6 @@
 // as JSON (reports, traces) must be valid UTF-8, so invalid bytes are shown as U+FFFD.
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -10,12 +9,18 @@
 
 namespace KALVO::DevHost {
 
+// Where the first byte of `bytes` from `from` on that is not ASCII is (its size when none
+// is): every ASCII byte is a whole UTF-8 sequence.
+inline std::size_t AsciiRunEnd(std::string_view bytes, std::size_t from = 0) {
+    while (from < bytes.size() && static_cast<unsigned char>(bytes[from]) < 0x80) ++from;
+    return from;
+}
+
 // `bytes` with every byte that does not start a valid UTF-8 sequence replaced by U+FFFD.
 inline std::string ValidUtf8(std::string_view bytes) {
-    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    // Most texts are ASCII throughout, and every ASCII byte is a whole sequence: such a text is
-    // taken as it is, and in others each run of ASCII is taken in one piece.
-    std::size_t position = std::find_if_not(bytes.begin(), bytes.end(), isAscii) - bytes.begin();
+    // Most texts are ASCII throughout: such a text is taken as it is, and in others each run of
+    // ASCII is taken in one piece.
+    std::size_t position = AsciiRunEnd(bytes);
     if (position == bytes.size()) return std::string(bytes);
     // RapidJSON's validator reads whole sequences; the NULs after the end stop an incomplete
     // one there, so it shows as ending beyond the bytes.
@@ -34,7 +39,7 @@ inline std::string ValidUtf8(std::string_view bytes) {
             text.append("\xEF\xBF\xBD");
             ++position;
         }
-        const std::size_t run = std::find_if_not(bytes.begin() + position, bytes.end(), isAscii) - bytes.begin();
+        const std::size_t run = AsciiRunEnd(bytes, position);
         text.append(bytes.substr(position, run - position));
         position = run;
     }
@@ -44,6 +49,11 @@ inline std::string ValidUtf8(std::string_view bytes) {
 // Writes `bytes` as one JSON string through a RapidJSON writer, made valid UTF-8 first.
 template <class Writer>
 void WriteJsonText(Writer& writer, std::string_view bytes) {
+    // ASCII throughout (most texts) is written as it is, without a copy.
+    if (AsciiRunEnd(bytes) == bytes.size()) {
+        writer.String(bytes.data(), static_cast<unsigned>(bytes.size()));
+        return;
+    }
     const std::string text = ValidUtf8(bytes);
     writer.String(text.data(), static_cast<unsigned>(text.size()));
 }

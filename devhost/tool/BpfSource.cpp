@@ -48,8 +48,10 @@ namespace KALVO::DevHost::Tool {
 namespace {
 
 // The longest pause between looks at the ring while records keep coming: the delay of a
-// record in a storm, which the threshold's wake-up cuts short.
-constexpr std::chrono::microseconds MaxPoll{16'000};
+// record in a storm, which the threshold's wake-up cuts short. Every pause is a sleep and a
+// wake-up, which on a virtual machine costs tens of microseconds of CPU: fewer, longer pauses
+// make a storm cheaper, at the price of its delay.
+constexpr std::chrono::microseconds MaxPoll{32'000};
 constexpr std::chrono::microseconds FirstPoll{250};
 
 // The address `name` has in the ELF file `path` (its symbol's value), if it has one.
@@ -108,30 +110,40 @@ public:
         CountLostExecs();
         // Asleep until a record comes while this reader is not looking (every such record forces
         // a wake-up, as does one that fills the ring past the threshold): a lone record is read at
-        // once. Since more may follow (an exec follows its
-        // fork), the ring is then looked at after 0.25, 0.5, 1... up to MaxPoll milliseconds, with
-        // wake-ups off below the threshold, until a look finds nothing: a storm is read in
-        // batches of many records, not one wake-up a record (each costs more than an exec's work).
-        // On a busy machine records may never stop coming: the looks end by `timeoutMs` anyway,
-        // so that a stop request is seen.
+        // once. Since more may follow (an exec follows its fork), the ring is then looked at after
+        // 0.25, 0.5, 1... milliseconds up to MaxPoll, with wake-ups off below the threshold, until
+        // a look finds nothing: a storm is read in batches of many records, not one wake-up a
+        // record (each costs more than an exec's work). On a busy machine records may never stop
+        // coming: the looks end by `timeoutMs` anyway, so that a stop request is seen, and go on
+        // where they were at the next call.
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-        int handled = ring_buffer__poll(m_ring.get(), timeoutMs);
-        handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
-        if (handled <= 0) return;
-        m_skeleton->bss->reader_polling = 1;
-        for (auto wait = FirstPoll; handled > 0 && std::chrono::steady_clock::now() < deadline;
-             wait = std::min(2 * wait, MaxPoll)) {
+        if (!m_looking) {
+            int handled = ring_buffer__poll(m_ring.get(), timeoutMs);
+            handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
+            if (handled <= 0) return;
+            m_looking = true;
+            m_nextLook = FirstPoll;
+            m_skeleton->bss->reader_polling = 1;
+        }
+        while (std::chrono::steady_clock::now() < deadline) {
             CountLostExecs();
             // The ring's epoll file is ready once a wake-up came (past the threshold).
             pollfd ring{ring_buffer__epoll_fd(m_ring.get()), POLLIN, 0};
-            const timespec timeout{0, std::chrono::nanoseconds(wait).count()};
+            const timespec timeout{0, std::chrono::nanoseconds(m_nextLook).count()};
             ::ppoll(&ring, 1, &timeout, nullptr);
-            handled = ring_buffer__poll(m_ring.get(), 0);
+            int handled = ring_buffer__poll(m_ring.get(), 0);
             handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
+            if (handled <= 0) {
+                m_looking = false;
+                m_skeleton->bss->reader_polling = 0;
+                // Records that read the flag before it was cleared woke nobody: taken here, so
+                // that the reader has caught up and the next record wakes it.
+                ring_buffer__consume(m_ring.get());
+                return;
+            }
+            m_nextLook = std::min(2 * m_nextLook, MaxPoll);
         }
-        m_skeleton->bss->reader_polling = 0;
-        // Records that read the flag before it was cleared woke nobody: taken here, so that the
-        // reader has caught up and the next record wakes it.
+        // Still looking: what came since the last look (all there is, at a stop).
         ring_buffer__consume(m_ring.get());
     }
 
@@ -265,12 +277,14 @@ private:
     std::unique_ptr<live_events, decltype(&live_events__destroy)> m_skeleton{nullptr, live_events__destroy};
     std::vector<std::unique_ptr<bpf_link, decltype(&bpf_link__destroy)>> m_links;
     std::unique_ptr<ring_buffer, decltype(&ring_buffer__free)> m_ring{nullptr, ring_buffer__free};
-    std::uint64_t m_truncatedArguments = 0;  // creations delivered with an incomplete command line or path
-    std::uint64_t m_truncatedLines = 0;      // shell lines delivered incomplete
-    std::uint64_t m_malformed = 0;           // records that could not be decoded
-    std::uint64_t m_lostFollowedExecs = 0;   // execs not handed over, of processes the tracker follows
-    std::uint64_t m_execLossesSeen = 0;      // the kernel's count of lost execs when the map was last taken
-    std::uint64_t m_waitingZshPrompts = 0;   // zsh processes running when the probes were attached
+    bool m_looking = false;                           // records kept coming at the last look
+    std::chrono::microseconds m_nextLook{FirstPoll};  // the pause before the next look, while looking
+    std::uint64_t m_truncatedArguments = 0;           // creations delivered with an incomplete command line or path
+    std::uint64_t m_truncatedLines = 0;               // shell lines delivered incomplete
+    std::uint64_t m_malformed = 0;                    // records that could not be decoded
+    std::uint64_t m_lostFollowedExecs = 0;            // execs not handed over, of processes the tracker follows
+    std::uint64_t m_execLossesSeen = 0;               // the kernel's count of lost execs when the map was last taken
+    std::uint64_t m_waitingZshPrompts = 0;            // zsh processes running when the probes were attached
     DeliveryLatency m_latency;
 };
 

@@ -41,7 +41,7 @@ constexpr char const* LiveLossFile = "live-loss.txt";
 // Writes each event as a trace line, and counts what was written by kind.
 struct TraceWriter final : public EventSink {
     explicit TraceWriter(LineOutput& lines) noexcept : output(lines) {}
-    void Deliver(const TraceEvent& event) override {
+    void Deliver(TraceEvent event) override {
         output.Write(FormatTraceLine(event));
         if (!output.Failed()) written[static_cast<std::size_t>(event.kind)].fetch_add(1, std::memory_order_relaxed);
     }

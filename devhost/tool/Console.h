@@ -28,10 +28,11 @@ public:
 
     // Writes `line` and a line feed. Any thread.
     void Write(std::string_view line) {
-        const std::string text = std::string(line) + '\n';
         std::lock_guard lock(m_mutex);
-        for (std::size_t done = 0; done < text.size() && !Failed();) {
-            const ssize_t written = ::write(m_fd, text.data() + done, text.size() - done);
+        m_line.assign(line);
+        m_line.push_back('\n');
+        for (std::size_t done = 0; done < m_line.size() && !Failed();) {
+            const ssize_t written = ::write(m_fd, m_line.data() + done, m_line.size() - done);
             if (written > 0) {
                 done += static_cast<std::size_t>(written);
             } else if (written == 0 || errno != EINTR) {
@@ -49,6 +50,7 @@ private:
     int m_fd;
     SignalWatcher* m_stopOnFailure;
     std::mutex m_mutex;  // keeps lines whole
+    std::string m_line;  // the line being written, with its line feed; kept for its capacity
     std::atomic<bool> m_failed{false};
 };
 

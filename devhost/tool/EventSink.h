@@ -28,8 +28,9 @@ struct TraceEvent {
 class EventSink {
 public:
     virtual ~EventSink() = default;
-    // Any thread. Throws only what the destination throws (std::bad_alloc, write failures).
-    virtual void Deliver(const TraceEvent& event) = 0;
+    // Any thread. Throws only what the destination throws (std::bad_alloc, write failures). The
+    // event is the sink's own, so that its records can become the host's objects without a copy.
+    virtual void Deliver(TraceEvent event) = 0;
 };
 
 // What a sink counts by EventKind, from any thread: counters only, so relaxed.

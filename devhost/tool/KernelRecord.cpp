@@ -8,15 +8,33 @@
 
 namespace KALVO::DevHost::Tool {
 
-std::string JoinLeafFirstPath(std::string_view names) {
-    std::string path;
+namespace {
+
+// Calls `visit` with each name of `names` (each ending in a NUL, or at the end), first to last.
+template <class Visit>
+void ForEachName(std::string_view names, Visit visit) {
     std::size_t start = 0;
     while (start < names.size()) {
         const std::size_t end = std::min(names.find('\0', start), names.size());
-        path.insert(0, "/" + std::string(names.substr(start, end - start)));
+        visit(names.substr(start, end - start));
         start = end + 1;
     }
-    return path.empty() ? "/" : path;
+}
+
+}  // namespace
+
+std::string JoinLeafFirstPath(std::string_view names) {
+    // One string of the whole length, filled from its end: the leaf comes last.
+    std::size_t length = 0;
+    ForEachName(names, [&length](std::string_view name) { length += 1 + name.size(); });
+    if (length == 0) return "/";
+    std::string path(length, '/');
+    ForEachName(names, [&path, &length](std::string_view name) {
+        length -= name.size();
+        path.replace(length, name.size(), name);
+        --length;  // the slash before it
+    });
+    return path;
 }
 
 std::string Unmetafy(std::string_view line) {

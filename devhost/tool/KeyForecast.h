@@ -111,12 +111,12 @@ public:
 
     // Serialised, every kind: each event's outcome is read off the host's counters around its
     // delivery.
-    void Deliver(const TraceEvent& event) override {
+    void Deliver(TraceEvent event) override {
         // Every event under the lock: a report of another thread's event must not land between
         // the counts read around this one.
         std::lock_guard lock(m_mutex);
         if (event.kind != EventKind::Create && event.kind != EventKind::Shell) {
-            m_session.Deliver(event);
+            m_session.Deliver(std::move(event));
             return;
         }
         if (event.time) {
@@ -147,7 +147,7 @@ public:
         const Host& host = m_session.GetHost();
         const std::uint64_t filteredBefore = host.Filter().Suppressed();
         const std::uint64_t reportedBefore = host.Reports().EventCount();
-        m_session.Deliver(event);
+        m_session.Deliver(std::move(event));
         const bool filtered = host.Filter().Suppressed() != filteredBefore;
         const bool reported = host.Reports().EventCount() != reportedBefore;
 

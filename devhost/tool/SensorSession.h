@@ -254,12 +254,13 @@ public:
     }
 
     // Any thread, concurrently: the host delivers on the caller's thread.
-    void Deliver(const TraceEvent& event) override {
+    void Deliver(TraceEvent event) override {
         MonitorRegistration& monitors = m_host->Monitors();
-        const auto process = m_host->MakeProcess(event.process);
+        const auto process = m_host->MakeProcess(std::move(event.process));
         switch (event.kind) {
         case EventKind::Create:
-            monitors.DeliverProcessCreate(process, m_host->MakeProcess(event.parent.value_or(ProcessRecord{})));
+            monitors.DeliverProcessCreate(process,
+                                          m_host->MakeProcess(std::move(event.parent).value_or(ProcessRecord{})));
             break;
         case EventKind::Exists: monitors.DeliverProcessExists(process); break;
         case EventKind::Terminate: monitors.DeliverProcessTerminate(process); break;

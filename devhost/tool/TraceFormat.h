@@ -274,7 +274,7 @@ inline std::uint64_t Replay(const std::string& path, unsigned threads, EventSink
     };
     const auto work = [&] {
         try {
-            while (std::optional<TraceEvent> event = next()) sink.Deliver(*event);
+            while (std::optional<TraceEvent> event = next()) sink.Deliver(std::move(*event));
         } catch (...) {
             std::lock_guard lock(mutex);
             if (!failure) failure = std::current_exception();

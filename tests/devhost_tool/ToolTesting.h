@@ -158,7 +158,7 @@ private:
 
 // Fed from one thread.
 struct Recorder final : EventSink {
-    void Deliver(const TraceEvent& event) override { events.push_back(event); }
+    void Deliver(TraceEvent event) override { events.push_back(std::move(event)); }
     std::vector<TraceEvent> events;
 };
 
