@@ -112,10 +112,22 @@ inline void WriteValue(Writer& writer, IValue* value, std::size_t depth) {
             WriteJsonText(writer, Unreadable(type, *value));
         }
     } else if (type == static_cast<std::uint32_t>(ValueType::String)) {
-        const std::optional<std::string> bytes = ReadBytes(*value);
-        WriteJsonText(writer, bytes ? *bytes : Unreadable(type, *value));
+        if (const std::optional<std::string> bytes = ReadBytes(*value)) {
+            WriteJsonText(writer, *bytes);
+        } else {
+            WriteJsonText(writer, Unreadable(type, *value));
+        }
     } else {
         WriteJsonText(writer, Unreadable(type, *value));
+    }
+}
+
+// An object's key: the entry's name, else its id in decimal.
+inline void WriteKey(Writer& writer, const Entry& entry) {
+    if (entry.name) {
+        WriteJsonText(writer, *entry.name);
+    } else {
+        WriteJsonText(writer, std::to_string(entry.id));
     }
 }
 
@@ -131,7 +143,7 @@ inline void WriteContainer(Writer& writer, IValues* values, std::size_t depth) {
         isList &= !entries[index].name && entries[index].id == index;
     isList ? writer.StartArray() : writer.StartObject();
     for (const Entry& entry : entries) {
-        if (!isList) WriteJsonText(writer, entry.name ? *entry.name : std::to_string(entry.id));
+        if (!isList) WriteKey(writer, entry);
         WriteValue(writer, entry.value.Get(), depth);
     }
     isList ? writer.EndArray() : writer.EndObject();
