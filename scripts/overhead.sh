@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # The cost of kalvo-devhost live on the BPF source on real work: two workloads, each run three
-# times without and three times with live running (--source bpf, on the workload's process
-# tree, reports to /dev/null), alternating. For each workload: the median wall times and their
+# times (RUNS, if set) without and as many with live running (--source bpf, on the workload's
+# process tree, reports to /dev/null), alternating. For each workload: the median wall times and their
 # ratio, and the creations live delivered against the execs the workload ran, counted apart
 # from the tool by perf (sched:sched_process_exec, inherited by the workload's children).
 #   build:  a clean build of the release plug-in (about 250 execs).
 #   script: a shell script that runs expr, test, sed and cat in loops, as configure scripts do
 #           (4 execs an iteration; ITERATIONS defaults to 5000, so 20,000 execs).
-# Run as root, on a machine as quiet as can be had: every run takes the whole machine.
-# Usage: scripts/overhead.sh [ITERATIONS [WORKLOAD...]]   (default: 5000 build script)
+# Run as root, on a machine as quiet as can be had: every run takes the whole machine. On a
+# shared virtual machine one run differs from the next by a few per cent; more runs (an odd
+# number) narrow the medians.
+# Usage: [RUNS=N] scripts/overhead.sh [ITERATIONS [WORKLOAD...]]   (default: 5000 build script)
 set -euo pipefail
 
 # A workload's run itself, under perf: --workload NAME ITERATIONS WORKDIR.
@@ -81,13 +83,14 @@ run() {
   fi
 }
 
-median() { sort -n | sed -n 2p; }
+repeats=${RUNS:-3}
+median() { sort -n | sed -n "$(( (repeats + 1) / 2 ))p"; }
 
 printf '%-7s %6s %10s %10s %7s %8s %s\n' workload execs "bare s" "live s" ratio missed "runs (bare/live s)"
 for name in "${workloads[@]}"; do
   bare=() watched=() missed=0 execs_total=0
   runs=""
-  for _ in 1 2 3; do
+  for _ in $(seq "$repeats"); do
     run "$name" bare
     bare+=("$wall")
     run "$name" live
@@ -99,5 +102,5 @@ for name in "${workloads[@]}"; do
   b=$(printf '%s\n' "${bare[@]}" | median)
   w=$(printf '%s\n' "${watched[@]}" | median)
   ratio=$(awk -v b="$b" -v w="$w" 'BEGIN { printf "%.3f", w / b }')
-  printf '%-7s %6s %10s %10s %7s %8s %s\n' "$name" $(( execs_total / 3 )) "$b" "$w" "$ratio" "$missed" "$runs"
+  printf '%-7s %6s %10s %10s %7s %8s %s\n' "$name" $(( execs_total / repeats )) "$b" "$w" "$ratio" "$missed" "$runs"
 done
