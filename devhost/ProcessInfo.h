@@ -135,7 +135,7 @@ private:
             case ProcessFact::StartTime: return MakeNumberValue(m_record.startTime);
             }
         } catch (const std::bad_alloc&) {
-            // the copy of a text for MakeStringValue
+            // copying a text for MakeStringValue ran out of memory
         }
         return {};
     }

@@ -9,8 +9,8 @@
 
 namespace KALVO::DevHost {
 
-// Where the first byte of `bytes` from `from` on that is not ASCII is (its size when none
-// is): every ASCII byte is a whole UTF-8 sequence.
+// The position of the first byte at or after `from` that is not ASCII (the size when there is
+// none). Every ASCII byte is a whole UTF-8 sequence.
 inline std::size_t AsciiRunEnd(std::string_view bytes, std::size_t from = 0) {
     while (from < bytes.size() && static_cast<unsigned char>(bytes[from]) < 0x80) ++from;
     return from;

@@ -9,6 +9,7 @@
 
 #include "devhost/EventRenderer.h"
 #include "devhost/Host.h"
+#include "eil/values/Identifier.h"
 #include "reporting/SecurityEvent.h"
 #include "reporting/Source.h"
 
@@ -51,6 +52,21 @@ TEST(Reporter, ReportedEventCarriesTheShapedSourceAndSortedTags) {
     EXPECT_EQ(KALVO::DevHost::RenderValuesJson(*recorded.source),
               R"({"info":{"a":"1","z":"","version":"1.0.28"},"source_type":"SecurityMonitor","type":"source_info"})");
     EXPECT_EQ(KALVO::DevHost::RenderValuesJson(*recorded.tags), R"(["","B","a","b"])");
+}
+
+// The process view the sensor attaches as an observable: the facts present, in key order, read-only.
+TEST(Reporter, HostProcessViewListsThePresentFactsInKeyOrderAndRefusesChanges) {
+    using namespace KALVO::EIL::Values;
+    const Host host;
+    const auto process = host.MakeProcess({.pid = 7, .parentPid = 1, .commandLine = "x y", .uid = "u"});
+    ObjectPtr<IValues> view;
+    ASSERT_EQ(KALVO::Agent::Hosting::QueryInterface(process.Get(), view), KALVO::Result::Success);
+    EXPECT_EQ(KALVO::DevHost::RenderValuesJson(*view), R"({"ppid":1,"pid":7,"command_line":"x y","uid":"u"})");
+    ObjectPtr<IValue> value;
+    EXPECT_EQ(view->Get(Identifier("command_line"), value), KALVO::Result::Success);
+    EXPECT_EQ(view->Get(Identifier("path"), value), KALVO::Result::NoSuchEntry);
+    EXPECT_EQ(view->GetByIndex(4, value, nullptr), KALVO::Result::OutOfRange);
+    EXPECT_EQ(view->Set(Identifier("pid"), value), KALVO::Result::ProtocolError);
 }
 
 }  // namespace
