@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # The cost of kalvo-devhost live on the BPF source on real work: two workloads, each run three
 # times (RUNS, if set) without and as many with live running (--source bpf, on the workload's
-# process tree, reports to /dev/null), alternating. For each workload: the median wall times and their
-# ratio, and the creations live delivered against the execs the workload ran, counted apart
-# from the tool by perf (sched:sched_process_exec, inherited by the workload's children).
+# process tree, reports to /dev/null), alternating. For each workload: the median wall times
+# and their ratio, and the creations live delivered against the execs the workload ran, counted
+# apart from the tool by perf (sched:sched_process_exec, inherited by the workload's children).
 #   build:  a clean build of the release plug-in (about 250 execs).
 #   script: a shell script that runs expr, test, sed and cat in loops, as configure scripts do
 #           (4 execs an iteration; ITERATIONS defaults to 5000, so 20,000 execs).

@@ -118,9 +118,7 @@ public:
         // where they were at the next call.
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
         if (!m_looking) {
-            int handled = ring_buffer__poll(m_ring.get(), timeoutMs);
-            handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
-            if (handled <= 0) return;
+            if (Take(timeoutMs) <= 0) return;
             m_looking = true;
             m_nextLook = FirstPoll;
             m_skeleton->bss->reader_polling = 1;
@@ -131,9 +129,7 @@ public:
             pollfd ring{ring_buffer__epoll_fd(m_ring.get()), POLLIN, 0};
             const timespec timeout{0, std::chrono::nanoseconds(m_nextLook).count()};
             ::ppoll(&ring, 1, &timeout, nullptr);
-            int handled = ring_buffer__poll(m_ring.get(), 0);
-            handled = std::max(handled, 0) + ring_buffer__consume(m_ring.get());
-            if (handled <= 0) {
+            if (Take(0) <= 0) {
                 m_looking = false;
                 m_skeleton->bss->reader_polling = 0;
                 // Records that read the flag before it was cleared woke nobody: taken here, so
@@ -173,6 +169,13 @@ public:
     }
 
 private:
+    // Waits up to `timeoutMs` for a wake-up (and clears it, so that the next wait sleeps), then
+    // hands over every record there is, woken for or not. Returns how many.
+    int Take(int timeoutMs) {
+        const int woken = ring_buffer__poll(m_ring.get(), timeoutMs);
+        return std::max(woken, 0) + ring_buffer__consume(m_ring.get());
+    }
+
     // Fills the map of shells and attaches to their line editors: readline in bash (which carries
     // its own copy) and in the library other shells link, zle in zsh. Lines of programs that
     // are not shells (python, sqlite3, gdb link the same readline) are left out in the kernel.
